@@ -1,0 +1,73 @@
+#pragma once
+
+// The one place through which the program reaches the operating system for
+// files and raw memory. Every module opens, reads, writes, renames and removes
+// through platform(), so that a test can put a Platform of its own in place and
+// fail the n-th call, cut a write short or fill the disk.
+//
+// The calls keep the system's own conventions: -1 (or false, or null) for
+// failure with the reason in errno. They take no locks: one thread.
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+class Platform {
+ public:
+  virtual ~Platform() = default;
+
+  // Files. `flags` and `mode` as for open(2); all sizes in bytes.
+  virtual int open(const char* path, int flags, mode_t mode);
+  virtual ssize_t read(int fd, void* buffer, std::size_t size);
+  virtual ssize_t write(int fd, const void* buffer, std::size_t size);
+  virtual off_t seek(int fd, off_t offset, int whence);
+  virtual int truncate(int fd, off_t size);
+  virtual int sync(int fd);
+  virtual int close(int fd);
+
+  // Names and directories.
+  virtual int status(const char* path, struct stat& out);
+  virtual int rename(const char* from, const char* to);
+  virtual int remove(const char* path);
+  virtual int makeDirectory(const char* path, mode_t mode);
+  virtual int removeDirectory(const char* path);
+  // The names in a directory without "." and "..", sorted. false on failure.
+  virtual bool list(const char* path, std::vector<std::string>& names);
+
+  // Raw memory, as malloc, realloc and free; null when there is none.
+  virtual void* allocate(std::size_t size);
+  virtual void* reallocate(void* block, std::size_t size);
+  virtual void release(void* block);
+
+  virtual void sleepOneSecond();
+};
+
+// The platform in force; the operating system itself unless replaced.
+Platform& platform();
+
+// Puts `replacement` in force (null: the operating system again) and returns
+// what was in force before. The caller keeps ownership and must outlive its use.
+Platform* replacePlatform(Platform* replacement);
+
+struct StreamCloser {
+  void operator()(FILE* stream) const;
+};
+// An open stream; closing by the destructor drops the result, so a writer calls
+// closeStream and looks at it.
+using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
+
+// fopen over platform(): `mode` is one of "r", "w", "a", "r+", "w+". Null with
+// errno set on failure. The stream's reads and writes go through the platform in
+// force at the time of each call.
+StreamPtr openStream(const std::string& path, const char* mode);
+
+// Flushes and closes; 0, or -1 with errno set when any write was lost.
+int closeStream(StreamPtr stream);
+
+bool fileExists(const std::string& path);
+bool directoryExists(const std::string& path);

@@ -1,0 +1,114 @@
+#pragma once
+
+// A Platform for tests: fails the n-th call of the kinds it is told to count,
+// cuts writes short, or behaves like a disk that is full after so many bytes.
+// In force from construction to destruction.
+
+#include <cerrno>
+#include <cstdint>
+#include <limits>
+
+#include "base/platform.h"
+
+class FaultPlatform : public Platform {
+ public:
+  FaultPlatform() : before_(replacePlatform(this)) {}
+  ~FaultPlatform() override { replacePlatform(before_); }
+  FaultPlatform(const FaultPlatform&) = delete;
+  FaultPlatform& operator=(const FaultPlatform&) = delete;
+
+  // The n-th file call from now on fails with `error`; 1 is the next one.
+  void failFileCall(int n, int error = EIO) {
+    fileCallsLeft_ = n;
+    error_ = error;
+  }
+  // The next `count` allocations fail.
+  void failAllocations(int count) { failingAllocations_ = count; }
+  // Room for this many bytes of writing; then ENOSPC, after a short write.
+  void setDiskSpace(std::int64_t bytes) { space_ = bytes; }
+
+  int fileCalls() const { return fileCalls_; }
+  int secondsSlept() const { return secondsSlept_; }
+  bool failed() const { return failed_; }
+
+  int open(const char* path, int flags, mode_t mode) override {
+    return fails() ? -1 : Platform::open(path, flags, mode);
+  }
+  ssize_t read(int fd, void* buffer, std::size_t size) override {
+    return fails() ? -1 : Platform::read(fd, buffer, size);
+  }
+  ssize_t write(int fd, const void* buffer, std::size_t size) override {
+    if (fails()) return -1;
+    if (space_ < static_cast<std::int64_t>(size)) size = static_cast<std::size_t>(space_);
+    if (size == 0) {
+      errno = ENOSPC;
+      failed_ = true;
+      return -1;
+    }
+    const ssize_t written = Platform::write(fd, buffer, size);
+    if (written > 0) space_ -= written;
+    return written;
+  }
+  off_t seek(int fd, off_t offset, int whence) override {
+    return fails() ? -1 : Platform::seek(fd, offset, whence);
+  }
+  int truncate(int fd, off_t size) override { return fails() ? -1 : Platform::truncate(fd, size); }
+  int sync(int fd) override { return fails() ? -1 : Platform::sync(fd); }
+  // A close that fails still gives the descriptor back, as the system's does.
+  int close(int fd) override {
+    const bool fail = fails();
+    const int error = errno;
+    const int result = Platform::close(fd);
+    if (!fail) return result;
+    errno = error;
+    return -1;
+  }
+  int status(const char* path, struct stat& out) override {
+    return fails() ? -1 : Platform::status(path, out);
+  }
+  int rename(const char* from, const char* to) override {
+    return fails() ? -1 : Platform::rename(from, to);
+  }
+  int remove(const char* path) override { return fails() ? -1 : Platform::remove(path); }
+  int makeDirectory(const char* path, mode_t mode) override {
+    return fails() ? -1 : Platform::makeDirectory(path, mode);
+  }
+  int removeDirectory(const char* path) override {
+    return fails() ? -1 : Platform::removeDirectory(path);
+  }
+  bool list(const char* path, std::vector<std::string>& names) override {
+    return !fails() && Platform::list(path, names);
+  }
+
+  void* allocate(std::size_t size) override {
+    return allocationFails() ? nullptr : Platform::allocate(size);
+  }
+  void* reallocate(void* block, std::size_t size) override {
+    return allocationFails() ? nullptr : Platform::reallocate(block, size);
+  }
+  void sleepOneSecond() override { ++secondsSlept_; }
+
+ private:
+  bool fails() {
+    ++fileCalls_;
+    if (fileCallsLeft_ == 0 || --fileCallsLeft_ > 0) return false;
+    errno = error_;
+    failed_ = true;
+    return true;
+  }
+  bool allocationFails() {
+    if (failingAllocations_ == 0) return false;
+    --failingAllocations_;
+    errno = ENOMEM;
+    return true;
+  }
+
+  Platform* before_;
+  int fileCalls_ = 0;
+  int fileCallsLeft_ = 0;
+  int error_ = EIO;
+  int failingAllocations_ = 0;
+  int secondsSlept_ = 0;
+  std::int64_t space_ = std::numeric_limits<std::int64_t>::max();
+  bool failed_ = false;
+};
