@@ -40,11 +40,10 @@ void printAsPerror(const std::string& line, int savedErrno) {
 class MessageStack {
  public:
   void push(MessageTable table, int index, ErrArg arg1, ErrArg arg2, ErrArg arg3) {
+    if (entries_.size() >= kErrStackDepth) return;
     const int savedErrno = errno;
-    if (entries_.size() < kErrStackDepth) {
-      entries_.push_back({table[static_cast<std::size_t>(index)], copyArg(arg1), copyArg(arg2),
-                          copyArg(arg3), savedErrno});
-    }
+    entries_.push_back({table[static_cast<std::size_t>(index)], copyArg(arg1), copyArg(arg2),
+                        copyArg(arg3), savedErrno});
     errno = 0;
   }
 
