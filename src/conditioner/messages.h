@@ -1,0 +1,25 @@
+#pragma once
+
+// Names for the rows of PBconditionerError that the front end pushes.
+
+enum ConditionerMessage : int {
+  kOptimizerFailed = 11,
+  kCommandLine = 12,
+  kInvalidTime = 13,
+  kStartBehindStop = 14,
+  kInvalidRegion = 15,
+  kInvalidOperation = 17,
+  kNoFileName = 18,
+  kNoSuchFile = 21,
+  kNoParameter = 29,
+  kRenameListArgument = 34,
+  kAddListArgument = 35,
+  kTrackListArgument = 36,
+  kCutListArgument = 37,
+  kRegionArgument = 38,
+  kOperationArgument = 39,
+  kTooManyArguments = 43,
+  kThirdOperandMissing = 64,
+  kFunctionAndText = 88,
+  kText = 90,
+};

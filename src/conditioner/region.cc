@@ -1,0 +1,69 @@
+#include "conditioner/region.h"
+
+#include <cctype>
+
+#include "base/errors.h"
+#include "base/text.h"
+#include "conditioner/messages.h"
+
+std::unique_ptr<PVBregion> PVBregionNew() { return std::make_unique<PVBregion>(); }
+
+void PVBregionInit(PVBregion& region, std::string_view name, std::string_view path, TIME start,
+                   TIME stop) {
+  region.regionName = name;
+  region.pvbName = path;
+  region.start = start;
+  region.stop = stop;
+}
+
+PVBregion& RegionTable::insert(std::string_view key, std::unique_ptr<PVBregion> region) {
+  regions_.push_back(std::move(region));
+  byKey_[std::string(key)].push_back(regions_.back().get());
+  return *regions_.back();
+}
+
+PVBregion* RegionTable::find(std::string_view key) const {
+  const auto found = byKey_.find(std::string(key));
+  return found == byKey_.end() ? nullptr : found->second.back();
+}
+
+std::string regionKey(std::string_view path) {
+  if (path.ends_with('/')) path.remove_suffix(1);
+  if (path.size() >= 2 && path[1] == ':' && std::isalpha(static_cast<unsigned char>(path[0]))) {
+    path.remove_prefix(2);
+  }
+  const std::size_t separator = path.find_last_of("/\\");
+  if (separator != std::string_view::npos) path.remove_prefix(separator + 1);
+  return std::string(path);
+}
+
+namespace {
+
+constexpr std::string_view kFunction = "initRegionFromParams";
+
+// The time of a bound: `otherwise` when the text is absent or `word`.
+bool boundTime(const std::string* text, std::string_view word, TIME otherwise, TIME& time) {
+  time = otherwise;
+  if (text == nullptr || PBstrEq(*text, word)) return true;
+  if (parseTIME(*text, time) == 0) return true;
+  PBerrPush(PBconditionerError, kInvalidTime, kFunction, *text);
+  return false;
+}
+
+}  // namespace
+
+int initRegionFromParams(PVBregion& region, std::string_view name, std::string_view path,
+                         const std::string* startText, const std::string* stopText) {
+  TIME start;
+  TIME stop;
+  if (!boundTime(startText, "begin", TIME_ZERO, start)) return -2;
+  if (!boundTime(stopText, "end", TIME_MAX, stop)) return -2;
+  if (PBcmpTIME(start, stop) > 0) {
+    PBerrPush(PBconditionerError, kStartBehindStop, kFunction,
+              startText != nullptr ? ErrArg(*startText) : ErrArg("begin"),
+              stopText != nullptr ? ErrArg(*stopText) : ErrArg("end"));
+    return -2;
+  }
+  PVBregionInit(region, name, path, start, stop);
+  return 0;
+}

@@ -1,0 +1,67 @@
+#include "conditioner/run.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "base/errors.h"
+#include "conditioner/messages.h"
+#include "timeplate/optimizer.h"
+
+Run run;
+
+namespace {
+
+// Whether all that was written to the report has arrived.
+bool closeReport() {
+  if (run.reportFile) {
+    run.reportStream = nullptr;
+    return closeStream(std::move(run.reportFile)) == 0;
+  }
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+int carryOut(const Operation& operation, OpSpec& op) {
+  if (operation.handler != nullptr) return operation.handler(op, run.regionTable);
+  PBerrPush(PBconditionerError, kFunctionAndText, operation.handlerName,
+            "this version can't carry out the operation yet; no database was changed by it.");
+  return -2;
+}
+
+}  // namespace
+
+int runOperations() {
+  for (OpSpec& op : run.opList) {
+    run.currentOperation = op.type;
+    const auto kind = static_cast<std::uint32_t>(op.type);
+    if (kind >= operations().size() || operations()[kind].failureIndex == kNoFailureIndex) {
+      std::fputs("Internal error: Unrecognized operation.  Exiting...\n", stderr);
+      return 1;
+    }
+    const Operation& operation = operations()[kind];
+    if (carryOut(operation, op) != 0) {
+      PBerrPush(PBconditionerError, operation.failureIndex, "main");
+      fatalExit();
+    }
+  }
+  return finishRun();
+}
+
+void fatalExit() {
+  if (PBerrCount() > 0) {
+    PBerrPrint(stderr);
+    PBerrClear();
+  }
+  closeReport();
+  if (run.optimizeTimePlates) tpOptimizerFinish();
+  PBflushErrors();
+  std::exit(1);
+}
+
+int finishRun() {
+  run.opList.clear();
+  tpOptimizerFinish();
+  errno = 0;
+  if (closeReport()) return 0;
+  std::perror("The report could not be written");
+  return 1;
+}
