@@ -41,8 +41,6 @@ void checkQueue() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const bool quiet = freopen("/dev/null", "w", stderr) != nullptr;
-  if (!quiet) std::abort();
   // A row that lacks a needed column ends the process, as it must: such inputs
   // are recognised by their keyword and left out.
   const std::string_view text(reinterpret_cast<const char*>(data), size);

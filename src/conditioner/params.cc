@@ -251,12 +251,7 @@ int queueFromParams() {
 
 int queueFromFile() {
   if (PBisEmpty(values.opFile)) return refuse(kNoFileName, "PVB conditioner operation file");
-  if (!PBtextFileExists(*values.opFile)) {
-    // Pushed with the system's reason, which the test for the file left behind.
-    PBerrPush(PBconditionerError, kNoSuchFile, kFunction, *values.opFile);
-    return -2;
-  }
-  errno = 0;
+  if (!PBtextFileExists(*values.opFile)) return refuse(kNoSuchFile, *values.opFile);
   const OpFileParams params = {
       textOf(values.referencePVB),       textOf(values.tpRenameMode),
       textOf(values.tpRenameStartIndex), textOf(values.tpRenamePrefixStr),
