@@ -1,0 +1,49 @@
+#pragma once
+
+// Descriptors over files: one numbered table for every file of a database,
+// whatever kind lies underneath, so that the layers above don't care. A descriptor
+// is owned by who opened it, until PBcfclose. Offsets and sizes are 64-bit.
+//
+// A function that fails returns -2. Misuse and a failed open are posted under
+// "cfio"; a failed read, write or seek leaves its reason in errno for the post of
+// the caller. Writes are buffered: a lost one shows at the latest in PBcfflush or
+// PBcfclose, and from then on in all of them.
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <variant>
+
+// Flags of PBcfopen.
+inline constexpr int kCfNew = 0;     // empty, for writing and reading
+inline constexpr int kCfRead = 1;    // an existing file, for reading
+inline constexpr int kCfUpdate = 2;  // an existing file, for both
+
+int PBcfopen(const std::string& path, int flag);
+// The result tells whether everything written has arrived; the descriptor is free
+// in any case.
+int PBcfclose(int descriptor);
+
+// Bytes read, fewer than `size` only at the end of the file.
+std::int64_t PBcfread(int descriptor, void* buffer, std::size_t size);
+// `size`, or -2 when not all was taken.
+std::int64_t PBcfwrite(int descriptor, const void* buffer, std::size_t size);
+// 0; `whence` is SEEK_SET, SEEK_CUR or SEEK_END.
+int PBcfseek(int descriptor, std::int64_t offset, int whence);
+std::int64_t PBcftell(int descriptor);
+// The next byte, 0 to 255, or -1 at the end.
+int PBcfgetc(int descriptor);
+// The byte written.
+int PBcfputc(int descriptor, int byte);
+int PBcfflush(int descriptor);
+
+// Reads by a format of "%d" (a decimal integer that fits its target), "%s" (a word
+// up to white space), white space (any, also none) and characters that must stand
+// there as they are; the targets in their order. "%d" and "%s" skip white space.
+// The count of targets filled, which ends at the first that doesn't match; -1 when
+// the file ends before the first. Any other form, or targets that don't go with
+// the format, post "Bad cfscanf format" before anything is read.
+using CfScanTarget = std::variant<std::int32_t*, std::int64_t*, std::string*>;
+int PBcfscanf(int descriptor, std::string_view format, std::initializer_list<CfScanTarget> targets);
