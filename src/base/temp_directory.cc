@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "base/expand.h"
 #include "base/platform.h"
 
 namespace {
@@ -42,7 +43,7 @@ std::string nextName(std::string_view prefix) {
 
 void PBsetTempDirectory(std::string_view directory) {
   if (chosen.locked) return;
-  std::string path(directory.substr(0, kMaxLength));
+  std::string path = PBexpandEnvironment(directory).substr(0, kMaxLength);
   if (!path.empty() && isSeparator(path.back()) && !isRoot(path)) path.pop_back();
   chosen.path = path.empty() ? "." : path;
 }
