@@ -38,7 +38,8 @@ TextFilePtr PBopenMemoryText(const char* text, std::int64_t length, std::string_
 TextFilePtr PBopenTempText(std::string_view text, bool escapes);
 
 // Bytes of the line; -1 at the end, -2 after a post. The views stay good until
-// the next call on `file`.
+// the next call on `file`. A line that a comment ends has a line end of its own;
+// `comment` is what stands behind the "#", with the line end as it stands.
 std::int64_t PBreadTextLine(PBtextFile* file, std::string_view& line, std::string_view& comment);
 // Physical lines read so far; the line number of the last one read.
 std::int64_t PBgetTextLineNumber(const PBtextFile* file);
