@@ -123,18 +123,18 @@ int startOptimizer() {
   return -2;
 }
 
+void printPageHeading(FILE* stream) {
+  PBprintHeading(stream, fmt::format("PVBConditioner    {}    page {}\n\n", PBdateText(),
+                                     PBpaging.pageNumber++));
+}
+
 void startReport() {
-  static int pageNumber = 1;
-  const auto newPage = [](FILE* stream) {
-    PBprintHeading(stream,
-                   fmt::format("PVBConditioner    {}    page {}\n\n", PBdateText(), pageNumber++));
-  };
-  PBsetPage(kReportColumns, kReportLines, newPage);
-  newPage(run.reportStream);
+  PBsetPage(kReportColumns, kReportLines, printPageHeading);
+  printPageHeading(run.reportStream);
   const BannerIdentity identity = {kProgramTitle, kProgramVersion};
   PBprintBanner(run.reportStream, &identity, {}, "# *", "");
   PBprint(run.reportStream, "\n");
-  PBsetPage(kReportColumns, kReportLines, newPage);
+  PBsetPage(kReportColumns, kReportLines, printPageHeading);
 }
 
 // --- One operation from parameters ---------------------------------------------------
