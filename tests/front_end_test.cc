@@ -379,8 +379,7 @@ TEST_F(FrontEnd, ALostReportIsTold) {
     if (!toFile) call.outputPath = "/dev/full";
     call.environment = environment_;
     const ProgramResult result = runProgram(PVBCONDITIONER_BINARY, call);
-    EXPECT_THAT(result.err,
-                HasSubstr("The report could not be written: No space left on device\n"));
+    EXPECT_THAT(result.err, HasSubstr("The report could not be written: "));
     EXPECT_EQ(result.exitCode, 1);
   }
 }

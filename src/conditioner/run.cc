@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "base/errors.h"
 #include "conditioner/messages.h"
@@ -11,7 +12,8 @@ Run run;
 
 namespace {
 
-// Whether all that was written to the report has arrived.
+// Whether all that was written to the report has arrived; errno holds the reason
+// when the system gave one just now.
 bool closeReport() {
   if (run.reportFile) {
     run.reportStream = nullptr;
@@ -62,6 +64,7 @@ int finishRun() {
   tpOptimizerFinish();
   errno = 0;
   if (closeReport()) return 0;
-  std::perror("The report could not be written");
+  const char* reason = errno != 0 ? std::strerror(errno) : "an earlier write failed";
+  std::fprintf(stderr, "The report could not be written: %s\n", reason);
   return 1;
 }
