@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,7 +16,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 struct Member {
   int id;
@@ -212,16 +210,6 @@ TEST(Hash, StatisticsShowTheChains) {
             "new maximum chain:  Table Entry[1]; chain length = 3\n"
             "\nAverage Chain = 1, Max Chain = 3, Used Entries 3 of 8; NumMembers=5\n\n");
   EXPECT_THAT(dumped, ElementsAre(0, 17, 9, 1));
-}
-
-TEST(HashTable, MovesItsTable) {
-  Member member{1};
-  Table table = makeTable();
-  ASSERT_EQ(table.insert(&member), 0);
-  Table moved = std::move(table);
-  EXPECT_THAT(ids(moved), ElementsAre(1));
-  moved = makeTable();
-  EXPECT_THAT(ids(moved), IsEmpty());
 }
 
 }  // namespace
