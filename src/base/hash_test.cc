@@ -98,7 +98,7 @@ RC_GTEST_PROP(Hash, BehavesAsPlainChains, ()) {
     Member* found = model.find(id);
     RC_ASSERT(table.find({id}) == found);
     if (action < 7) {
-      Member* member = &members.emplace_back(id);
+      Member* member = &members.emplace_back(Member{id});
       RC_ASSERT(table.insert(member) == 0);
       model.insert(member);
     } else if (action < 9 && found != nullptr) {
@@ -166,10 +166,10 @@ TEST(Hash, IterationStaysAtItsEndUntilTheNextFirst) {
 TEST(Hash, InsertingDuringAnIterationIsSafe) {
   std::deque<Member> members;
   Table table = makeTable();
-  for (int id = 0; id < 8; ++id) ASSERT_EQ(table.insert(&members.emplace_back(id)), 0);
+  for (int id = 0; id < 8; ++id) ASSERT_EQ(table.insert(&members.emplace_back(Member{id})), 0);
   table.forEach([&](const Member& member) {
     if (members.size() == 100) return;
-    ASSERT_EQ(table.insert(&members.emplace_back(member.id + 16)), 0);
+    ASSERT_EQ(table.insert(&members.emplace_back(Member{member.id + 16})), 0);
   });
   EXPECT_EQ(table.count(), static_cast<int>(members.size()));
   EXPECT_EQ(order(table).size(), members.size());
@@ -181,7 +181,7 @@ TEST(Hash, FailedInsertLeavesTheTableAsItWas) {
   Table table = makeTable();
   int failures = 0;
   for (int id = 0; id < 300; ++id) {
-    Member* member = &members.emplace_back(id);
+    Member* member = &members.emplace_back(Member{id});
     faults.failAllocations(1);
     if (table.insert(member) != 0) {
       ++failures;
