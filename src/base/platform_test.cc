@@ -1,19 +1,15 @@
 #include "base/platform.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <string>
-#include <vector>
 
 #include "support/fault_platform.h"
 #include "support/temp_dir.h"
 
 namespace {
-
-using testing::ElementsAre;
 
 class Streams : public testing::Test {
  protected:
@@ -75,19 +71,6 @@ TEST_F(Streams, EachFailingCallOfAWriterIsSeen) {
     EXPECT_NE(good, failed) << "call " << n;
   }
   EXPECT_EQ(dir_.read("file"), "text");
-}
-
-TEST_F(Streams, FilesAndDirectoriesAreToldApart) {
-  dir_.write("b", "");
-  ASSERT_EQ(platform().makeDirectory(dir_.path("a").c_str(), 0777), 0);
-  EXPECT_TRUE(fileExists(dir_.path("b")));
-  EXPECT_FALSE(fileExists(dir_.path("c")));
-  EXPECT_TRUE(directoryExists(dir_.path("a")));
-  EXPECT_FALSE(directoryExists(dir_.path("b")));
-  std::vector<std::string> names;
-  ASSERT_TRUE(platform().list(dir_.path().c_str(), names));
-  EXPECT_THAT(names, ElementsAre("a", "b"));
-  EXPECT_FALSE(platform().list(dir_.path("c").c_str(), names));
 }
 
 }  // namespace
