@@ -58,10 +58,16 @@ ssize_t streamRead(void* cookie, char* buffer, std::size_t size) {
   return platform().read(descriptorOf(cookie), buffer, size);
 }
 
-// A stream counts a result of 0 as the failure, and takes a short write again.
+// A stream takes a short write for a failure, so the rest is tried here; it
+// learns how much arrived, 0 for nothing.
 ssize_t streamWrite(void* cookie, const char* buffer, std::size_t size) {
-  const ssize_t written = platform().write(descriptorOf(cookie), buffer, size);
-  return written < 0 ? 0 : written;
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t written = platform().write(descriptorOf(cookie), buffer + done, size - done);
+    if (written <= 0) break;
+    done += static_cast<std::size_t>(written);
+  }
+  return static_cast<ssize_t>(done);
 }
 
 int streamSeek(void* cookie, off64_t* position, int whence) {
@@ -82,10 +88,13 @@ int openFlags(std::string_view mode) {
   return access;
 }
 
+// Only looking: a "no" leaves no reason behind.
 bool hasType(const std::string& path, mode_t type) {
   struct stat status {};
-  return platform().status(path.c_str(), status) == 0 &&
-         (type == 0 || (status.st_mode & S_IFMT) == type);
+  const int savedErrno = errno;
+  const bool exists = platform().status(path.c_str(), status) == 0;
+  errno = savedErrno;
+  return exists && (type == 0 || (status.st_mode & S_IFMT) == type);
 }
 
 }  // namespace
@@ -115,7 +124,9 @@ int closeStream(StreamPtr stream) {
   const bool lost = std::ferror(stream.get()) != 0;
   const bool flushed = std::fflush(stream.get()) == 0;
   const bool closed = std::fclose(stream.release()) == 0;
-  return !lost && flushed && closed ? 0 : -1;
+  if (!lost && flushed && closed) return 0;
+  if (errno == 0) errno = EIO;  // the reason went with the write that was lost
+  return -1;
 }
 
 bool fileExists(const std::string& path) { return hasType(path, 0); }
