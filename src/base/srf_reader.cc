@@ -68,8 +68,9 @@ class MessageList {
   bool empty() const { return taken_ == texts_.size(); }
   std::optional<std::string> next() {
     if (empty()) return std::nullopt;
-    const std::size_t end = texts_.find('\n', taken_) + 1;
-    return texts_.substr(taken_, end - std::exchange(taken_, end));
+    const std::size_t start = taken_;
+    taken_ = texts_.find('\n', start) + 1;
+    return texts_.substr(start, taken_ - start);
   }
 
  private:
@@ -140,6 +141,11 @@ std::string_view withoutTrailingWhite(std::string_view text) {
   return text;
 }
 
+std::string_view withoutWhiteAround(std::string_view text) {
+  while (!text.empty() && isSrfWhite(text.front())) text.remove_prefix(1);
+  return withoutTrailingWhite(text);
+}
+
 // Whether the line goes on; then leaves what stands before the backslash.
 bool takeContinuation(std::string_view& line) {
   const std::string_view content = withoutTrailingWhite(line);
@@ -169,7 +175,7 @@ struct Token {
 };
 
 bool isNoValue(const Token& token) {
-  return token.kind != TokenKind::quoted && withoutTrailingWhite(token.text) == "-";
+  return token.kind != TokenKind::quoted && withoutWhiteAround(token.text) == "-";
 }
 
 // The characters that a backslash makes literal in a token, by kind.
