@@ -1,10 +1,9 @@
 #include "base/expand.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <optional>
-#include <ranges>
+#include <utility>
 #include <vector>
 
 #include "base/text.h"
@@ -82,6 +81,16 @@ std::string dir(string_view path) {
   const string_view withSeparator = path.substr(0, path.size() - name.size());
   if (isRoot(withSeparator)) return std::string(withSeparator);
   return std::string(withSeparator.substr(0, withSeparator.size() - 1));
+}
+
+Extensions splitExtensions(string_view list) {
+  Extensions parts;
+  while (!list.empty()) {
+    const string_view part = list.substr(0, list.find('/'));
+    if (!part.empty()) parts.push_back(part);
+    list.remove_prefix(std::min(part.size() + 1, list.size()));
+  }
+  return parts;
 }
 
 bool isSwallowed(string_view extension, const Extensions& swallowed) {
@@ -229,11 +238,7 @@ std::string withoutEscapes(string_view body) {
 
 class Scanner {
  public:
-  explicit Scanner(string_view swallowed) {
-    for (const auto part : std::views::split(swallowed, '/')) {
-      swallowed_.emplace_back(part.begin(), part.end());
-    }
-  }
+  explicit Scanner(Extensions swallowed) : swallowed_(std::move(swallowed)) {}
 
   std::string expand(string_view text, int nesting = 0) {
     std::string result;
@@ -300,7 +305,7 @@ std::string PBexpandEnvironment(string_view text) {
 void PBexpandValue(std::string& value) {
   if (!inForce()) return;
   const char* swallowed = std::getenv("MVK_SWALLOWED_EXT");
-  Scanner scanner(swallowed != nullptr ? swallowed : kDefaultSwallowed);
+  Scanner scanner(splitExtensions(swallowed != nullptr ? swallowed : kDefaultSwallowed));
   value = scanner.expand(PBexpandEnvironment(value));
 }
 

@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <zlib.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -13,6 +11,7 @@
 #include "base/errors.h"
 #include "base/platform.h"
 #include "base/temp_directory.h"
+#include "base/text_file_internal.h"
 
 namespace {
 
@@ -104,149 +103,7 @@ class GzipSource : public ByteSource {
   std::int64_t total_ = 0;
 };
 
-// --- Logical lines -------------------------------------------------------------------
-
-enum class State : std::uint8_t { text, escape, trailing };
-enum class Kind : std::uint8_t { hash, backslash, blank, otherWhite, lineEnd, endOfText, other };
-
-enum class Action : std::uint8_t {
-  copy,          // white space
-  copyContent,   // makes the line one with content
-  skip,          // the character is left out
-  copyTrailing,  // white space behind a backslash, which may turn out to be a join
-  endAtComment,  // the line ends here, the rest is the comment
-  complete,      // copy the line end; the line is done
-  end,           // the text ended; the line is done
-  join,          // a blank, then the next physical line
-  joinTrailing,  // the same in place of what stands behind the backslash
-};
-
-struct Step {
-  Action action;
-  State next;
-};
-
-constexpr std::size_t kStates = 3;
-constexpr std::size_t kKinds = 7;
-
-// Rows are states, columns kinds of character. "\r" behind a backslash is a
-// character like any other: it doesn't join lines.
-constexpr std::array<std::array<Step, kKinds>, kStates> kSteps = {{
-    {{{Action::endAtComment, State::text},
-      {Action::skip, State::escape},
-      {Action::copy, State::text},
-      {Action::copy, State::text},
-      {Action::complete, State::text},
-      {Action::end, State::text},
-      {Action::copyContent, State::text}}},
-    {{{Action::copyContent, State::text},
-      {Action::copyContent, State::text},
-      {Action::copyTrailing, State::trailing},
-      {Action::copy, State::text},
-      {Action::join, State::text},
-      {Action::end, State::text},
-      {Action::copyContent, State::text}}},
-    {{{Action::copyContent, State::text},
-      {Action::copyContent, State::text},
-      {Action::copy, State::trailing},
-      {Action::copy, State::trailing},
-      {Action::joinTrailing, State::text},
-      {Action::end, State::text},
-      {Action::copyContent, State::text}}},
-}};
-
-constexpr std::array<Kind, 256> makeKinds() {
-  std::array<Kind, 256> kinds{};
-  kinds.fill(Kind::other);
-  kinds['#'] = Kind::hash;
-  kinds['\\'] = Kind::backslash;
-  kinds[' '] = kinds['\t'] = Kind::blank;
-  kinds['\f'] = kinds['\r'] = Kind::otherWhite;
-  kinds['\n'] = Kind::lineEnd;
-  return kinds;
-}
-constexpr std::array<Kind, 256> kKindOf = makeKinds();
-
-Kind kindOf(char c) { return kKindOf[static_cast<unsigned char>(c)]; }
-
-Step stepFor(State state, Kind kind) {
-  return kSteps[static_cast<std::size_t>(state)][static_cast<std::size_t>(kind)];
-}
-
-// Builds one logical line out of physical ones.
-class LogicalLine {
- public:
-  void clear() {
-    text_.clear();
-    comment_ = {};
-    state_ = State::text;
-    hasContent_ = false;
-  }
-
-  // True when the line goes on with the next physical one. The comment is a part
-  // of `physical`.
-  bool add(std::string_view physical) {
-    for (std::size_t i = 0; i < physical.size(); ++i) {
-      i += copyRun(physical.substr(i));
-      if (i == physical.size()) break;
-      const Step step = stepFor(state_, kindOf(physical[i]));
-      state_ = step.next;
-      switch (step.action) {
-        case Action::copyTrailing:
-          trailingStart_ = text_.size();
-          text_ += physical[i];
-          break;
-        case Action::copyContent:
-          hasContent_ = true;
-          text_ += physical[i];
-          break;
-        case Action::copy:
-          text_ += physical[i];
-          break;
-        case Action::skip:
-          break;
-        case Action::endAtComment:
-          comment_ = physical.substr(i + 1);
-          text_ += '\n';
-          return false;
-        case Action::joinTrailing:
-          text_.resize(trailingStart_);
-          [[fallthrough]];
-        case Action::join:
-          text_ += ' ';
-          return true;
-        case Action::complete:
-          text_ += '\n';
-          return false;
-        case Action::end:
-          return false;
-      }
-    }
-    return false;
-  }
-
-  std::string_view text() const { return text_; }
-  std::string_view comment() const { return comment_; }
-  bool hasContent() const { return hasContent_; }
-
- private:
-  // Plain characters are the bulk of any text: taken in one piece.
-  std::size_t copyRun(std::string_view rest) {
-    if (state_ != State::text) return 0;
-    const auto end =
-        std::find_if(rest.begin(), rest.end(), [](char c) { return kindOf(c) != Kind::other; });
-    const auto length = static_cast<std::size_t>(end - rest.begin());
-    text_.append(rest.substr(0, length));
-    hasContent_ = hasContent_ || length > 0;
-    return length;
-  }
-
-  std::string text_;
-  std::string_view comment_;
-  std::size_t trailingStart_ = 0;
-  State state_ = State::text;
-  bool hasContent_ = false;
-};
+// --- Lines ---------------------------------------------------------------------------
 
 std::string_view withoutLineEnd(std::string_view line) {
   line = line.substr(0, line.find('\n'));
