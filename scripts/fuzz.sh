@@ -16,7 +16,7 @@ for target in "${targets[@]}"; do
   echo "== $target, $seconds seconds"
   (cd build/fuzz && "fuzz/$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
      -max_len=65536 -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="found/$target-" \
-     "found/$target" "../../fuzz/corpus/$target") >"build/fuzz/$target.log" 2>&1 ||
+     "found/$target" "../../fuzz/corpus/${target%_fuzz}") >"build/fuzz/$target.log" 2>&1 ||
     { tail -n 40 "build/fuzz/$target.log" >&2; exit 1; }
   grep -E 'stat::number_of_executed_units|DONE' "build/fuzz/$target.log"
 done
