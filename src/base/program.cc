@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "base/debug_token.h"
 #include "base/errors.h"
 #include "base/memory.h"
 #include "base/platform.h"
@@ -52,6 +53,12 @@ void readTempDirectory() {
   errno = 0;
 }
 
+// Without effect while no token table is loaded.
+void readDebugSwitches() {
+  if (std::getenv("MVK_SAVE_PARFILE_ONLY") == nullptr) return;
+  DebugTokenSetValue("tfs.save_parfile_only", "true");
+}
+
 // The ";" is kept on every platform: other tools of the suite look for it.
 void extendPath() {
   if (state.installDirectory.empty()) return;
@@ -64,6 +71,7 @@ bool readEnvironment() {
   if (state.environmentRead) return true;
   if (!readInstallDirectory()) return false;
   readTempDirectory();
+  readDebugSwitches();
   extendPath();
   state.locksEnabled = std::getenv("MVK_ENABLE_LOCKS") != nullptr;
   state.environmentRead = true;

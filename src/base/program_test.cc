@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "base/debug_token.h"
 #include "base/errors.h"
 #include "base/temp_directory.h"
 #include "support/temp_dir.h"
@@ -16,10 +17,12 @@ using testing::ExitedWithCode;
 
 // The environment is looked at once a process, so each start has its own.
 [[noreturn]] void startAndTell() {
+  DebugTokenLoad("", "no such file");
   PBpostError("earlier", 0, "post");
   const int result = PBstartProgram("Tool Name", "Version 1");
   std::fprintf(stderr, "%d %d|%s|%s|%s|%d", result, PBerrorCount(), PBinstallDirectory().c_str(),
                PBtempDirectory().c_str(), getenv("PATH"), PBlocksEnabled() ? 1 : 0);
+  if (DebugTokenEnabled("tfs.save_parfile_only")) std::fputs("|save", stderr);
   std::exit(0);
 }
 
@@ -41,12 +44,13 @@ TEST(ProgramDeathTest, TakesItsDirectoriesFromTheEnvironment) {
     setenv("MVK_TMPDIR", temp.c_str(), 1);
     setenv("PATH", "/bin", 1);
     setenv("MVK_ENABLE_LOCKS", "", 1);
+    setenv("MVK_SAVE_PARFILE_ONLY", "", 1);
     startAndTell();
   };
   EXPECT_EXIT(start(dir.path()), ExitedWithCode(0),
-              identity + "./install." + dir.path() + "./install;/bin.1$");
+              identity + "./install." + dir.path() + "./install;/bin.1.save$");
   EXPECT_EXIT(start(dir.path("none")), ExitedWithCode(0),
-              identity + "./install.\\../install;/bin.1$");
+              identity + "./install.\\../install;/bin.1.save$");
 }
 
 }  // namespace
