@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <source_location>
 #include <utility>
 
 #include "base/errors.h"
@@ -175,9 +174,8 @@ void print(std::string_view text) {
 // Holds the table's lock for a scope, under the name of the public operation.
 class TableLock {
  public:
-  explicit TableLock(std::string_view function,
-                     std::source_location place = std::source_location::current())
-      : function_(function), line_(place.line()) {
+  explicit TableLock(std::string_view function, int line = __builtin_LINE())
+      : function_(function), line_(line) {
     if (!state().lock) return;
     trace("{(locking MVK#debug %s, line %d)}\n");
     state().lock(where());
@@ -199,7 +197,7 @@ class TableLock {
   }
 
   std::string_view function_;
-  std::uint_least32_t line_;
+  int line_;
 };
 
 // --- Refreshing ----------------------------------------------------------------------

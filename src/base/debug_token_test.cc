@@ -90,10 +90,10 @@ TEST_F(DebugTokenTest, TheWrittenFileIsReadAgain) {
   EXPECT_THAT(
       saved,
       testing::EndsWith("# Only tokens NOT set to their default values appear in the table below.\n"
-                        "#%token     value      description\n"
-                        "\"a b\"       \"\"         <nil>\n"
-                        "met.later   null       <nil>\n"
-                        "size        \"-\"        size\n"
+                        "#%token     value    description\n"
+                        "\"a b\"       \"\"       <nil>\n"
+                        "met.later   null     <nil>\n"
+                        "size        \"-\"      size\n"
                         "walk        \"say \\\"\\#\\\\\\\"\" \"rows of a walk\"\n"
                         "#end of (token value description)\n"));
 
@@ -121,7 +121,7 @@ TEST_F(DebugTokenTest, SaveTokensWritesTheFileAtTheEnd) {
   EXPECT_EQ(dir.read("debug.srf"), "");
   DebugTokenSetValue("savetokens", "true");
   EXPECT_TRUE(DebugTokenEndRun());
-  EXPECT_THAT(dir.read("debug.srf"), HasSubstr("savetokens true  <nil>\n"));
+  EXPECT_THAT(dir.read("debug.srf"), HasSubstr("savetokens   true  <nil>\n"));
   EXPECT_EQ(output, "** Writing token file '" + dir.path("debug.srf") +
                         "'\n** Edit the file and set the token value to \"true\" to enable debug "
                         "output.\n");
@@ -188,13 +188,14 @@ TEST_F(DebugTokenTest, TheLockIsTakenAndItsStepsTraced) {
       [&](std::string_view) { --depth; });
   load("");
   EXPECT_THAT(place, testing::MatchesRegex("DebugTokenLoad:[0-9]+"));
-  DebugTokenSetValue("debug.mutex", "true");
   testing::internal::CaptureStderr();
+  DebugTokenSetValue("debug.mutex", "true");
   DebugTokenEnabled("size");
   EXPECT_EQ(depth, 0);
   EXPECT_THAT(
       testing::internal::GetCapturedStderr(),
-      testing::MatchesRegex("\\{\\(locking MVK#debug DebugTokenEnabled, line [0-9]+\\)\\}\n"
+      testing::MatchesRegex("\\{\\(unlocking MVK#debug DebugTokenSetValue, line [0-9]+\\)\\}\n"
+                            "\\{\\(locking MVK#debug DebugTokenEnabled, line [0-9]+\\)\\}\n"
                             "\\{\\(MVK#debug DebugTokenEnabled, line [0-9]+; locked\\)\\}\n"
                             "\\{\\(unlocking MVK#debug DebugTokenEnabled, line [0-9]+\\)\\}\n"));
 }
