@@ -1,15 +1,15 @@
 #include "base/time.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <cmath>
 #include <numeric>
+#include <vector>
 
 #include "base/errors.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 constexpr std::int64_t kEnd = 1000000000000000000;
 
