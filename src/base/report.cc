@@ -1,5 +1,7 @@
 #include "base/report.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -136,12 +138,13 @@ int PBprintBanner(FILE* stream, const BannerIdentity* identity,
   Frame frame(stream, prefix, suffix, width);
   frame.filledLine("", '*');
   if (identity != nullptr) {
-    frame.filledLine(" " + identity->name + " " + identity->version, ' ');
+    frame.filledLine(fmt::format(" {} {}", identity->name, identity->version), ' ');
   }
   frame.line("");
-  if (identity != nullptr) frame.line(" " + PBdateText());
+  if (identity != nullptr) frame.line(fmt::format(" {}", PBdateText()));
   for (const BannerEntry& entry : entries) {
-    for (const std::string& value : entry.values) frame.line(entry.label + ":" + value);
+    for (const std::string& value : entry.values)
+      frame.line(fmt::format("{}:{}", entry.label, value));
   }
   frame.line("");
   frame.filledLine("", '*');

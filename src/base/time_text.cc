@@ -122,10 +122,11 @@ constexpr std::array kFrequencyRows = {
 };
 
 constexpr std::size_t kStates = 10;
-constexpr std::uint8_t kStop = 255;
 
+// All zeros where no row holds the character: there the recogniser stops.
 struct Step {
-  std::uint8_t next = kStop;
+  bool exists = false;
+  std::uint8_t next = 0;
   bool accepts = false;
   std::uint8_t actions = kNoAction;
 };
@@ -138,8 +139,8 @@ constexpr StepTable stepsOf(const std::array<Row, N>& rows) {
   for (const Row& row : rows) {
     for (const char c : row.characters) {
       Step& step = table[row.state][static_cast<unsigned char>(c)];
-      if (step.next != kStop) continue;
-      step = {row.next, row.accepts, static_cast<std::uint8_t>(row.actions)};
+      if (step.exists) continue;
+      step = {true, row.next, row.accepts, static_cast<std::uint8_t>(row.actions)};
     }
   }
   return table;
@@ -203,7 +204,7 @@ bool recognise(const StepTable& steps, std::string_view text, Number& number, st
   std::uint8_t state = 0;
   for (end = 0; end < text.size(); ++end) {
     const Step step = steps[state][static_cast<unsigned char>(text[end])];
-    if (step.next == kStop) break;
+    if (!step.exists) break;
     apply(number, step.actions, text[end]);
     accepted = step.accepts;
     state = step.next;

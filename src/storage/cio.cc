@@ -1,14 +1,16 @@
 #include "storage/cio.h"
 
+#include <fcntl.h>
+
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "base/errors.h"
-#include "base/platform.h"
+#include "storage/cio_internal.h"
 
 namespace {
 
@@ -16,69 +18,11 @@ constexpr std::size_t kTableGrowth = 16;
 constexpr int kPlain = 0;
 constexpr int kFree = 2;
 
-enum class Direction { none, reading, writing };
-
 struct Entry {
-  StreamPtr stream;
-  Direction last = Direction::none;
+  std::unique_ptr<PlainFile> plain;
   int kind = kFree;
   std::string name;
 };
-
-// --- The plain kind ------------------------------------------------------------------
-
-// A stream must be positioned between a write and a read.
-bool turn(Entry& entry, Direction direction) {
-  if (entry.last == direction) return true;
-  const bool must = entry.last != Direction::none;
-  entry.last = direction;
-  return !must || ::fseeko(entry.stream.get(), 0, SEEK_CUR) == 0;
-}
-
-std::int64_t plainRead(Entry& entry, void* buffer, std::size_t size) {
-  if (!turn(entry, Direction::reading)) return -2;
-  const std::size_t count = std::fread(buffer, 1, size, entry.stream.get());
-  if (count < size && std::ferror(entry.stream.get()) != 0) return -2;
-  return static_cast<std::int64_t>(count);
-}
-
-std::int64_t plainWrite(Entry& entry, const void* buffer, std::size_t size) {
-  if (!turn(entry, Direction::writing)) return -2;
-  const std::size_t count = std::fwrite(buffer, 1, size, entry.stream.get());
-  return count == size ? static_cast<std::int64_t>(count) : -2;
-}
-
-int plainSeek(Entry& entry, std::int64_t offset, int whence) {
-  entry.last = Direction::none;
-  return ::fseeko(entry.stream.get(), offset, whence) == 0 ? 0 : -2;
-}
-
-std::int64_t plainTell(Entry& entry) {
-  const off_t position = ::ftello(entry.stream.get());
-  return position >= 0 ? position : -2;
-}
-
-int plainGetc(Entry& entry) {
-  if (!turn(entry, Direction::reading)) return -2;
-  const int byte = std::fgetc(entry.stream.get());
-  if (byte != EOF) return byte;
-  return std::ferror(entry.stream.get()) != 0 ? -2 : -1;
-}
-
-int plainPutc(Entry& entry, int byte) {
-  if (!turn(entry, Direction::writing)) return -2;
-  const int written = std::fputc(byte, entry.stream.get());
-  return written != EOF ? written : -2;
-}
-
-void plainUngetc(Entry& entry, int byte) { std::ungetc(byte, entry.stream.get()); }
-
-int plainFlush(Entry& entry) {
-  const bool flushed = std::fflush(entry.stream.get()) == 0;
-  return flushed && std::ferror(entry.stream.get()) == 0 ? 0 : -2;
-}
-
-int plainClose(Entry& entry) { return closeStream(std::move(entry.stream)) == 0 ? 0 : -2; }
 
 // --- Kinds ---------------------------------------------------------------------------
 
@@ -89,16 +33,26 @@ struct KindRow {
   int (*seek)(Entry& entry, std::int64_t offset, int whence);
   std::int64_t (*tell)(Entry& entry);
   int (*getc)(Entry& entry);
-  int (*putc)(Entry& entry, int byte);
-  void (*ungetc)(Entry& entry, int byte);  // the byte that getc has just given
+  void (*ungetc)(Entry& entry);  // takes back what getc has just given
   int (*flush)(Entry& entry);
   int (*close)(Entry& entry);
 };
 
 // By Entry::kind.
 constexpr std::array<KindRow, 1> kKinds = {{
-    {plainRead, plainWrite, plainSeek, plainTell, plainGetc, plainPutc, plainUngetc, plainFlush,
-     plainClose},
+    {[](Entry& entry, void* buffer, std::size_t size) {
+       return entry.plain->read(static_cast<char*>(buffer), size);
+     },
+     [](Entry& entry, const void* buffer, std::size_t size) {
+       return entry.plain->write(static_cast<const char*>(buffer), size);
+     },
+     [](Entry& entry, std::int64_t offset, int whence) {
+       return entry.plain->seek(offset, whence);
+     },
+     [](Entry& entry) { return entry.plain->tell(); },
+     [](Entry& entry) { return entry.plain->getc(); }, [](Entry& entry) { entry.plain->ungetc(); },
+     [](Entry& entry) { return entry.plain->flush(); },
+     [](Entry& entry) { return entry.plain->close(); }},
 }};
 
 const KindRow& kindOf(const Entry& entry) { return kKinds[static_cast<std::size_t>(entry.kind)]; }
@@ -129,10 +83,8 @@ std::size_t freePlace() {
   return place;
 }
 
-const char* streamMode(int flag) {
-  constexpr std::array<const char*, 3> kModes = {"w+", "r", "r+"};
-  return flag >= 0 && flag <= kCfUpdate ? kModes[static_cast<std::size_t>(flag)] : nullptr;
-}
+// By the flag of PBcfopen.
+constexpr std::array<int, 3> kOpenFlags = {O_RDWR | O_CREAT | O_TRUNC, O_RDONLY, O_RDWR};
 
 // --- Scanning ------------------------------------------------------------------------
 
@@ -220,7 +172,7 @@ class Scanner {
   ScanResult putBack(int c) {
     if (c == -2) return ScanResult::error;
     if (c == -1) return ScanResult::end;
-    kind_.ungetc(entry_, c);
+    kind_.ungetc(entry_);
     return ScanResult::matched;
   }
 
@@ -269,15 +221,15 @@ int scan(Scanner& scanner, const std::vector<FormatItem>& items, const CfScanTar
 }  // namespace
 
 int PBcfopen(const std::string& path, int flag) {
-  const char* mode = streamMode(flag);
-  if (mode == nullptr) return postMisuse("Bad cfopen flag");
-  StreamPtr stream = openStream(path, mode);
-  if (!stream) {
+  if (flag < kCfNew || flag > kCfUpdate) return postMisuse("Bad cfopen flag");
+  std::unique_ptr<PlainFile> plain =
+      PlainFile::open(path, kOpenFlags[static_cast<std::size_t>(flag)]);
+  if (!plain) {
     PBpostError("cfio", 0, "could not open file " + path);
     return -2;
   }
   const std::size_t place = freePlace();
-  table[place] = {std::move(stream), Direction::none, kPlain, path};
+  table[place] = {std::move(plain), kPlain, path};
   return static_cast<int>(place);
 }
 
@@ -315,8 +267,8 @@ int PBcfgetc(int descriptor) {
 }
 
 int PBcfputc(int descriptor, int byte) {
-  Entry* entry = findEntry(descriptor);
-  return entry != nullptr ? kindOf(*entry).putc(*entry, byte) : -2;
+  const auto value = static_cast<unsigned char>(byte);
+  return PBcfwrite(descriptor, &value, 1) == 1 ? value : -2;
 }
 
 int PBcfflush(int descriptor) {

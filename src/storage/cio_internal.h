@@ -1,0 +1,59 @@
+#pragma once
+
+// What lies under a descriptor of the plain kind: a file with one buffer, which
+// holds either bytes that were read or bytes yet to be written. Standard streams
+// aren't used here: over replaceable calls they lose their place when writing
+// turns into reading, and they read around every seek, which is what the files of
+// pages do most.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+// Results are those of the PBcf functions.
+//
+// Invariants: the buffer stands for the file's bytes from bufferStart_ on,
+// `used_` of them; when `dirty_` the file doesn't have them yet. A first write
+// that fails sets lostError_ for good.
+class PlainFile {
+ public:
+  // Null with errno set on failure.
+  static std::unique_ptr<PlainFile> open(const std::string& path, int flags);
+  // Takes the descriptor over.
+  PlainFile(int fd, bool writable) : fd_(fd), writable_(writable) {}
+  // The safety net for a file that wasn't closed; the result is dropped.
+  ~PlainFile();
+  PlainFile(const PlainFile&) = delete;
+  PlainFile& operator=(const PlainFile&) = delete;
+
+  std::int64_t read(char* data, std::size_t size);
+  std::int64_t write(const char* data, std::size_t size);
+  int seek(std::int64_t offset, int whence);
+  std::int64_t tell() const { return position_; }
+  int getc();
+  // Takes back what getc has just given.
+  void ungetc() { --position_; }
+  int flush();
+  int close();
+
+ private:
+  std::size_t buffered() const;
+  std::size_t take(char* data, std::size_t size);
+  std::int64_t fill();
+  std::int64_t readAt(std::int64_t offset, char* data, std::size_t size);
+  bool writeAt(std::int64_t offset, const char* data, std::size_t size);
+  bool place(std::int64_t offset);
+  bool writeBuffer();
+
+  int fd_;
+  bool writable_;
+  std::int64_t position_ = 0;    // where the next read or write is
+  std::int64_t fdPosition_ = 0;  // where the system's descriptor stands, -1: not known
+  std::int64_t bufferStart_ = 0;
+  std::size_t used_ = 0;
+  bool dirty_ = false;
+  int lostError_ = 0;  // the errno of the write that was lost
+  std::array<char, 8192> buffer_;
+};

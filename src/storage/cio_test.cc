@@ -1,0 +1,246 @@
+#include "storage/cio.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "base/errors.h"
+#include "base/platform.h"
+#include "support/fault_platform.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// The detail of the newest post; all go off the stack.
+std::string takePost() {
+  const std::string detail = PBerrorFind("cfio", 0, false).value_or("no post");
+  PBdiscardErrors();
+  return detail;
+}
+
+// A file as an array of bytes and a position.
+struct Model {
+  std::string bytes;
+  std::size_t position = 0;
+
+  void write(const std::string& data) {
+    if (data.empty()) return;
+    if (bytes.size() < position + data.size()) bytes.resize(position + data.size());
+    bytes.replace(position, data.size(), data);
+    position += data.size();
+  }
+  std::string read(std::size_t size) {
+    if (position >= bytes.size()) return {};
+    const std::string data = bytes.substr(position, size);
+    position += data.size();
+    return data;
+  }
+  int getc() {
+    const std::string data = read(1);
+    return data.empty() ? -1 : static_cast<unsigned char>(data.front());
+  }
+};
+
+std::string readBytes(int file, std::size_t size) {
+  std::string data(size, '?');
+  const std::int64_t count = PBcfread(file, data.data(), size);
+  RC_ASSERT(count >= 0);
+  return data.substr(0, static_cast<std::size_t>(count));
+}
+
+void seekBoth(int file, Model& model) {
+  const int whence = *rc::gen::element(SEEK_SET, SEEK_CUR, SEEK_END);
+  const std::int64_t target = *rc::gen::inRange<std::int64_t>(-5, 30000);
+  const auto base = static_cast<std::int64_t>(whence == SEEK_SET   ? 0
+                                              : whence == SEEK_CUR ? model.position
+                                                                   : model.bytes.size());
+  RC_ASSERT(PBcfseek(file, target - base, whence) == (target < 0 ? -2 : 0));
+  if (target >= 0) model.position = static_cast<std::size_t>(target);
+}
+
+void stepBoth(int file, Model& model) {
+  switch (*rc::gen::inRange(0, 7)) {
+    case 0: {
+      const std::string data(*rc::gen::inRange<std::size_t>(0, 12000), *rc::gen::arbitrary<char>());
+      RC_ASSERT(PBcfwrite(file, data.data(), data.size()) ==
+                static_cast<std::int64_t>(data.size()));
+      return model.write(data);
+    }
+    case 1: {
+      const auto size = *rc::gen::inRange<std::size_t>(0, 12000);
+      RC_ASSERT(readBytes(file, size) == model.read(size));
+      return;
+    }
+    case 2:
+      return seekBoth(file, model);
+    case 3:
+      RC_ASSERT(PBcfgetc(file) == model.getc());
+      return;
+    case 4: {
+      const int byte = *rc::gen::inRange(0, 256);
+      RC_ASSERT(PBcfputc(file, byte) == byte);
+      return model.write(std::string(1, static_cast<char>(byte)));
+    }
+    case 5:
+      RC_ASSERT(PBcfflush(file) == 0);
+      return;
+    default:
+      RC_ASSERT(PBcftell(file) == static_cast<std::int64_t>(model.position));
+  }
+}
+
+RC_GTEST_PROP(Cio, BehavesLikeAnArrayOfBytes, ()) {
+  const TempDir directory;
+  const std::string path = directory.path("file");
+  Model model;
+  for (const int flag : {kCfNew, kCfUpdate}) {
+    const int file = PBcfopen(path, flag);
+    RC_ASSERT(file >= 0);
+    model.position = 0;
+    for (int steps = *rc::gen::inRange(1, 60); steps > 0; --steps) stepBoth(file, model);
+    RC_ASSERT(PBcfclose(file) == 0);
+    RC_ASSERT(directory.read("file") == model.bytes);
+  }
+  PBdiscardErrors();
+}
+
+TEST(Cio, RefusesWhatItCannotOpen) {
+  const TempDir directory;
+  EXPECT_EQ(PBcfopen(directory.path("new"), 3), -2);
+  EXPECT_EQ(takePost(), "Bad cfopen flag");
+  for (const int flag : {kCfRead, kCfUpdate}) {
+    errno = 0;
+    EXPECT_EQ(PBcfopen(directory.path("missing"), flag), -2);
+    EXPECT_EQ(takePost(), "could not open file " + directory.path("missing"));
+    EXPECT_FALSE(fileExists(directory.path("missing")));
+    errno = 0;
+  }
+}
+
+TEST(Cio, RefusesEveryUseOfABadDescriptor) {
+  const TempDir directory;
+  const int closed = PBcfopen(directory.path("file"), kCfNew);
+  EXPECT_EQ(PBcfclose(closed), 0);
+  for (const int bad : {-1, closed, 100000}) {
+    char byte = 0;
+    const std::vector<std::int64_t> results = {
+        PBcfread(bad, &byte, 1),
+        PBcfwrite(bad, &byte, 1),
+        PBcfseek(bad, 0, SEEK_SET),
+        PBcftell(bad),
+        PBcfgetc(bad),
+        PBcfputc(bad, 0),
+        PBcfflush(bad),
+        PBcfclose(bad),
+        PBcfscanf(bad, "", {}),
+    };
+    EXPECT_EQ(results, std::vector<std::int64_t>(results.size(), -2));
+    EXPECT_EQ(PBerrorCount(), static_cast<int>(results.size()));
+    EXPECT_EQ(takePost(), "Bad cfile descriptor");
+  }
+}
+
+TEST(Cio, KeepsManyFilesApartAndUsesFreedDescriptorsAgain) {
+  const TempDir directory;
+  std::vector<int> files;
+  for (int i = 0; i < 40; ++i) {
+    files.push_back(PBcfopen(directory.path(std::to_string(i)), kCfNew));
+    EXPECT_EQ(PBcfputc(files.back(), i), i);
+  }
+  EXPECT_EQ(PBcfclose(files[7]), 0);
+  EXPECT_EQ(PBcfopen(directory.path("7"), kCfRead), files[7]);
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(PBcfseek(files[static_cast<std::size_t>(i)], 0, SEEK_SET), 0);
+    EXPECT_EQ(PBcfgetc(files[static_cast<std::size_t>(i)]), i);
+    EXPECT_EQ(PBcfclose(files[static_cast<std::size_t>(i)]), 0);
+  }
+}
+
+TEST(Cio, ReachesBeyondFourGigabytes) {
+  const TempDir directory;
+  const int file = PBcfopen(directory.path("sparse"), kCfNew);
+  constexpr std::int64_t kFar = 5000000000;
+  EXPECT_EQ(PBcfseek(file, kFar, SEEK_SET), 0);
+  EXPECT_EQ(PBcfputc(file, 'x'), 'x');
+  EXPECT_EQ(PBcftell(file), kFar + 1);
+  EXPECT_EQ(PBcfseek(file, -1, SEEK_END), 0);
+  EXPECT_EQ(PBcfgetc(file), 'x');
+  EXPECT_EQ(PBcfclose(file), 0);
+}
+
+TEST(Cio, AFullDiskShowsInFlushAndClose) {
+  const TempDir directory;
+  FaultPlatform faults;
+  faults.setDiskSpace(10);
+  const int file = PBcfopen(directory.path("file"), kCfNew);
+  const std::string data(100, 'x');
+  EXPECT_EQ(PBcfwrite(file, data.data(), data.size()), 100);
+  EXPECT_EQ(PBcfflush(file), -2);
+  EXPECT_EQ(errno, ENOSPC);
+  faults.setDiskSpace(1000);
+  EXPECT_EQ(PBcfclose(file), -2);
+  EXPECT_EQ(PBcfflush(file), -2);  // closed all the same
+  PBdiscardErrors();
+
+  faults.setDiskSpace(0);
+  const int other = PBcfopen(directory.path("other"), kCfNew);
+  EXPECT_EQ(PBcfwrite(other, data.data(), data.size()), 100);
+  EXPECT_EQ(PBcfclose(other), -2);
+  EXPECT_EQ(errno, ENOSPC);
+  errno = 0;
+}
+
+TEST(Cio, AFailedReadIsNoEndOfFile) {
+  const TempDir directory;
+  const int file = PBcfopen(directory.write("file", "12"), kCfRead);
+  std::int32_t number = 0;
+  FaultPlatform faults;
+  faults.failFileCall(1);
+  EXPECT_EQ(PBcfgetc(file), -2);
+  faults.failFileCall(1);
+  EXPECT_EQ(PBcfscanf(file, "%d", {&number}), -2);
+  EXPECT_EQ(PBcfputc(file, 'x'), -2);
+  PBcfclose(file);
+  errno = 0;
+}
+
+class ScanTest : public testing::Test {
+ protected:
+  void open(std::string_view content) { file_ = PBcfopen(directory_.write("f", content), kCfRead); }
+  ~ScanTest() override {
+    PBcfclose(file_);
+    PBdiscardErrors();
+  }
+  TempDir directory_;
+  int file_ = -1;
+  std::int32_t number_ = 0;
+  std::int64_t wide_ = 0;
+  std::string word_;
+};
+
+TEST_F(ScanTest, FillsTargetsUpToTheFirstMismatch) {
+  open("LABEL 2, -9000000000\n+7end  word 99999999999 tail");
+  EXPECT_EQ(PBcfscanf(file_, "%s %d,%d", {&word_, &number_, &wide_}), 3);
+  EXPECT_EQ(word_, "LABEL");
+  EXPECT_EQ(number_, 2);
+  EXPECT_EQ(wide_, -9000000000);
+  EXPECT_EQ(PBcfscanf(file_, "%d enough %s", {&number_, &word_}), 1);
+  EXPECT_EQ(number_, 7);
+  EXPECT_EQ(PBcfgetc(file_), 'd');                         // what didn't match is still there
+  EXPECT_EQ(PBcfscanf(file_, " word %d", {&number_}), 0);  // too large
+  EXPECT_EQ(number_, 7);
+  EXPECT_EQ(PBcfscanf(file_, "%s %d", {&word_, &number_}), 1);
+  EXPECT_EQ(word_, "tail");
+  EXPECT_EQ(PBcfscanf(file_, " %s", {&word_}), -1);
+}
+
+TEST_F(ScanTest, RefusesUnknownFormsBeforeReading) {
+  open("12 34");
+  EXPECT_EQ(PBcfscanf(file_, "%d %x", {&number_, &number_}), -2);
+  EXPECT_EQ(takePost(), "Bad cfscanf format");
+  for (const char* format : {"%d %s", "%", "%d %d %d", "%d", "%5d %d"}) {
+    EXPECT_EQ(PBcfscanf(file_, format, {&number_, &wide_}), -2) << format;
+  }
+  EXPECT_EQ(PBcftell(file_), 0);
+}
+
+}  // namespace
