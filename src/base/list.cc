@@ -56,9 +56,10 @@ bool PBlistRemove(PBlist* head, const PBlistNode* node, PBlistFree freeData) {
   return true;
 }
 
-void PBlistDestroy(PBlistHeads heads, PBlistFree freeData) {
+void PBlistDestroy(PBlistHeads&& heads, PBlistFree freeData) {
+  const PBlistHeads owned = std::move(heads);
   if (freeData == nullptr) return;
-  for (const PBlist& head : heads) {
+  for (const PBlist& head : owned) {
     for (const PBlistNode* node = head.first.get(); node != nullptr; node = node->next.get()) {
       freeData(node->data);
     }

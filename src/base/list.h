@@ -51,4 +51,4 @@ std::int32_t PBlistTag(const PBlistNode* node);
 // node behind. false, with nothing done, when the node isn't in the list.
 bool PBlistRemove(PBlist* head, const PBlistNode* node, PBlistFree freeData);
 // Empties the heads, calling `freeData` when given with every item's data.
-void PBlistDestroy(PBlistHeads heads, PBlistFree freeData);
+void PBlistDestroy(PBlistHeads&& heads, PBlistFree freeData);

@@ -62,7 +62,8 @@ struct StreamCloser {
 using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
 
 // fopen over platform(): `mode` is one of "r", "w", "a", "r+", "w+". Null with
-// errno set on failure. The stream's reads and writes go through the platform in
+// errno set on failure. A stream goes in one direction: one that both writes and
+// reads loses its place. The stream's reads and writes go through the platform in
 // force at the time of each call.
 StreamPtr openStream(const std::string& path, const char* mode);
 
