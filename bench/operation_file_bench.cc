@@ -38,7 +38,9 @@ void readsOperationFile(benchmark::State& state) {
     closeStream(std::move(file));
   }
   for (auto _ : state) {
+    state.PauseTiming();
     run = Run();
+    state.ResumeTiming();
     if (!readOperationFile(path, {})) state.SkipWithError("the file was refused");
   }
   platform().remove(path.c_str());

@@ -18,13 +18,13 @@ void PVBregionInit(PVBregion& region, std::string_view name, std::string_view pa
 
 PVBregion& RegionTable::insert(std::string_view key, std::unique_ptr<PVBregion> region) {
   regions_.push_back(std::move(region));
-  byKey_[std::string(key)].push_back(regions_.back().get());
+  newest_.insert_or_assign(std::string(key), regions_.back().get());
   return *regions_.back();
 }
 
 PVBregion* RegionTable::find(std::string_view key) const {
-  const auto found = byKey_.find(std::string(key));
-  return found == byKey_.end() ? nullptr : found->second.back();
+  const auto found = newest_.find(std::string(key));
+  return found == newest_.end() ? nullptr : found->second;
 }
 
 std::string regionKey(std::string_view path) {

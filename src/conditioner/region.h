@@ -41,9 +41,9 @@ class RegionTable {
 
  private:
   std::vector<std::unique_ptr<PVBregion>> regions_;
-  // For each key its regions, the newest last. A table of its own and not a
-  // PBhash: keys like "region000001" have few different byte sums.
-  std::unordered_map<std::string, std::vector<PVBregion*>> byKey_;
+  // The newest region of each key. A table of its own and not a PBhash: keys like
+  // "region000001" have few different byte sums.
+  std::unordered_map<std::string, PVBregion*> newest_;
 };
 
 // The key of a path: its last component, one trailing "/" and a drive prefix
