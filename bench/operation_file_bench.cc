@@ -51,6 +51,7 @@ BENCHMARK(readsOperationFile)
     ->Arg(50'000)
     ->Arg(100'000)
     ->Arg(200'000)
+    ->Arg(400000)
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace
