@@ -360,10 +360,9 @@ TEST_F(FrontEnd, ReportBeginsWithHeadingAndBanner) {
 TEST_F(FrontEnd, ReportGoesToAFileWhenAsked) {
   const ProgramResult named = runFile("", {"SaveReport=YES", "ReportFile=my.rpt"});
   EXPECT_EQ(named.out, "");
-  EXPECT_EQ(dir_.read("my.rpt"), [&] {
-    runFile("", {"SaveReport=yes"});
-    return dir_.read("pvbcond.rpt");
-  }());
+  EXPECT_THAT(dir_.read("my.rpt"), StartsWith("PVBConditioner    "));
+  EXPECT_EQ(runFile("", {"SaveReport=yes"}).out, "");
+  EXPECT_THAT(dir_.read("pvbcond.rpt"), StartsWith("PVBConditioner    "));
   const ProgramResult fallback = runFile("", {"SaveReport=yes", "ReportFile=no/such/dir.rpt"});
   expectSuccess(fallback);
   EXPECT_THAT(fallback.out, StartsWith("PVBConditioner    "));

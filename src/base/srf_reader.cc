@@ -137,12 +137,12 @@ void noteUnknownKeyword(std::string_view name) {
 // --- Lines and tokens ----------------------------------------------------------------
 
 std::string_view withoutTrailingWhite(std::string_view text) {
-  while (!text.empty() && isSrfWhite(text.back())) text.remove_suffix(1);
+  while (!text.empty() && PBisSpace(text.back())) text.remove_suffix(1);
   return text;
 }
 
 std::string_view withoutWhiteAround(std::string_view text) {
-  while (!text.empty() && isSrfWhite(text.front())) text.remove_prefix(1);
+  while (!text.empty() && PBisSpace(text.front())) text.remove_prefix(1);
   return withoutTrailingWhite(text);
 }
 
@@ -193,7 +193,7 @@ class Splitter {
 
   // False at the end, and at a quote that is never closed.
   bool next(Token& token) {
-    while (!rest_.empty() && isSrfWhite(rest_.front())) rest_.remove_prefix(1);
+    while (!rest_.empty() && PBisSpace(rest_.front())) rest_.remove_prefix(1);
     if (rest_.empty()) return false;
     return rest_.front() == '"' ? takeQuoted(token) : takeUnquoted(token);
   }
@@ -214,7 +214,7 @@ class Splitter {
 
   bool takeUnquoted(Token& token) {
     std::size_t end = 0;
-    while (end < rest_.size() && !isSrfWhite(rest_[end])) {
+    while (end < rest_.size() && !PBisSpace(rest_[end])) {
       end += raw_ && rest_[end] == '\\' ? 2 : 1;
     }
     end = std::min(end, rest_.size());
@@ -350,7 +350,7 @@ class Parse {
   // --- Rows
 
   void handleRow(std::string_view content) {
-    if (std::ranges::all_of(content, isSrfWhite)) return;
+    if (std::ranges::all_of(content, PBisSpace)) return;
     if (table_ == Table::none) {
       noteCountedError("No attributes have been set: Is file in SRF format?");
       failRow("Could not parse line number: ");

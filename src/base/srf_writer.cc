@@ -50,7 +50,7 @@ bool putLine(std::string_view function) {
 
 // --- Values --------------------------------------------------------------------------
 
-bool holdsWhite(std::string_view text) { return std::ranges::any_of(text, isSrfWhite); }
+bool holdsWhite(std::string_view text) { return std::ranges::any_of(text, PBisSpace); }
 
 // Any white space counts, not only blanks and tabs, so that a value comes back.
 bool needsQuotes(std::string_view text) {

@@ -12,7 +12,6 @@ namespace {
 
 constexpr int kNoMoreMemory = 82;
 
-bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // The digits at the start of `text` with the sign, held within an int.
@@ -80,7 +79,7 @@ int PBstrCompare(const char* a, const char* b) {
 
 int PBtextToInt(std::string_view text) {
   text.remove_prefix(
-      static_cast<std::size_t>(std::ranges::find_if_not(text, isSpace) - text.begin()));
+      static_cast<std::size_t>(std::ranges::find_if_not(text, PBisSpace) - text.begin()));
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   return digitsToInt(text, negative);
@@ -94,6 +93,6 @@ std::string PBlowerText(std::string_view text) {
 
 std::string PBstripSpace(std::string_view text) {
   std::string result(text);
-  std::erase_if(result, isSpace);
+  std::erase_if(result, PBisSpace);
   return result;
 }

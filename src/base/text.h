@@ -57,6 +57,8 @@ int PBstrHash(TextArg text);
 // The sign of strcmp, with null behind every text.
 int PBstrCompare(const char* a, const char* b);
 
+// One of the six characters of white space.
+constexpr bool PBisSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 // The number at the start of a text as atoi reads it: white space, a sign,
 // decimal digits; 0 when there are no digits. What doesn't fit becomes the
 // nearest int.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/errors.h"
+#include "base/text.h"
 #include "storage/cio_internal.h"
 
 namespace {
@@ -88,7 +89,8 @@ constexpr std::array<int, 3> kOpenFlags = {O_RDWR | O_CREAT | O_TRUNC, O_RDONLY,
 
 // --- Scanning ------------------------------------------------------------------------
 
-bool isSpace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+// Of a byte as getc gives it; the end and a failure are none.
+bool isSpace(int c) { return c >= 0 && PBisSpace(static_cast<char>(c)); }
 
 enum class ItemForm { space, literal, integer, word };
 
