@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +21,10 @@ ssize_t Platform::write(int fd, const void* buffer, std::size_t size) {
 off_t Platform::seek(int fd, off_t offset, int whence) { return ::lseek(fd, offset, whence); }
 int Platform::truncate(int fd, off_t size) { return ::ftruncate(fd, size); }
 int Platform::sync(int fd) { return ::fsync(fd); }
+int Platform::shareBlocks(int from, int to) { return ::ioctl(to, FICLONE, from); }
+ssize_t Platform::copyRange(int from, int to, std::size_t size) {
+  return ::copy_file_range(from, nullptr, to, nullptr, size, 0);
+}
 int Platform::close(int fd) { return ::close(fd); }
 
 int Platform::status(const char* path, struct stat& out) { return ::stat(path, &out); }

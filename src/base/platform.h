@@ -28,6 +28,12 @@ class Platform {
   virtual off_t seek(int fd, off_t offset, int whence);
   virtual int truncate(int fd, off_t size);
   virtual int sync(int fd);
+  // Makes the empty file `to` share the blocks of `from`, where the file system
+  // can; -1 where it can't.
+  virtual int shareBlocks(int from, int to);
+  // Copies at most `size` bytes between the places where both descriptors stand
+  // and moves these on: the bytes copied, 0 at the end of `from`.
+  virtual ssize_t copyRange(int from, int to, std::size_t size);
   virtual int close(int fd);
 
   // Names and directories.

@@ -26,6 +26,7 @@ class FaultPlatform : public Platform {
   void failAllocations(int count) { failingAllocations_ = count; }
   // Room for this many bytes of writing; then ENOSPC, after a short write.
   void setDiskSpace(std::int64_t bytes) { space_ = bytes; }
+  void freeDiskSpace() { space_ = kUnlimited; }
 
   int fileCalls() const { return fileCalls_; }
   int secondsSlept() const { return secondsSlept_; }
@@ -54,6 +55,17 @@ class FaultPlatform : public Platform {
   }
   int truncate(int fd, off_t size) override { return fails() ? -1 : Platform::truncate(fd, size); }
   int sync(int fd) override { return fails() ? -1 : Platform::sync(fd); }
+  int shareBlocks(int from, int to) override {
+    return fails() || space_ < kUnlimited ? -1 : Platform::shareBlocks(from, to);
+  }
+  ssize_t copyRange(int from, int to, std::size_t size) override {
+    if (fails()) return -1;
+    if (space_ < kUnlimited) {
+      errno = ENOSYS;  // the bytes then come through write, which counts them
+      return -1;
+    }
+    return Platform::copyRange(from, to, size);
+  }
   // A close that fails still gives the descriptor back, as the system's does.
   int close(int fd) override {
     const bool fail = fails();
@@ -109,6 +121,7 @@ class FaultPlatform : public Platform {
   int error_ = EIO;
   int failingAllocations_ = 0;
   int secondsSlept_ = 0;
-  std::int64_t space_ = std::numeric_limits<std::int64_t>::max();
+  static constexpr std::int64_t kUnlimited = std::numeric_limits<std::int64_t>::max();
+  std::int64_t space_ = kUnlimited;
   bool failed_ = false;
 };
