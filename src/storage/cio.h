@@ -21,7 +21,12 @@ inline constexpr int kCfNew = 0;     // empty, for writing and reading
 inline constexpr int kCfRead = 1;    // an existing file, for reading
 inline constexpr int kCfUpdate = 2;  // an existing file, for both
 
+//
+// A new file is stored compressed, unless MVK_COMPRESSION_OFF is set (read once);
+// an existing file keeps its kind.
 int PBcfopen(const std::string& path, int flag);
+// The same, but a new file is stored plain.
+int PBcfopenPlain(const std::string& path, int flag);
 // The result tells whether everything written has arrived; the descriptor is free
 // in any case.
 int PBcfclose(int descriptor);
@@ -37,7 +42,17 @@ std::int64_t PBcftell(int descriptor);
 int PBcfgetc(int descriptor);
 // The byte written.
 int PBcfputc(int descriptor, int byte);
+// Brings all that was written to the system. A flush that failed, on a full disk
+// say, may be repeated: nothing is lost until the descriptor is closed.
 int PBcfflush(int descriptor);
+// Cuts the file to `size` bytes; longer than it is, it stays. 0.
+int PBcftruncate(int descriptor, std::int64_t size);
+// Length in bytes, what is still buffered included.
+std::int64_t PBcfsize(int descriptor);
+// Closes without writing what is buffered and removes the file. 0.
+int PBcfdiscard(int descriptor);
+// Whether the file is stored compressed; false for a bad descriptor.
+bool PBcfisCompressed(int descriptor);
 
 // Reads by a format of "%d" (a decimal integer that fits its target), "%s" (a word
 // up to white space), white space (any, also none) and characters that must stand
