@@ -1,0 +1,84 @@
+#pragma once
+
+// Properties: numbered names with a text value, on signals, timeplates, rows or
+// the database. Objects hold only the id of a list. Lists are blocks of "pvb.l",
+// records and values stand in the append-only "pvb.v"; a deletion marks a record
+// dead, and dead ones are squeezed out when the section is closed.
+//
+// List block, tag typePropList, 8 bytes; its number is the list's id:
+//
+//   OFFSET  SIZE  FIELD  MEANING
+//      0      4   head   offset in "pvb.v" of the newest record, -1 for none
+//      4      1   inUse  1
+//      5      3          0
+//
+// "pvb.v": u32 magic 0xAAFAF0AF, u32 format 1, then records and values as they
+// were written. A file without the magic, or of a format above 1, has records of
+// the old form and begins with one.
+//
+//   RECORD, tag typeProperty, 20 bytes               OLD, tag typeoldProperty, 16
+//      0      4   next    offset of the next record;    the same
+//                         -1 or its own offset ends
+//      4      4   key     the property's number         the same
+//      8      4   value   offset of the value, or -1    the same
+//     12      2           0                             length, signed
+//     14      1   valid   1; 0 is dead                  valid
+//     15      1           0
+//     16      4   length  of the value with its zero byte
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/file_copy.h"
+#include "pvb/id.h"
+
+struct PVBproperty {
+  std::int32_t key = 0;
+  std::optional<std::string> value;
+};
+inline constexpr std::int32_t kAnyKey = -1;
+
+struct PVBpropertyData {
+  PVBpropertyData();
+  ~PVBpropertyData();
+
+  int lists = -1;   // handle of the block file "pvb.l"
+  int values = -1;  // descriptor of "pvb.v"
+  std::int32_t format = 1;
+  std::uint32_t firstFreeList = 0;  // no list block below it is free
+  std::string pathOfValues;
+  TempFile listsCopy;  // what they stand on in a database not writable
+  TempFile valuesCopy;
+  bool dirty = false;  // something changed
+  bool needRewrite = false;
+  bool hasGarbage = false;  // a record died
+};
+
+int PVBpropertyOpen(int database, int numBuffers);
+int PVBpropertySave(int database, const std::string& directory);
+int PVBpropertyClose(int database);
+// Rewrites the values of a database directory's "pvb.l" and "pvb.v" without the
+// dead records, through a file at `tempPath`. The order of each list reverses.
+int stripGarbage(const std::string& directory, const std::string& tempPath);
+
+// The list's id, or -1.
+PVBid PVBpropListNew(int database);
+void PVBpropListFree(int database, PVBid list);
+int PVBputProp(int database, PVBid list, const PVBproperty& property);
+// Removes what has the key and, when there is a value, the same value.
+int PVBdelProp(int database, PVBid list, const PVBproperty& property);
+// The live records, newest first; one walk at a time in the process. The result
+// is good until the next step; null at the end.
+const PVBproperty* PVBpropInqFirst(int database, PVBid list);
+const PVBproperty* PVBpropInqNext(int database);
+const PVBproperty* PVBpropInqFirstKey(int database, PVBid list, std::int32_t key);
+const PVBproperty* PVBpropInqNextKey(int database, std::int32_t key);
+// The newest value under a key; none when there is no such property.
+std::optional<std::string> PVBpropGet(int database, PVBid list, std::int32_t key);
+// A new list with copies of all live records, in the same order; -1 on failure.
+PVBid PVBpropListDup(int database, PVBid list);
+// Whether `list` is a list in use.
+bool PVBpropListExists(int database, PVBid list);
