@@ -186,6 +186,7 @@ int PageClose(int handle) {
   int result = flushFile(*file);
   if (result == 0) {
     result = shrinkAndClose(*file);
+    if (result != 0) PBpostError("PageClose", 85, file->path);
   } else if (file->descriptor >= 0) {
     PBcfclose(file->descriptor);
   }

@@ -114,7 +114,7 @@ TEST(SwapEndian, ReversesAsManyNumbersAsTheIndexPageCounts) {
     EXPECT_EQ(host, expected) << count;
     EXPECT_EQ(swapped(host, typeIndexPageWrite), disk) << count;
   }
-  for (std::size_t length = 0; length < 16; ++length) {
+  for (std::size_t length = 1; length < 16; ++length) {
     EXPECT_EQ(swapped(swapped(counting(length), typeIndexPage), typeIndexPageWrite),
               counting(length));
   }
