@@ -25,7 +25,6 @@ constexpr std::string_view kRunFile = "pvb.rd";
 constexpr std::string_view kTableFile = "pvb.ps";
 constexpr int kMinRowBuffers = 4;
 constexpr int kRunBuffers = 16;
-constexpr int kMaxColumns = 65536;
 
 std::uint32_t rowBlockSize(int rowWidth) {
   return static_cast<std::uint32_t>(kRowStatesOffset) +
@@ -76,7 +75,7 @@ int openRows(PVBdatabase& slot, PVBpatternData& data, int numBuffers) {
   std::uint32_t size = rowBlockSize(slot.header.rowWidth);
   data.rows = openFile(slot, data, kRowFile, PageOpen, size, std::max(numBuffers, kMinRowBuffers));
   if (data.rows < 0) return -2;
-  if (size < rowBlockSize(0) || size > rowBlockSize(kMaxColumns)) {
+  if (size < rowBlockSize(0) || size > rowBlockSize(kMaxRowWidth)) {
     return badFormat(PVBfilePath(slot.path, kRowFile));
   }
   slot.rowWidth = columnsOf(size);
@@ -224,7 +223,7 @@ int PVBpatternOpen(int database, int rowWidth, int numBuffers) {
   if (slot == nullptr) return -2;
   if (slot->patterns != nullptr) return 0;
   if (slot->header.rowWidth == 0) slot->header.rowWidth = std::max(rowWidth, 32);
-  if (slot->header.rowWidth < 0 || slot->header.rowWidth > kMaxColumns) {
+  if (slot->header.rowWidth < 0 || slot->header.rowWidth > kMaxRowWidth) {
     return badFormat(PVBfilePath(slot->path, kRowFile));
   }
   slot->patterns = std::make_unique<PVBpatternData>();
@@ -278,7 +277,7 @@ bool PVBpatternExists(const std::string& directory) {
 int PVBpatternWidenRows(int database, int newWidth) {
   PVBpatternData* data = patternData(database);
   if (data == nullptr) return -2;
-  if (newWidth > kMaxColumns) {
+  if (newWidth > kMaxRowWidth) {
     PVBsetStatus(database, kStatusOutOfBounds);
     return -2;
   }
