@@ -60,10 +60,7 @@ int giveColumns(int database, PVBsignal& signal) {
 }
 
 void noteGroup(PVBsignalData& data, const PVBsignal& signal) {
-  const bool isNamedGroup = signal.type == MEM_GROUP && signal.name.has_value();
-  if (isNamedGroup && !PVBidListContains(data.allGroups, signal.id)) {
-    data.allGroups.push_back(signal.id);
-  }
+  if (signal.type == MEM_GROUP && signal.name) data.allGroups.push_back(signal.id);
 }
 
 // The signal as it stands in the tables, or null with a status; id and name are free.

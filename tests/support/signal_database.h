@@ -29,13 +29,13 @@ class SignalDatabase : public testing::Test {
   void restart(std::int32_t version) {
     drop();
     dir_ = std::make_unique<TempDir>();
-    open(version);
+    db = PVBopenAny(dir_->path(), true, kTestRowWidth, 4, 0, version >= kExtendedVersion);
+    EXPECT_EQ(SignalDataCreate(db, kTestRowWidth), 0);
   }
-  // Opens the directory again; false when its signals can't be read.
+  // False when the signals can't be read.
   bool reload() {
-    const std::int32_t version = PVBversion(db);
-    drop();
-    return open(version);
+    SignalDataClose(db);
+    return SignalDataCreate(db, kTestRowWidth) == 0;
   }
   // Puts a file in place and reads it.
   bool load(std::string_view file) {
@@ -85,10 +85,6 @@ class SignalDatabase : public testing::Test {
   int db = -1;
 
  private:
-  bool open(std::int32_t version) {
-    db = PVBopenAny(dir_->path(), true, kTestRowWidth, 4, 0, version >= kExtendedVersion);
-    return SignalDataCreate(db, kTestRowWidth) == 0;
-  }
   void drop() {
     if (PVBget(db) == nullptr) return;
     SignalDataClose(db);
