@@ -304,7 +304,7 @@ TEST_F(TimePlateFile, FailedReadIsTold) {
     const int result = reload();
     failed = faults.failed();
     EXPECT_TRUE(result == 0 || PBerrorHas("PVBtimePlateOpen", 0)) << n;
-    if (result == 0) EXPECT_EQ(PVBtimePlateCount(db()), 2);
+    EXPECT_TRUE(result != 0 || PVBtimePlateCount(db()) == 2);
   }
 }
 
