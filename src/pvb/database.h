@@ -39,9 +39,17 @@ struct PVBlabelData;
 struct PVBscanData;
 struct PVBmessageData;
 
+// Defined with the scan section, whose record is its own affair.
+struct ScanDataDelete {
+  void operator()(PVBscanData* data) const;
+};
+
 inline constexpr int MAXPVB = 16;
 inline constexpr std::int32_t kClassicVersion = 501;
 inline constexpr std::int32_t kExtendedVersion = 1501;
+inline constexpr int kDefaultRowWidth = 32;
+// Columns are 16-bit numbers, one of which means none.
+inline constexpr int kMaxRowWidth = 65536;
 
 // Bits of the loaded sections and of the mask of PVBopen.
 enum PVBsectionBit : std::uint32_t {
@@ -104,7 +112,7 @@ struct PVBdatabase {
   std::unique_ptr<PVBtimePlateData> timePlates;
   std::unique_ptr<PVBpatternData> patterns;
   std::unique_ptr<PVBmessageData> messages;
-  std::unique_ptr<PVBscanData> scan;
+  std::unique_ptr<PVBscanData, ScanDataDelete> scan;
   std::unique_ptr<PVBlabelData> labels;
 };
 

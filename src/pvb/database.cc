@@ -1,0 +1,198 @@
+#include "pvb/database.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "base/errors.h"
+#include "base/platform.h"
+#include "base/temp_directory.h"
+#include "base/text.h"
+#include "pvb/database_internal.h"
+
+namespace {
+
+// Every slot of the process; PVBopen takes the first free one, PVBclose frees it.
+std::array<PVBdatabase, MAXPVB> slots;
+
+// Chosen by MVK_PVB_CACHES at each open; an unknown text leaves it as it is.
+CachePolicy cachePolicy = CachePolicy::automatic;
+
+struct CacheWord {
+  std::string_view word;
+  CachePolicy policy;
+};
+constexpr std::array<CacheWord, 7> kCacheWords = {{
+    {"false", CachePolicy::never},
+    {"0", CachePolicy::never},
+    {"never", CachePolicy::never},
+    {"no", CachePolicy::never},
+    {"always", CachePolicy::always},
+    {"auto", CachePolicy::automatic},
+    {"ondemand", CachePolicy::onDemand},
+}};
+
+void readCachePolicy() {
+  const char* text = std::getenv("MVK_PVB_CACHES");
+  if (text == nullptr) return;
+  for (const CacheWord& row : kCacheWords) {
+    if (PBstrEq(row.word, text)) cachePolicy = row.policy;
+  }
+}
+
+int freeSlot() {
+  const auto slot = std::find_if(slots.begin(), slots.end(),
+                                 [](const PVBdatabase& database) { return !database.inUse; });
+  if (slot != slots.end()) return static_cast<int>(slot - slots.begin());
+  errno = 0;
+  PBpostError("PVBopen", 0, "Maximum number of open PVBs (MAXPVB) exceeded.");
+  return -1;
+}
+
+bool makeDirectory(const std::string& path) {
+  if (directoryExists(path)) return true;
+  if (platform().makeDirectory(path.c_str(), 0777) == 0) return true;
+  PBpostError("PVBopen", 0, "Could not create PVB directory.");
+  return false;
+}
+
+struct OpenMode {
+  bool strict;  // the classic data model only
+  bool upgrade;
+};
+
+bool loadHeader(PVBdatabase& slot, int rowWidth, OpenMode mode) {
+  slot.header = PVBheader();
+  slot.header.rowWidth = rowWidth > 0 ? rowWidth : kDefaultRowWidth;
+  const std::string path = PVBfilePath(slot.path, "pvb.h");
+  if (fileExists(path) && ReadPVBheader(path, mode.strict, slot.header) < 1) return false;
+  if (slot.header.rowWidth < 0 || slot.header.rowWidth > kMaxRowWidth) {
+    errno = 0;
+    PBpostError("PVBopen", 87, path);
+    return false;
+  }
+  slot.version = slot.header.version;
+  if (mode.upgrade && slot.version <= 1500) slot.version = kExtendedVersion;
+  return true;
+}
+
+void applyCachePolicy(PVBdatabase& slot) {
+  if (cachePolicy == CachePolicy::automatic) slot.cachedIndex[2] = slot.cachedIndex[3] = true;
+  if (cachePolicy == CachePolicy::always) slot.cachedIndex.fill(true);
+  if (cachePolicy == CachePolicy::never) slot.cachedIndex.fill(false);
+}
+
+int openSlot(int database, const std::string& path, bool writable, int rowWidth, int numBuffers,
+             OpenMode mode) {
+  PVBdatabase& slot = slots[static_cast<std::size_t>(database)];
+  slot = PVBdatabase();
+  slot.writable = writable;
+  if (!makeDirectory(path)) return -1;
+  slot.path = path;
+  if (!loadHeader(slot, rowWidth, mode)) return -1;
+  slot.inUse = true;
+  slot.tempDir = PBtempDirectory();
+  slot.rowWidth = slot.header.rowWidth;
+  slot.numBuffers = numBuffers;
+  return database;
+}
+
+int openAny(const std::string& path, bool writable, int rowWidth, int numBuffers,
+            std::uint32_t sections, OpenMode mode) {
+  readCachePolicy();
+  int database = PVBinqByPath(path);
+  if (database < 0) {
+    database = freeSlot();
+    if (database < 0) return -1;
+    if (openSlot(database, path, writable, rowWidth, numBuffers, mode) < 0) return -1;
+  }
+  if (loadSections(database, sections) != 0) {
+    abandonSlot(database);
+    return -1;
+  }
+  applyCachePolicy(slots[static_cast<std::size_t>(database)]);
+  return database;
+}
+
+}  // namespace
+
+// --- Slots ---------------------------------------------------------------------------
+
+PVBdatabase* PVBget(int database) {
+  if (database < 0 || database >= MAXPVB) return nullptr;
+  PVBdatabase& slot = slots[static_cast<std::size_t>(database)];
+  return slot.inUse ? &slot : nullptr;
+}
+
+PVBdatabase* PVBgetSection(int database, std::uint32_t sectionBit) {
+  PVBdatabase* slot = PVBget(database);
+  if (slot == nullptr) return nullptr;
+  if ((slot->sectionsOpen & sectionBit) == sectionBit) return slot;
+  slot->status = kStatusNotOpen;
+  return nullptr;
+}
+
+// --- Opening -------------------------------------------------------------------------
+
+int PVBopen(const std::string& path, bool writable, int rowWidth, int numBuffers,
+            std::uint32_t sections) {
+  return openAny(path, writable, rowWidth, numBuffers, sections, {true, false});
+}
+
+int PVBopenAny(const std::string& path, bool writable, int rowWidth, int numBuffers,
+               std::uint32_t sections, bool upgrade) {
+  return openAny(path, writable, rowWidth, numBuffers, sections, {false, upgrade});
+}
+
+int PVBopenTimeplates(const std::string& path, bool writable, int rowWidth, int numBuffers) {
+  return PVBopen(path, writable, rowWidth, numBuffers, kSectionTimePlates);
+}
+
+bool PVBexists(const std::string& path) {
+  return directoryExists(path) && fileExists(PVBfilePath(path, "pvb.h"));
+}
+
+int PVBinqByPath(const std::string& path) {
+  for (int database = 0; database < MAXPVB; ++database) {
+    const PVBdatabase* slot = PVBget(database);
+    if (slot != nullptr && slot->path == path) return database;
+  }
+  return -1;
+}
+
+int PVBinqByPath(const std::string& path, std::uint32_t& sections) {
+  const int database = PVBinqByPath(path);
+  if (const PVBdatabase* slot = PVBget(database)) sections = slot->sectionsOpen;
+  return database;
+}
+
+// --- Of an open database -------------------------------------------------------------
+
+std::int32_t PVBversion(int database) {
+  const PVBdatabase* slot = PVBget(database);
+  return slot != nullptr ? slot->version : -1;
+}
+
+bool PVBisWritable(int database) {
+  const PVBdatabase* slot = PVBget(database);
+  return slot != nullptr && slot->writable;
+}
+
+const std::string& PVBpath(int database) {
+  static const std::string none;
+  const PVBdatabase* slot = PVBget(database);
+  return slot != nullptr ? slot->path : none;
+}
+
+bool PVBmodelExtended(int database, bool wanted) { return !wanted || PVBversion(database) > 999; }
+
+void PVBraiseVersion(int database, bool wanted) {
+  PVBdatabase* slot = PVBget(database);
+  if (slot != nullptr && wanted) slot->version = std::max(slot->version, kExtendedVersion);
+}
+
+std::string PVBfilePath(const std::string& directory, std::string_view name) {
+  std::string path = directory;
+  path.append("/").append(name);
+  return path;
+}
