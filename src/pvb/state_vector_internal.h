@@ -29,7 +29,8 @@ struct StateVector {
   PVBid id = UNDEF;
   std::string bytes;
   std::uint32_t value = 0;
-  bool dirty = false;  // not packed since its last change
+  bool dirty = false;       // not packed since its last change
+  std::size_t counted = 0;  // bytes of it in the sum over the cache
 };
 
 // Two views of one table. Invariant: each entry of `byId` views a key of `byName`.
@@ -50,10 +51,10 @@ struct PVBscanData {
   TempFile copy;
   VPageFilePtr file;  // null until the first vector is made, if there is no "pvb.st"
   StateNames names;
-  bool namesDirty = false;          // page 0 on disk says it too
-  std::size_t numVectors = 64;      // vectors cached
-  std::list<StateVector> cache;     // most recently used first
-  std::size_t cachedBytes = 0;      // in `cache`, without its first vector
+  bool namesDirty = false;       // page 0 on disk says it too
+  std::size_t numVectors = 64;   // vectors cached
+  std::list<StateVector> cache;  // most recently used first
+  std::size_t cachedBytes = 0;   // held by `cache`
   std::unordered_map<PVBid, std::list<StateVector>::iterator> cached;
   bool changed = false;
 };

@@ -40,8 +40,7 @@ int corrupt(int database) { return vectorFailure(database, kStatusCorrupt); }
 // A page 0 to 2 with new content, on disk when this returns.
 int storePage(int database, PVBscanData& scan, std::uint32_t page, std::string_view content,
               int tag) {
-  const VPageHold hold(*scan.file, page,
-                       VPageResizeTyped(*scan.file, page, content.size(), tag));
+  const VPageHold hold(*scan.file, page, VPageResizeTyped(*scan.file, page, content.size(), tag));
   if (!hold) return vectorPageFailure(database);
   std::memcpy(hold.data(), content.data(), content.size());
   return VPageDirty(*scan.file, page, true) == 0 ? 0 : vectorPageFailure(database);
@@ -159,8 +158,7 @@ bool enterNameOfPage(int database, PVBscanData& scan, std::uint32_t page) {
   if (!readPage(database, scan, page, typeNoStruct, content)) return false;
   const std::size_t end = content.find('\0');
   if (end != std::string::npos && end > 0) {
-    scan.names.add(std::string_view(content).substr(0, end),
-                   PVBidMake(kClassStateVector, page));
+    scan.names.add(std::string_view(content).substr(0, end), PVBidMake(kClassStateVector, page));
   }
   return true;
 }
