@@ -94,12 +94,7 @@ PageBuffer* appendBlock(PageFile& file, std::uint32_t& block) {
 
 // Makes the block after the head the head of the list.
 bool unlinkHead(PageFile& file, const FreeLinks& head) {
-  const bool only = head.next == kNoBlock;
-  if (only != (file.header.numFree == 1)) {
-    postPage("PageNew", kBroken);
-    return false;
-  }
-  if (only) return true;
+  if (head.next == kNoBlock) return true;
   const std::optional<FreeLinks> next = soundLinks(file, head.next, "PageNew");
   if (!next) return false;
   if (next->prev != file.header.firstFree) {
@@ -109,19 +104,29 @@ bool unlinkHead(PageFile& file, const FreeLinks& head) {
   return setLink(file, head.next, &FreeLinks::prev, kNoBlock);
 }
 
+PageHeader withoutHead(PageHeader header, const FreeLinks& head) {
+  --header.numFree;
+  header.firstFree = head.next;
+  if (head.next == kNoBlock) header.lastFree = kNoBlock;
+  return header;
+}
+
 PageBuffer* takeFreeBlock(PageFile& file, std::uint32_t& block, int tag) {
-  PageHeader& header = file.header;
-  block = header.firstFree;
+  block = file.header.firstFree;
   const std::optional<FreeLinks> links = soundLinks(file, block, "PageNew");
-  if (!links || !unlinkHead(file, *links)) return nullptr;
+  if (!links) return nullptr;
+  const PageHeader after = withoutHead(file.header, *links);
+  if (!freeListFits(after)) {
+    postPage("PageNew", kBroken);
+    return nullptr;
+  }
+  if (!unlinkHead(file, *links)) return nullptr;
   PageBuffer* buffer = getBuf(file, block, tag);
   if (buffer == nullptr) {
     if (links->next != kNoBlock) setLink(file, links->next, &FreeLinks::prev, block);
     return nullptr;
   }
-  --header.numFree;
-  header.firstFree = links->next;
-  if (links->next == kNoBlock) header.lastFree = kNoBlock;
+  file.header = after;
   checkHint(file);
   if (file.freeIndex) file.freeIndex->erase(block);
   return buffer;
@@ -140,18 +145,15 @@ std::optional<PageHeader> withoutLastBlocks(PageFile& file) {
       PBpostError("PageFree", 0, "can't read the free list");
       return std::nullopt;
     }
-    const bool only = links->prev == kNoBlock;
-    const bool sound = only ? shrunk.numFree == 1 && shrunk.firstFree == shrunk.lastFree
-                            : shrunk.numFree > 1 && links->prev < shrunk.lastFree &&
-                                  links->prev >= shrunk.firstFree;
-    if (!sound) {
-      postPage("PageFree", kBroken);
-      return std::nullopt;
-    }
+    const std::uint32_t last = shrunk.lastFree;
     --shrunk.numBlocks;
     --shrunk.numFree;
     shrunk.lastFree = links->prev;
-    if (only) shrunk.firstFree = kNoBlock;
+    if (links->prev == kNoBlock) shrunk.firstFree = kNoBlock;
+    if (!freeListFits(shrunk) || (links->prev != kNoBlock && links->prev >= last)) {
+      postPage("PageFree", kBroken);
+      return std::nullopt;
+    }
   }
   return shrunk;
 }
@@ -299,18 +301,24 @@ bool linkBlock(PageFile& file, std::uint32_t block, const FreeLinks& place) {
   return false;
 }
 
+PageHeader withFreeBlock(PageHeader header, std::uint32_t block, const FreeLinks& place) {
+  ++header.numFree;
+  if (place.prev == kNoBlock) header.firstFree = block;
+  if (place.next == kNoBlock) header.lastFree = block;
+  return header;
+}
+
 int freeMiddleBlock(PageFile& file, std::uint32_t block) {
   const std::optional<FreeLinks> place = findPlace(file, block);
   if (!place || !areNeighbours(file, *place)) return -2;
+  const PageHeader after = withFreeBlock(file.header, block, *place);
+  if (!freeListFits(after)) return postPage("PageFree", kBroken);
   if (!linkBlock(file, block, *place)) {
     PBpostError("PageFree", 0, "could not add block to free list");
     return -2;
   }
-  PageHeader& header = file.header;
-  ++header.numFree;
-  if (place->prev == kNoBlock) header.firstFree = block;
-  if (place->next == kNoBlock) header.lastFree = block;
-  if (isBetweenEnds(header, block)) file.freeHint = block;
+  file.header = after;
+  if (isBetweenEnds(after, block)) file.freeHint = block;
   if (file.freeIndex) file.freeIndex->insert(block);
   return 0;
 }

@@ -108,6 +108,8 @@ int postPage(std::string_view function, std::string_view text);
 
 // --- Header and conversion (page_header.cc) ------------------------------------------
 
+// Whether the ends of the free list go with each other and with its length.
+bool freeListFits(const PageHeader& header);
 // Reads and tests the header of an open file, and converts an old one.
 int readHeader(PageFile& file);
 int writeHeader(PageFile& file, std::string_view function, std::string_view failure);
