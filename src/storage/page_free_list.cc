@@ -94,7 +94,12 @@ PageBuffer* appendBlock(PageFile& file, std::uint32_t& block) {
 
 // Makes the block after the head the head of the list.
 bool unlinkHead(PageFile& file, const FreeLinks& head) {
-  if (head.next == kNoBlock) return true;
+  const bool only = head.next == kNoBlock;
+  if (only != (file.header.numFree == 1)) {
+    postPage("PageNew", kBroken);
+    return false;
+  }
+  if (only) return true;
   const std::optional<FreeLinks> next = soundLinks(file, head.next, "PageNew");
   if (!next) return false;
   if (next->prev != file.header.firstFree) {
@@ -118,6 +123,7 @@ PageBuffer* takeFreeBlock(PageFile& file, std::uint32_t& block, int tag) {
   header.firstFree = links->next;
   if (links->next == kNoBlock) header.lastFree = kNoBlock;
   checkHint(file);
+  if (file.freeIndex) file.freeIndex->erase(block);
   return buffer;
 }
 
@@ -161,6 +167,7 @@ int freeLastBlock(PageFile& file) {
   }
   for (std::uint32_t gone = shrunk->numBlocks; gone < before.numBlocks; ++gone) {
     forgetBlock(file, gone);
+    if (file.freeIndex) file.freeIndex->erase(gone);
   }
   file.header = *shrunk;
   checkHint(file);
@@ -193,30 +200,57 @@ WalkStart chooseStart(const PageFile& file, std::uint32_t block) {
   return block < midpoint(hint, first) ? WalkStart{first, true} : WalkStart{hint, false};
 }
 
+std::optional<FreeLinks> refuseAsFree(std::uint32_t block) {
+  postPage("PageFree", fmt::format("block {} is free already", block));
+  return std::nullopt;
+}
+
 // The free blocks on both sides of a block that lies between the ends. None with
 // a post for one that is on the list itself, and for a broken list.
-std::optional<FreeLinks> findNeighbours(PageFile& file, std::uint32_t block) {
+std::optional<FreeLinks> walkToPlace(PageFile& file, std::uint32_t block) {
   const auto [start, forward] = chooseStart(file, block);
   std::uint32_t at = start;
-  for (std::uint32_t steps = 0; steps < file.header.numFree && at != block; ++steps) {
+  for (std::uint32_t steps = 0; steps < file.header.numFree; ++steps, ++file.walkSteps) {
+    if (at == block) return refuseAsFree(block);
     const std::optional<FreeLinks> links = soundLinks(file, at, "PageFree");
     if (!links) return std::nullopt;
-    if (forward && links->next >= block) {
-      if (links->next != block) return FreeLinks{at, links->next};
-      at = block;
-    } else if (!forward && links->prev <= block) {
-      if (links->prev != block) return FreeLinks{links->prev, at};
-      at = block;
-    } else {
-      at = forward ? links->next : links->prev;
-    }
+    if (forward && links->next > block) return FreeLinks{at, links->next};
+    if (!forward && links->prev < block) return FreeLinks{links->prev, at};
+    at = forward ? links->next : links->prev;
   }
-  if (at == block) {
-    postPage("PageFree", fmt::format("block {} is free already", block));
-  } else {
-    postPage("PageFree", kBroken);
-  }
+  postPage("PageFree", kBroken);
   return std::nullopt;
+}
+
+bool buildIndex(PageFile& file) {
+  auto index = std::make_unique<FreeIndex>();
+  std::uint32_t at = file.header.firstFree;
+  std::uint32_t count = 0;
+  for (; count < file.header.numFree && at != kNoBlock; ++count) {
+    const std::optional<FreeLinks> links = soundLinks(file, at, "PageFree");
+    if (!links) return false;
+    index->insert(at);
+    at = links->next;
+  }
+  if (count != file.header.numFree || at != kNoBlock) {
+    postPage("PageFree", kBroken);
+    return false;
+  }
+  file.freeIndex = std::move(index);
+  return true;
+}
+
+// Walking is cheap as long as blocks are freed near each other. When as many were
+// walked over as the list has, it pays to know them all.
+std::optional<FreeLinks> findNeighbours(PageFile& file, std::uint32_t block) {
+  constexpr std::uint64_t kCheapSteps = 1000;
+  if (!file.freeIndex) {
+    if (file.walkSteps < kCheapSteps + file.header.numFree) return walkToPlace(file, block);
+    if (!buildIndex(file)) return std::nullopt;
+  }
+  const FreeLinks place{file.freeIndex->below(block), file.freeIndex->above(block)};
+  if (file.freeIndex->above(place.prev) == block) return refuseAsFree(block);
+  return place;
 }
 
 std::optional<FreeLinks> findPlace(PageFile& file, std::uint32_t block) {
@@ -277,6 +311,7 @@ int freeMiddleBlock(PageFile& file, std::uint32_t block) {
   if (place->prev == kNoBlock) header.firstFree = block;
   if (place->next == kNoBlock) header.lastFree = block;
   if (isBetweenEnds(header, block)) file.freeHint = block;
+  if (file.freeIndex) file.freeIndex->insert(block);
   return 0;
 }
 

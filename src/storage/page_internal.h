@@ -14,6 +14,7 @@
 
 #include "base/platform.h"
 #include "storage/page.h"
+#include "storage/page_free_index.h"
 
 // What a file may say of itself: enough for any record there is, little enough
 // that a damaged header can't ask for memory without end.
@@ -85,7 +86,9 @@ struct PageFile {
   bool headerDirty = false;
   bool onDisk = false;
   std::vector<PlatformPtr<PageBuffer>> buffers;
-  PlatformPtr<unsigned char> scratch;  // a block on its way to the file
+  std::uint64_t walkSteps = 0;           // free blocks looked at to find places
+  std::unique_ptr<FreeIndex> freeIndex;  // made when walking has become too long
+  PlatformPtr<unsigned char> scratch;    // a block on its way to the file
 };
 
 // --- The table (page.cc) -------------------------------------------------------------
