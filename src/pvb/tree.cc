@@ -1,7 +1,5 @@
 #include "pvb/tree.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "base/time_internal.h"
