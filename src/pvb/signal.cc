@@ -133,7 +133,7 @@ std::unique_ptr<PVBsignal> PVBsignalCopy(const PVBsignal& signal) {
   auto copy = std::make_unique<PVBsignal>(signal);
   copy->id = UNDEF;
   copy->propList = UNDEF;
-  copy->muxPosition = -2;
+  copy->muxPosition = kMuxUnknown;
   copy->muxParent = nullptr;
   return copy;
 }
