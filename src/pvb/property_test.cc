@@ -344,8 +344,9 @@ TEST_F(FailingRewrite, AFullDiskLosesNothingThatWasThere) {
       for (PVBid list = 0; list < 50; ++list) {
         ASSERT_EQ(PVBputProp(id(), list, {3, "added"}), 0);
       }
-      EXPECT_EQ(PVBpropertyClose(id()) == 0, !faults.failed());
+      const int result = PVBpropertyClose(id());
       failed = faults.failed();
+      EXPECT_EQ(result == 0, !failed);
     }
     testing::internal::GetCapturedStderr();
     ASSERT_EQ(PVBpropertyOpen(id(), 64), 0);
