@@ -290,6 +290,7 @@ TEST_F(Properties, FilesCutAnywhereAreOpenedOrRefused) {
 class FailingRewrite : public Properties {
  protected:
   FailingRewrite() {
+    EXPECT_TRUE(lay(lists({}), kHeader));
     for (int i = 0; i < 50; ++i) listOf({{1, "kept" + std::to_string(i)}, {2, std::nullopt}});
     db.close();
     whole = db.files();
