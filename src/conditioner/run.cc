@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "conditioner/messages.h"
+#include "pvb/database.h"
 #include "timeplate/optimizer.h"
 
 Run run;
@@ -56,6 +57,10 @@ void fatalExit() {
   closeReport();
   if (run.optimizeTimePlates) tpOptimizerFinish();
   PBflushErrors();
+  // What the run changed only in part isn't saved over what was there.
+  for (int database = 0; database < MAXPVB; ++database) {
+    if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
+  }
   std::exit(1);
 }
 

@@ -1,6 +1,7 @@
 #include "pvb/database.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 
@@ -13,7 +14,13 @@
 namespace {
 
 // Every slot of the process; PVBopen takes the first free one, PVBclose frees it.
-std::array<PVBdatabase, MAXPVB> slots;
+// Made at the first use, so that what is still open at the end of the process goes
+// before the tables that it stands on.
+std::array<PVBdatabase, MAXPVB>& slots() {
+  static std::array<PVBdatabase, MAXPVB> table;
+  return table;
+}
+PVBdatabase& slotAt(int database) { return slots()[static_cast<std::size_t>(database)]; }
 
 // Chosen by MVK_PVB_CACHES at each open; an unknown text leaves it as it is.
 CachePolicy cachePolicy = CachePolicy::automatic;
@@ -41,9 +48,9 @@ void readCachePolicy() {
 }
 
 int freeSlot() {
-  const auto slot = std::find_if(slots.begin(), slots.end(),
-                                 [](const PVBdatabase& database) { return !database.inUse; });
-  if (slot != slots.end()) return static_cast<int>(slot - slots.begin());
+  for (int database = 0; database < MAXPVB; ++database) {
+    if (!slotAt(database).inUse) return database;
+  }
   errno = 0;
   PBpostError("PVBopen", 0, "Maximum number of open PVBs (MAXPVB) exceeded.");
   return -1;
@@ -84,7 +91,7 @@ void applyCachePolicy(PVBdatabase& slot) {
 
 int openSlot(int database, const std::string& path, bool writable, int rowWidth, int numBuffers,
              OpenMode mode) {
-  PVBdatabase& slot = slots[static_cast<std::size_t>(database)];
+  PVBdatabase& slot = slotAt(database);
   slot = PVBdatabase();
   slot.writable = writable;
   if (!makeDirectory(path)) return -1;
@@ -110,7 +117,7 @@ int openAny(const std::string& path, bool writable, int rowWidth, int numBuffers
     abandonSlot(database);
     return -1;
   }
-  applyCachePolicy(slots[static_cast<std::size_t>(database)]);
+  applyCachePolicy(slotAt(database));
   return database;
 }
 
@@ -120,7 +127,7 @@ int openAny(const std::string& path, bool writable, int rowWidth, int numBuffers
 
 PVBdatabase* PVBget(int database) {
   if (database < 0 || database >= MAXPVB) return nullptr;
-  PVBdatabase& slot = slots[static_cast<std::size_t>(database)];
+  PVBdatabase& slot = slotAt(database);
   return slot.inUse ? &slot : nullptr;
 }
 
