@@ -10,13 +10,15 @@
 #include <vector>
 
 #include "base/errors.h"
+#include "base/platform.h"
 #include "base/text.h"
-#include "storage/cio_internal.h"
+#include "storage/plain_file.h"
 
 namespace {
 
 constexpr std::size_t kTableGrowth = 16;
 constexpr int kPlain = 0;
+constexpr int kCompressed = 1;
 constexpr int kFree = 2;
 
 struct Entry {
@@ -36,7 +38,10 @@ struct KindRow {
   int (*getc)(Entry& entry);
   void (*ungetc)(Entry& entry);  // takes back what getc has just given
   int (*flush)(Entry& entry);
+  int (*truncate)(Entry& entry, std::int64_t size);
+  std::int64_t (*size)(Entry& entry);
   int (*close)(Entry& entry);
+  int (*discard)(Entry& entry);  // closes without writing; the file stays
 };
 
 // By Entry::kind.
@@ -53,7 +58,10 @@ constexpr std::array<KindRow, 1> kKinds = {{
      [](Entry& entry) { return entry.plain->tell(); },
      [](Entry& entry) { return entry.plain->getc(); }, [](Entry& entry) { entry.plain->ungetc(); },
      [](Entry& entry) { return entry.plain->flush(); },
-     [](Entry& entry) { return entry.plain->close(); }},
+     [](Entry& entry, std::int64_t size) { return entry.plain->truncate(size); },
+     [](Entry& entry) { return entry.plain->size(); },
+     [](Entry& entry) { return entry.plain->close(); },
+     [](Entry& entry) { return entry.plain->discard(); }},
 }};
 
 const KindRow& kindOf(const Entry& entry) { return kKinds[static_cast<std::size_t>(entry.kind)]; }
@@ -222,7 +230,9 @@ int scan(Scanner& scanner, const std::vector<FormatItem>& items, const CfScanTar
 
 }  // namespace
 
-int PBcfopen(const std::string& path, int flag) {
+int PBcfopen(const std::string& path, int flag) { return PBcfopenPlain(path, flag); }
+
+int PBcfopenPlain(const std::string& path, int flag) {
   if (flag < kCfNew || flag > kCfUpdate) return postMisuse("Bad cfopen flag");
   std::unique_ptr<PlainFile> plain =
       PlainFile::open(path, kOpenFlags[static_cast<std::size_t>(flag)]);
@@ -241,6 +251,15 @@ int PBcfclose(int descriptor) {
   const int result = kindOf(*entry).close(*entry);
   *entry = {};
   return result;
+}
+
+int PBcfdiscard(int descriptor) {
+  Entry* entry = findEntry(descriptor);
+  if (entry == nullptr) return -2;
+  const bool closed = kindOf(*entry).discard(*entry) == 0;
+  const bool removed = platform().remove(entry->name.c_str()) == 0;
+  *entry = {};
+  return closed && removed ? 0 : -2;
 }
 
 std::int64_t PBcfread(int descriptor, void* buffer, std::size_t size) {
@@ -276,6 +295,21 @@ int PBcfputc(int descriptor, int byte) {
 int PBcfflush(int descriptor) {
   Entry* entry = findEntry(descriptor);
   return entry != nullptr ? kindOf(*entry).flush(*entry) : -2;
+}
+
+int PBcftruncate(int descriptor, std::int64_t size) {
+  Entry* entry = findEntry(descriptor);
+  return entry != nullptr ? kindOf(*entry).truncate(*entry, size) : -2;
+}
+
+std::int64_t PBcfsize(int descriptor) {
+  Entry* entry = findEntry(descriptor);
+  return entry != nullptr ? kindOf(*entry).size(*entry) : -2;
+}
+
+bool PBcfisCompressed(int descriptor) {
+  const Entry* entry = findEntry(descriptor);
+  return entry != nullptr && entry->kind == kCompressed;
 }
 
 int PBcfscanf(int descriptor, std::string_view format,

@@ -6,8 +6,9 @@
 //
 // A function that fails returns -2. Misuse and a failed open are posted under
 // "cfio"; a failed read, write or seek leaves its reason in errno for the post of
-// the caller. Writes are buffered: a lost one shows at the latest in PBcfflush or
-// PBcfclose, and from then on in all of them.
+// the caller. Writes are buffered: bytes that don't arrive show at the latest in
+// PBcfflush or PBcfclose. A write that failed took nothing; what was taken before
+// is kept, so that it arrives once there is room again.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +22,6 @@ inline constexpr int kCfNew = 0;     // empty, for writing and reading
 inline constexpr int kCfRead = 1;    // an existing file, for reading
 inline constexpr int kCfUpdate = 2;  // an existing file, for both
 
-//
 // A new file is stored compressed, unless MVK_COMPRESSION_OFF is set (read once);
 // an existing file keeps its kind.
 int PBcfopen(const std::string& path, int flag);

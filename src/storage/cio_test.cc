@@ -58,7 +58,7 @@ void seekBoth(int file, Model& model) {
 }
 
 void stepBoth(int file, Model& model) {
-  switch (*rc::gen::inRange(0, 7)) {
+  switch (*rc::gen::inRange(0, 9)) {
     case 0: {
       const std::string data(*rc::gen::inRange<std::size_t>(0, 12000), *rc::gen::arbitrary<char>());
       RC_ASSERT(PBcfwrite(file, data.data(), data.size()) ==
@@ -82,6 +82,15 @@ void stepBoth(int file, Model& model) {
     }
     case 5:
       RC_ASSERT(PBcfflush(file) == 0);
+      return;
+    case 6: {
+      const auto size = *rc::gen::inRange<std::size_t>(0, 30000);
+      RC_ASSERT(PBcftruncate(file, static_cast<std::int64_t>(size)) == 0);
+      model.bytes.resize(std::min(model.bytes.size(), size));
+      return;
+    }
+    case 7:
+      RC_ASSERT(PBcfsize(file) == static_cast<std::int64_t>(model.bytes.size()));
       return;
     default:
       RC_ASSERT(PBcftell(file) == static_cast<std::int64_t>(model.position));
@@ -130,6 +139,9 @@ TEST(Cio, RefusesEveryUseOfABadDescriptor) {
         PBcfgetc(bad),
         PBcfputc(bad, 0),
         PBcfflush(bad),
+        PBcftruncate(bad, 0),
+        PBcfsize(bad),
+        PBcfdiscard(bad),
         PBcfclose(bad),
         PBcfscanf(bad, "", {}),
     };
@@ -167,26 +179,48 @@ TEST(Cio, ReachesBeyondFourGigabytes) {
   EXPECT_EQ(PBcfclose(file), 0);
 }
 
-TEST(Cio, AFullDiskShowsInFlushAndClose) {
+TEST(Cio, WhatAFullDiskRefusedArrivesOnceThereIsRoom) {
   const TempDir directory;
   FaultPlatform faults;
   faults.setDiskSpace(10);
   const int file = PBcfopen(directory.path("file"), kCfNew);
-  const std::string data(100, 'x');
-  EXPECT_EQ(PBcfwrite(file, data.data(), data.size()), 100);
-  EXPECT_EQ(PBcfflush(file), -2);
-  EXPECT_EQ(errno, ENOSPC);
-  faults.setDiskSpace(1000);
-  EXPECT_EQ(PBcfclose(file), -2);
-  EXPECT_EQ(PBcfflush(file), -2);  // closed all the same
-  PBdiscardErrors();
+  const std::string small(100, 'x');
+  const std::string large(9000, 'y');
+  EXPECT_EQ(PBcfwrite(file, small.data(), small.size()), 100);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(PBcfflush(file), -2);
+    EXPECT_EQ(errno, ENOSPC);
+  }
+  EXPECT_EQ(PBcfwrite(file, large.data(), large.size()), -2);
+  EXPECT_EQ(PBcfsize(file), 100);
+  faults.freeDiskSpace();
+  EXPECT_EQ(PBcfwrite(file, large.data(), large.size()), 9000);
+  EXPECT_EQ(PBcfclose(file), 0);
+  EXPECT_EQ(directory.read("file"), small + large);
+  errno = 0;
+}
 
+TEST(Cio, BytesThatNeverArriveShowInClose) {
+  const TempDir directory;
+  FaultPlatform faults;
   faults.setDiskSpace(0);
-  const int other = PBcfopen(directory.path("other"), kCfNew);
-  EXPECT_EQ(PBcfwrite(other, data.data(), data.size()), 100);
-  EXPECT_EQ(PBcfclose(other), -2);
+  const int file = PBcfopen(directory.path("file"), kCfNew);
+  EXPECT_EQ(PBcfputc(file, 'x'), 'x');
+  EXPECT_EQ(PBcfclose(file), -2);
   EXPECT_EQ(errno, ENOSPC);
   errno = 0;
+}
+
+TEST(Cio, ADiscardedFileIsGone) {
+  const TempDir directory;
+  FaultPlatform faults;
+  faults.setDiskSpace(0);
+  const int file = PBcfopen(directory.path("file"), kCfNew);
+  EXPECT_EQ(PBcfputc(file, 'x'), 'x');
+  EXPECT_EQ(PBcfdiscard(file), 0);
+  EXPECT_FALSE(fileExists(directory.path("file")));
+  EXPECT_EQ(PBcfdiscard(file), -2);
+  PBdiscardErrors();
 }
 
 TEST(Cio, AFailedReadIsNoEndOfFile) {

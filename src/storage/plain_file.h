@@ -1,10 +1,14 @@
 #pragma once
 
-// What lies under a descriptor of the plain kind: a file with one buffer, which
-// holds either bytes that were read or bytes yet to be written. Standard streams
-// aren't used here: over replaceable calls they lose their place when writing
-// turns into reading, and they read around every seek, which is what the files of
-// pages do most.
+// A file with one buffer, which holds either bytes that were read or bytes yet to
+// be written. It lies under the descriptors of the plain kind and under the files
+// of variable pages. Standard streams aren't used here: over replaceable calls
+// they lose their place when writing turns into reading, and they read around
+// every seek, which is what the files of pages do most.
+//
+// A call that fails gives -2 with the reason in errno. What write has taken is
+// kept until it has arrived: a flush or write that failed on a full disk may be
+// repeated, and a write that failed has taken nothing.
 
 #include <array>
 #include <cstddef>
@@ -14,9 +18,8 @@
 
 // Results are those of the PBcf functions.
 //
-// Invariants: the buffer stands for the file's bytes from bufferStart_ on,
-// `used_` of them; when `dirty_` the file doesn't have them yet. A first write
-// that fails sets lostError_ for good.
+// Invariant: the buffer stands for the file's bytes from bufferStart_ on, `used_`
+// of them; when `dirty_` the file doesn't have them yet.
 class PlainFile {
  public:
   // Null with errno set on failure.
@@ -36,7 +39,13 @@ class PlainFile {
   // Takes back what getc has just given.
   void ungetc() { --position_; }
   int flush();
+  // Longer than the file is: it stays as it is.
+  int truncate(std::int64_t size);
+  // What is still buffered included.
+  std::int64_t size();
   int close();
+  // Closes and forgets what wasn't written.
+  int discard();
 
  private:
   std::size_t buffered() const;
@@ -54,6 +63,5 @@ class PlainFile {
   std::int64_t bufferStart_ = 0;
   std::size_t used_ = 0;
   bool dirty_ = false;
-  int lostError_ = 0;  // the errno of the write that was lost
   std::array<char, 8192> buffer_;
 };

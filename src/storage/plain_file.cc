@@ -1,3 +1,5 @@
+#include "storage/plain_file.h"
+
 #include <fcntl.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <limits>
 
 #include "base/platform.h"
-#include "storage/cio_internal.h"
 
 std::unique_ptr<PlainFile> PlainFile::open(const std::string& path, int flags) {
   const int fd = platform().open(path.c_str(), flags, 0666);
@@ -52,16 +53,14 @@ bool PlainFile::writeAt(std::int64_t offset, const char* data, std::size_t size)
   }
   if (good) return true;
   fdPosition_ = -1;
-  lostError_ = errno != 0 ? errno : EIO;
   return false;
 }
 
-// The buffer then stands for bytes that were read.
+// The buffer then stands for bytes that were read; on failure it stays as it was.
 bool PlainFile::writeBuffer() {
-  if (lostError_ == 0 && dirty_ && !writeAt(bufferStart_, buffer_.data(), used_)) used_ = 0;
+  if (dirty_ && !writeAt(bufferStart_, buffer_.data(), used_)) return false;
   dirty_ = false;
-  errno = lostError_ != 0 ? lostError_ : errno;
-  return lostError_ == 0;
+  return true;
 }
 
 // Copies what the buffer has at the position; the bytes copied.
@@ -124,11 +123,8 @@ std::int64_t PlainFile::write(const char* data, std::size_t size) {
 
 int PlainFile::seek(std::int64_t offset, int whence) {
   std::int64_t base = whence == SEEK_CUR ? position_ : 0;
-  if (whence == SEEK_END) {
-    if (!writeBuffer()) return -2;
-    base = fdPosition_ = platform().seek(fd_, 0, SEEK_END);
-    if (base < 0) return -2;
-  }
+  if (whence == SEEK_END) base = size();
+  if (base < 0) return -2;
   std::int64_t target = 0;
   if (__builtin_add_overflow(base, offset, &target) || target < 0) {
     errno = EINVAL;
@@ -149,6 +145,31 @@ int PlainFile::getc() {
 }
 
 int PlainFile::flush() { return writeBuffer() ? 0 : -2; }
+
+std::int64_t PlainFile::size() {
+  fdPosition_ = platform().seek(fd_, 0, SEEK_END);
+  if (fdPosition_ < 0) return -2;
+  const std::int64_t bufferEnd = bufferStart_ + static_cast<std::int64_t>(used_);
+  return dirty_ ? std::max(fdPosition_, bufferEnd) : fdPosition_;
+}
+
+// What the buffer has past the new end goes only after the system has cut the file.
+int PlainFile::truncate(std::int64_t size) {
+  const std::int64_t before = writable_ && size >= 0 ? this->size() : -2;
+  if (!writable_ || size < 0) errno = writable_ ? EINVAL : EBADF;
+  if (before < 0) return -2;
+  if (size >= before) return 0;
+  if (platform().truncate(fd_, size) != 0) return -2;
+  const std::int64_t room = std::max<std::int64_t>(size - bufferStart_, 0);
+  used_ = std::min(used_, static_cast<std::size_t>(room));
+  dirty_ = dirty_ && used_ > 0;
+  return 0;
+}
+
+int PlainFile::discard() {
+  dirty_ = false;
+  return close();
+}
 
 int PlainFile::close() {
   if (fd_ < 0) return 0;
