@@ -146,6 +146,8 @@ enum PVBstatusCode : std::int32_t {
   kStatusBadKeyField = 27,
   kStatusNotEmpty = 30,
   kStatusBufferVariable = 35,
+  kStatusNoMultiTrack = 36,
+  kStatusNoMultiBit = 37,
   kStatusOutOfBounds = 41,
 };
 
