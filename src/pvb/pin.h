@@ -2,7 +2,11 @@
 
 // Pins and columns: tester channels (ATE pins), package pins (DUT pins) and
 // pattern columns of a tester format, with their cross references to signals, in
-// the text file "pvb.p" (layout in pin_file.cc). The section owns its records.
+// the text file "pvb.p" (layout in pin_file.cc). The section owns its records: a
+// pointer is good until that record is deleted or the section closed.
+//
+// The lists of a record are its caller's: entering a record adds nothing to the
+// lists of others, deleting one takes it out of all of them.
 
 #include <cstdint>
 #include <memory>
@@ -42,6 +46,8 @@ enum class PinKind { ate, dut };
 struct PVBpinData {
   explicit PVBpinData(int buckets);
   ~PVBpinData();
+  PVBpinData(const PVBpinData&) = delete;
+  PVBpinData& operator=(const PVBpinData&) = delete;
 
   HashTable<PVBpin> atePins;  // by id; these three own the records
   HashTable<PVBpin> dutPins;
@@ -50,6 +56,7 @@ struct PVBpinData {
   HashTable<PVBpin> dutByName;
   HashTable<PVBpin> ateByNode;
   HashTable<PVBpin> dutByNode;
+  HashTable<PVBcolumn> columnsByNumber;  // those that have a number
   std::int32_t nextID = 1;
   std::int32_t atePinCount = 0;
   bool changed = false;

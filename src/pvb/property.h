@@ -31,6 +31,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/file_copy.h"
 #include "pvb/id.h"
@@ -48,8 +49,19 @@ struct PVBpropertyData {
   int lists = -1;   // handle of the block file "pvb.l"
   int values = -1;  // descriptor of "pvb.v"
   std::int32_t format = 1;
-  std::uint32_t firstFreeList = 0;  // no list block below it is free
+  // Blocks below firstFreeList are in use or stand in freedLists, a heap with the
+  // lowest on top.
+  std::uint32_t firstFreeList = 0;
+  std::vector<std::uint32_t> freedLists;
   std::string pathOfValues;
+  std::uint32_t valuesEnd = 0;  // where the next record goes
+  // The heads before the records that may not have reached the disk: when these are
+  // lost, the lists keep what they had.
+  struct OldHead {
+    PVBid list;
+    std::uint32_t head;
+  };
+  std::vector<OldHead> unflushed;
   TempFile listsCopy;  // what they stand on in a database not writable
   TempFile valuesCopy;
   bool dirty = false;  // something changed
@@ -57,16 +69,22 @@ struct PVBpropertyData {
   bool hasGarbage = false;  // a record died
 };
 
+// Both files exist from then on; those of the old form are rewritten.
 int PVBpropertyOpen(int database, int numBuffers);
+// Dead records go at the close, or at once from a copy in another directory.
 int PVBpropertySave(int database, const std::string& directory);
+// Rewrites the values when lists were made or records have died. A rewrite that
+// fails leaves the files as they were.
 int PVBpropertyClose(int database);
 // Rewrites the values of a database directory's "pvb.l" and "pvb.v" without the
-// dead records, through a file at `tempPath`. The order of each list reverses.
+// dead records, through a file at `tempPath`. The order of each list reverses. The
+// old pair stands until both new files are whole.
 int stripGarbage(const std::string& directory, const std::string& tempPath);
 
 // The list's id, or -1.
 PVBid PVBpropListNew(int database);
 void PVBpropListFree(int database, PVBid list);
+// Appends a record. When it can't be written the list is empty afterwards.
 int PVBputProp(int database, PVBid list, const PVBproperty& property);
 // Removes what has the key and, when there is a value, the same value.
 int PVBdelProp(int database, PVBid list, const PVBproperty& property);

@@ -1,0 +1,214 @@
+#include "pvb/property.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/errors.h"
+#include "base/platform.h"
+#include "base/temp_directory.h"
+#include "pvb/database.h"
+#include "pvb/property_internal.h"
+#include "storage/cio.h"
+#include "storage/swapendian.h"
+
+namespace {
+
+constexpr std::string_view kListsName = "pvb.l";
+constexpr std::string_view kValuesName = "pvb.v";
+constexpr std::string_view kRewriteEnding = ".strip";
+
+int fail(std::string_view function, int code, std::string_view path) {
+  PBpostError(function, code, path);
+  return -2;
+}
+
+int failOpen(std::string_view path) { return fail("PVBpropertyOpen", 81, path); }
+
+// The two files that a section stands on.
+struct FilePair {
+  std::string lists;
+  std::string values;
+};
+
+FilePair filesOf(const std::string& directory) {
+  return {PVBfilePath(directory, kListsName), PVBfilePath(directory, kValuesName)};
+}
+
+// --- Opening -------------------------------------------------------------------------
+
+int copyPrivately(const std::string& from, TempFile& to) {
+  to = PBprivateCopy(from);
+  return to.path().empty() ? failOpen(from) : 0;
+}
+
+// A database that isn't writable works on copies, or on new files that aren't in
+// its directory.
+int choosePaths(const PVBdatabase& slot, bool exists, PVBpropertyData& data, FilePair& files) {
+  files = filesOf(slot.path);
+  if (slot.writable) return 0;
+  if (exists) {
+    if (copyPrivately(files.lists, data.listsCopy) != 0) return -2;
+    if (copyPrivately(files.values, data.valuesCopy) != 0) return -2;
+  } else {
+    data.listsCopy = TempFile(PBtempFileName("mvk"));
+    data.valuesCopy = TempFile(PBtempFileName("mvk"));
+  }
+  files = {data.listsCopy.path(), data.valuesCopy.path()};
+  return 0;
+}
+
+int openValues(const FilePair& files, bool exists, PVBpropertyData& data) {
+  data.values = PBcfopen(files.values, exists ? kCfUpdate : kCfNew);
+  if (data.values < 0) return failOpen(files.values);
+  data.pathOfValues = files.values;
+  PropValues values;
+  if (propValuesOpen(data.values, data.pathOfValues, values) != 0) return failOpen(files.values);
+  data.format = values.format;
+  if (values.size == 0) {
+    data.format = kPropertyFormat;
+    values.size = kPropertyHeaderSize;
+    if (!propWriteHeader(data.values) || PBcfflush(data.values) != 0) {
+      return fail("PVBpropertyOpen", 85, files.values);
+    }
+  }
+  data.valuesEnd =
+      static_cast<std::uint32_t>(std::min<std::int64_t>(values.size, std::int64_t{kNoOffset}));
+  return 0;
+}
+
+// Free blocks of the block file itself aren't lists: where there are any, which no
+// rewrite leaves, new lists come from the file alone.
+int openLists(const FilePair& files, int numBuffers, PVBpropertyData& data) {
+  std::uint32_t blockSize = kListBlockSize;
+  data.lists = PageOpen(files.lists, blockSize, numBuffers);
+  if (data.lists < 0) return failOpen(files.lists);
+  std::uint32_t numBlocks = 0;
+  std::uint32_t capacity = 0;
+  PageInfo(data.lists, numBlocks, capacity);
+  if (PageCount(data.lists) != numBlocks) data.firstFreeList = numBlocks;
+  return 0;
+}
+
+int closeFiles(PVBpropertyData& data) {
+  const bool valuesGood = data.values < 0 || PBcfclose(data.values) == 0;
+  const bool listsGood = data.lists < 0 || PageClose(data.lists) == 0;
+  data.values = -1;
+  data.lists = -1;
+  return valuesGood && listsGood ? 0 : -2;
+}
+
+int openFiles(const FilePair& files, bool exists, int numBuffers, PVBpropertyData& data) {
+  if (openValues(files, exists, data) != 0) return -2;
+  if (data.format != 0) return openLists(files, numBuffers, data);
+  if (closeFiles(data) != 0) return failOpen(files.values);
+  if (propStrip(files.lists, files.values, files.values + std::string(kRewriteEnding)) != 0) {
+    return failOpen(files.values);
+  }
+  if (openValues(files, true, data) != 0) return -2;
+  return openLists(files, numBuffers, data);
+}
+
+// --- Saving --------------------------------------------------------------------------
+
+// The values first: a list never names a record that the disk hasn't taken.
+bool flushFiles(PVBpropertyData& data) {
+  if (PBcfflush(data.values) != 0) return false;
+  data.unflushed.clear();
+  return PageFlush(data.lists) == 0;
+}
+
+// Both files come under their names one right after the other.
+bool saveFilesTo(PVBpropertyData& data, const FilePair& target) {
+  if (PBcfflush(data.values) != 0) return false;
+  data.unflushed.clear();
+  TempFile values(target.values + ".part");
+  if (PBcopyFile(data.pathOfValues, values.path()) != 0) return false;
+  if (PageSaveAs(data.lists, target.lists) != 0) return false;
+  if (PBmoveFile(values.path(), target.values) != 0) return false;
+  values.release();
+  return true;
+}
+
+// Gives the lists whose newest records are lost their last known heads.
+void restoreHeads(PVBpropertyData& data) {
+  for (auto old = data.unflushed.rbegin(); old != data.unflushed.rend(); ++old) {
+    ListHandle list =
+        ListHandle::get(data.lists, static_cast<std::uint32_t>(old->list), typePropList);
+    if (!list) continue;
+    list->head = old->head;
+    list.markDirty();
+  }
+}
+
+}  // namespace
+
+PVBpropertyData::PVBpropertyData() = default;
+
+// The safety net of an open that failed; a section is closed by PVBpropertyClose.
+PVBpropertyData::~PVBpropertyData() {
+  if (values >= 0) PBcfclose(values);
+  if (lists >= 0) PageClose(lists);
+}
+
+int PVBpropertyOpen(int database, int numBuffers) {
+  PVBdatabase* slot = PVBget(database);
+  if (slot == nullptr) return -2;
+  if (slot->properties) return 0;
+  auto data = std::make_unique<PVBpropertyData>();
+  const bool exists = fileExists(PVBfilePath(slot->path, kListsName));
+  FilePair files;
+  if (choosePaths(*slot, exists, *data, files) != 0) return -2;
+  if (openFiles(files, exists, numBuffers, *data) != 0) return -2;
+  slot->properties = std::move(data);
+  slot->sectionsOpen |= kSectionProperties;
+  return 0;
+}
+
+int PVBpropertySave(int database, const std::string& directory) {
+  PVBdatabase* slot = PVBgetSection(database, kSectionProperties);
+  if (slot == nullptr) return -2;
+  PVBpropertyData& data = *slot->properties;
+  const bool inPlace = directory.empty() || directory == slot->path;
+  if (inPlace && (!data.dirty || !slot->writable)) return 0;
+  if (inPlace) {
+    data.needRewrite = data.needRewrite || data.hasGarbage;
+    if (!flushFiles(data)) return fail("PVBpropertySave", 85, PagePath(data.lists));
+  } else {
+    const FilePair target = filesOf(directory);
+    if (!saveFilesTo(data, target)) return fail("PVBpropertySave", 85, target.lists);
+    const std::string newValues = target.values + std::string(kRewriteEnding);
+    if (data.hasGarbage && propStrip(target.lists, target.values, newValues) != 0) return -2;
+  }
+  data.dirty = false;
+  return 0;
+}
+
+int PVBpropertyClose(int database) {
+  PVBdatabase* slot = PVBget(database);
+  if (slot == nullptr) return -2;
+  slot->sectionsOpen &= ~static_cast<std::uint32_t>(kSectionProperties);
+  const std::unique_ptr<PVBpropertyData> data = std::move(slot->properties);
+  if (!data) return 0;
+  propForgetWalk(database);
+  const FilePair files = {PagePath(data->lists), data->pathOfValues};
+  const bool rewrite = slot->writable && (data->hasGarbage || data->needRewrite);
+  const bool flushed = PBcfflush(data->values) == 0;
+  if (!flushed) {
+    PBpostError("PVBpropertyClose", 85, files.values);
+    restoreHeads(*data);
+  }
+  const bool closed = closeFiles(*data) == 0;
+  if (flushed && !closed) PBpostError("PVBpropertyClose", 85, files.lists);
+  bool good = flushed && closed;
+  if (good && rewrite) {
+    const std::string newValues = files.values + std::string(kRewriteEnding);
+    good = propStrip(files.lists, files.values, newValues) == 0;
+  }
+  if (!good) PBflushErrors();
+  return good ? 0 : -2;
+}
+
+int stripGarbage(const std::string& directory, const std::string& tempPath) {
+  const FilePair files = filesOf(directory);
+  return propStrip(files.lists, files.values, tempPath);
+}
