@@ -212,6 +212,14 @@ bool DumpScanner::states(std::string_view& out) {
   return true;
 }
 
+bool DumpScanner::bytes(std::string_view& out) {
+  out = tokenUpTo("");
+  const std::size_t begin = token_;
+  if (!finish()) return false;
+  token_ = begin;
+  return true;
+}
+
 bool DumpScanner::attribute(std::string_view& name) {
   const char first = peek();
   if (failed_ || first == 0 || first == '"' || first == '|' || isDigit(first)) return false;
@@ -225,8 +233,7 @@ bool DumpScanner::attribute(std::string_view& name) {
   return false;
 }
 
-bool DumpScanner::unknownAttribute(std::string_view name,
-                                   std::span<const std::string_view> known) {
+bool DumpScanner::unknownAttribute(std::string_view name, std::span<const std::string_view> known) {
   token_ = static_cast<std::size_t>(name.data() - line_.data());
   return fail(kUnknownAttribute,
               fmt::format("'{}' is no attribute here{}", name, didYouMean(name, known)));

@@ -67,6 +67,8 @@ class DumpScanner {
   bool number(T& out);
   // The states up to the end of the line; without a bar none.
   bool states(std::string_view& out);
+  // The next word, whatever its characters, as the last of the line.
+  bool bytes(std::string_view& out);
   // The name of the next attribute, its "=" taken; false when what follows is none.
   bool attribute(std::string_view& name);
   // Tells that the attribute read last isn't one of `known`.

@@ -53,8 +53,7 @@ std::string sourceLines(const Message& message) {
   if (message.sourceLine.size() > kMaxSourceLine && caret > kBeforeCaret) {
     begin = caret - kBeforeCaret;
   }
-  const std::string_view shown =
-      std::string_view(message.sourceLine).substr(begin, kMaxSourceLine);
+  const std::string_view shown = std::string_view(message.sourceLine).substr(begin, kMaxSourceLine);
   return fmt::format("  {}\n  {}^\n", printable(shown), std::string(caret - begin, ' '));
 }
 
@@ -81,10 +80,9 @@ bool usesColor(ColorMode mode, FILE* stream) {
 
 std::string formatMessage(const Message& message, bool color) {
   const SeverityWord& severity = kSeverities[static_cast<std::size_t>(message.severity)];
-  std::string text = fmt::format("{}: {}{}{}: {} [{}]\n", placeText(message),
-                                 color ? severity.color : "", severity.word,
-                                 color ? kPlainColor : "", message.text,
-                                 messageCodeText(message.code));
+  std::string text = fmt::format(
+      "{}: {}{}{}: {} [{}]\n", placeText(message), color ? severity.color : "", severity.word,
+      color ? kPlainColor : "", message.text, messageCodeText(message.code));
   text += sourceLines(message);
   const MessageRow* row = messageRow(message.code);
   if (row != nullptr) text += fmt::format("  {}\n", row->remedy);

@@ -87,8 +87,7 @@ constexpr std::array kTable = {
     MessageRow{kNoSuchTimePlate, "no such timeplate",
                "Define the timeplate above the rows, or correct its name.",
                "A row names a timeplate that the text doesn't define."},
-    MessageRow{kSubroutineRefused, "subroutine refused",
-               "Give every subroutine a slot of its own.",
+    MessageRow{kSubroutineRefused, "subroutine refused", "Give every subroutine a slot of its own.",
                "Two subroutines have the same slot, or the slot is out of range."},
     MessageRow{kNoSuchSubroutine, "no such subroutine",
                "Define the subroutine above the rows, or correct its name.",
@@ -98,9 +97,10 @@ constexpr std::array kTable = {
                "A row has room for as many states as the row width says."},
     MessageRow{kLoopNesting, "loops don't nest", "Give every loop its own end line.",
                "An `end` line has no loop above it, or a pattern ends inside a loop."},
-    MessageRow{kVectorRefused, "state vector refused",
-               "Give every named vector a name of its own, and two cells a byte of which one isn't -.",
-               "Two vectors have the same name, or the cells can't be stored."},
+    MessageRow{
+        kVectorRefused, "state vector refused",
+        "Give every named vector a name of its own, and two cells a byte of which one isn't -.",
+        "Two vectors have the same name, or the cells can't be stored."},
     MessageRow{kRunRefused, "scan run refused",
                "Name a chain that has the signals which the run needs, and a vector.",
                "An input run needs a chain with an input signal, an output run one with an output "
@@ -143,10 +143,11 @@ constexpr std::array kTable = {
     MessageRow{kRowFault, "row damaged", "Correct the row in a dump, and build it anew.",
                "The block of a row is missing, has another row's number, or a type that isn't "
                "known."},
-    MessageRow{kEntryFault, "tree disagrees with row",
-               "Any change of the pattern that recomputes its sums repairs it; so do dump and build.",
-               "The entry of a row in its tree keeps type, timeplate, count, time and cycles of "
-               "the row; one of them isn't what the row says."},
+    MessageRow{
+        kEntryFault, "tree disagrees with row",
+        "Any change of the pattern that recomputes its sums repairs it; so do dump and build.",
+        "The entry of a row in its tree keeps type, timeplate, count, time and cycles of "
+        "the row; one of them isn't what the row says."},
     MessageRow{kTableSumsFault, "subroutine table disagrees with tree",
                "Dump the database, and build it anew.",
                "\"pvb.ps\" keeps rows, cycles, time and addresses of each subroutine; they aren't "
@@ -161,9 +162,9 @@ constexpr std::array kTable = {
     MessageRow{kPropertyRecordFault, "property damaged",
                "Correct the list in a dump, and build it anew.",
                "A record in \"pvb.v\" lies outside the file or links to a later one."},
-    MessageRow{kListWithoutOwner, "property list without an owner",
-               "Dump and build gives the room back.",
-               "A property list is in use, but no record names it. It takes room and does no harm."},
+    MessageRow{
+        kListWithoutOwner, "property list without an owner", "Dump and build gives the room back.",
+        "A property list is in use, but no record names it. It takes room and does no harm."},
     MessageRow{kScanRunFault, "scan run damaged", "Correct the row in a dump, and build it anew.",
                "A scan run has a bad type or link, belongs to two rows, or names a chain or a "
                "vector that doesn't exist."},
