@@ -12,7 +12,7 @@
 //      4      4   numBlocks   blocks in the file, free ones included
 //      8      4   numFree     blocks on the free list
 //     12      4   firstFree   lowest free block, 0xFFFFFFFF for none
-//     16      4   blockSize   bytes, at least 8
+//     16      4   blockSize   bytes, 8 to 16 Mi
 //     20      4   lastFree    highest free block, 0xFFFFFFFF for none
 //     24      8   reserved    0
 //     32          blocks: number n begins at 32 + n * blockSize
@@ -71,7 +71,9 @@ std::uint32_t PageBlockSize(int handle);
 std::int64_t PageNew(int handle, void*& data);
 std::int64_t PageNewTyped(int handle, void*& data, int tag);
 // The block's bytes in the host's order, reserved; null past the end of the file
-// (nothing posted) and when it can't be read.
+// (nothing posted) and when it can't be read. PageGet leaves a cached block its
+// tag. PageGetTyped makes `tag` the block's; a block that was changed or is
+// reserved keeps its bytes as they stand and reaches the disk by that tag.
 void* PageGet(int handle, std::uint32_t block);
 void* PageGetTyped(int handle, std::uint32_t block, int tag);
 // The block must be in the cache; it becomes dirty and reserved.
@@ -86,7 +88,8 @@ std::uint32_t PageCount(int handle);
 // offsets can reach, at most 0x7FFFFFFF.
 void PageInfo(int handle, std::uint32_t& numBlocks, std::uint32_t& capacity);
 
-// Rewrites the file with another block size; block numbers and free list stay.
+// Rewrites the file with another block size; block numbers and free list stay. No
+// block may be reserved. A failure leaves the old file in force.
 int PageResize(int handle, std::uint32_t newBlockSize);
 int PageResizeTyped(int handle, std::uint32_t newBlockSize, int tag);
 // A new block in `to` with the bytes of a block of `from`; its number.

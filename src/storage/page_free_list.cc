@@ -104,20 +104,31 @@ bool unlinkHead(PageFile& file, const FreeLinks& head) {
   return setLink(file, head.next, &FreeLinks::prev, kNoBlock);
 }
 
+PageHeader withoutHead(PageHeader header, const FreeLinks& head) {
+  --header.numFree;
+  header.firstFree = head.next;
+  if (head.next == kNoBlock) header.lastFree = kNoBlock;
+  return header;
+}
+
 PageBuffer* takeFreeBlock(PageFile& file, std::uint32_t& block, int tag) {
-  PageHeader& header = file.header;
-  block = header.firstFree;
+  block = file.header.firstFree;
   const std::optional<FreeLinks> links = soundLinks(file, block, "PageNew");
-  if (!links || !unlinkHead(file, *links)) return nullptr;
+  if (!links) return nullptr;
+  const PageHeader after = withoutHead(file.header, *links);
+  if (!freeListFits(after)) {
+    postPage("PageNew", kBroken);
+    return nullptr;
+  }
+  if (!unlinkHead(file, *links)) return nullptr;
   PageBuffer* buffer = getBuf(file, block, tag);
   if (buffer == nullptr) {
     if (links->next != kNoBlock) setLink(file, links->next, &FreeLinks::prev, block);
     return nullptr;
   }
-  --header.numFree;
-  header.firstFree = links->next;
-  if (links->next == kNoBlock) header.lastFree = kNoBlock;
+  file.header = after;
   checkHint(file);
+  if (file.freeIndex) file.freeIndex->erase(block);
   return buffer;
 }
 
@@ -134,18 +145,15 @@ std::optional<PageHeader> withoutLastBlocks(PageFile& file) {
       PBpostError("PageFree", 0, "can't read the free list");
       return std::nullopt;
     }
-    const bool only = links->prev == kNoBlock;
-    const bool sound = only ? shrunk.numFree == 1 && shrunk.firstFree == shrunk.lastFree
-                            : shrunk.numFree > 1 && links->prev < shrunk.lastFree &&
-                                  links->prev >= shrunk.firstFree;
-    if (!sound) {
-      postPage("PageFree", kBroken);
-      return std::nullopt;
-    }
+    const std::uint32_t last = shrunk.lastFree;
     --shrunk.numBlocks;
     --shrunk.numFree;
     shrunk.lastFree = links->prev;
-    if (only) shrunk.firstFree = kNoBlock;
+    if (links->prev == kNoBlock) shrunk.firstFree = kNoBlock;
+    if (!freeListFits(shrunk) || (links->prev != kNoBlock && links->prev >= last)) {
+      postPage("PageFree", kBroken);
+      return std::nullopt;
+    }
   }
   return shrunk;
 }
@@ -161,6 +169,7 @@ int freeLastBlock(PageFile& file) {
   }
   for (std::uint32_t gone = shrunk->numBlocks; gone < before.numBlocks; ++gone) {
     forgetBlock(file, gone);
+    if (file.freeIndex) file.freeIndex->erase(gone);
   }
   file.header = *shrunk;
   checkHint(file);
@@ -193,30 +202,57 @@ WalkStart chooseStart(const PageFile& file, std::uint32_t block) {
   return block < midpoint(hint, first) ? WalkStart{first, true} : WalkStart{hint, false};
 }
 
+std::optional<FreeLinks> refuseAsFree(std::uint32_t block) {
+  postPage("PageFree", fmt::format("block {} is free already", block));
+  return std::nullopt;
+}
+
 // The free blocks on both sides of a block that lies between the ends. None with
 // a post for one that is on the list itself, and for a broken list.
-std::optional<FreeLinks> findNeighbours(PageFile& file, std::uint32_t block) {
+std::optional<FreeLinks> walkToPlace(PageFile& file, std::uint32_t block) {
   const auto [start, forward] = chooseStart(file, block);
   std::uint32_t at = start;
-  for (std::uint32_t steps = 0; steps < file.header.numFree && at != block; ++steps) {
+  for (std::uint32_t steps = 0; steps < file.header.numFree; ++steps, ++file.walkSteps) {
+    if (at == block) return refuseAsFree(block);
     const std::optional<FreeLinks> links = soundLinks(file, at, "PageFree");
     if (!links) return std::nullopt;
-    if (forward && links->next >= block) {
-      if (links->next != block) return FreeLinks{at, links->next};
-      at = block;
-    } else if (!forward && links->prev <= block) {
-      if (links->prev != block) return FreeLinks{links->prev, at};
-      at = block;
-    } else {
-      at = forward ? links->next : links->prev;
-    }
+    if (forward && links->next > block) return FreeLinks{at, links->next};
+    if (!forward && links->prev < block) return FreeLinks{links->prev, at};
+    at = forward ? links->next : links->prev;
   }
-  if (at == block) {
-    postPage("PageFree", fmt::format("block {} is free already", block));
-  } else {
-    postPage("PageFree", kBroken);
-  }
+  postPage("PageFree", kBroken);
   return std::nullopt;
+}
+
+bool buildIndex(PageFile& file) {
+  auto index = std::make_unique<FreeIndex>();
+  std::uint32_t at = file.header.firstFree;
+  std::uint32_t count = 0;
+  for (; count < file.header.numFree && at != kNoBlock; ++count) {
+    const std::optional<FreeLinks> links = soundLinks(file, at, "PageFree");
+    if (!links) return false;
+    index->insert(at);
+    at = links->next;
+  }
+  if (count != file.header.numFree || at != kNoBlock) {
+    postPage("PageFree", kBroken);
+    return false;
+  }
+  file.freeIndex = std::move(index);
+  return true;
+}
+
+// Walking is cheap as long as blocks are freed near each other. When as many were
+// walked over as the list has, it pays to know them all.
+std::optional<FreeLinks> findNeighbours(PageFile& file, std::uint32_t block) {
+  constexpr std::uint64_t kCheapSteps = 1000;
+  if (!file.freeIndex) {
+    if (file.walkSteps < kCheapSteps + file.header.numFree) return walkToPlace(file, block);
+    if (!buildIndex(file)) return std::nullopt;
+  }
+  const FreeLinks place{file.freeIndex->below(block), file.freeIndex->above(block)};
+  if (file.freeIndex->above(place.prev) == block) return refuseAsFree(block);
+  return place;
 }
 
 std::optional<FreeLinks> findPlace(PageFile& file, std::uint32_t block) {
@@ -265,18 +301,25 @@ bool linkBlock(PageFile& file, std::uint32_t block, const FreeLinks& place) {
   return false;
 }
 
+PageHeader withFreeBlock(PageHeader header, std::uint32_t block, const FreeLinks& place) {
+  ++header.numFree;
+  if (place.prev == kNoBlock) header.firstFree = block;
+  if (place.next == kNoBlock) header.lastFree = block;
+  return header;
+}
+
 int freeMiddleBlock(PageFile& file, std::uint32_t block) {
   const std::optional<FreeLinks> place = findPlace(file, block);
   if (!place || !areNeighbours(file, *place)) return -2;
+  const PageHeader after = withFreeBlock(file.header, block, *place);
+  if (!freeListFits(after)) return postPage("PageFree", kBroken);
   if (!linkBlock(file, block, *place)) {
     PBpostError("PageFree", 0, "could not add block to free list");
     return -2;
   }
-  PageHeader& header = file.header;
-  ++header.numFree;
-  if (place->prev == kNoBlock) header.firstFree = block;
-  if (place->next == kNoBlock) header.lastFree = block;
-  if (isBetweenEnds(header, block)) file.freeHint = block;
+  file.header = after;
+  if (isBetweenEnds(after, block)) file.freeHint = block;
+  if (file.freeIndex) file.freeIndex->insert(block);
   return 0;
 }
 

@@ -55,14 +55,6 @@ bool blocksFit(std::int64_t headerSize, std::uint32_t numBlocks, std::uint32_t b
   return headerSize + std::int64_t{numBlocks} * blockSize <= fileSize;
 }
 
-// The ends of the list go with the count of its blocks.
-bool freeListFits(const PageHeader& header) {
-  if (header.numFree == 0) return header.firstFree == kNoBlock && header.lastFree == kNoBlock;
-  if (header.firstFree > header.lastFree || header.lastFree >= header.numBlocks) return false;
-  const std::uint32_t stretch = header.lastFree - header.firstFree;
-  return header.numFree == 1 ? stretch == 0 : stretch > 0 && header.numFree - 1 <= stretch;
-}
-
 bool isSound(const PageHeader& header, std::int64_t fileSize) {
   return header.blockSize >= kMinBlockSize && header.blockSize <= kMaxBlockSize &&
          blocksFit(kNewHeaderSize, header.numBlocks, header.blockSize, fileSize) &&
@@ -153,6 +145,13 @@ int convertOldFile(PageFile& file, const OldHeader& old) {
 }
 
 }  // namespace
+
+bool freeListFits(const PageHeader& header) {
+  if (header.numFree == 0) return header.firstFree == kNoBlock && header.lastFree == kNoBlock;
+  if (header.firstFree > header.lastFree || header.lastFree >= header.numBlocks) return false;
+  const std::uint32_t stretch = header.lastFree - header.firstFree;
+  return header.numFree == 1 ? stretch == 0 : stretch > 0 && header.numFree - 1 <= stretch;
+}
 
 int readHeader(PageFile& file) {
   std::array<unsigned char, kPageHeaderSize> bytes;

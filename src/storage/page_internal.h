@@ -14,6 +14,7 @@
 
 #include "base/platform.h"
 #include "storage/page.h"
+#include "storage/page_free_index.h"
 
 // What a file may say of itself: enough for any record there is, little enough
 // that a damaged header can't ask for memory without end.
@@ -85,7 +86,9 @@ struct PageFile {
   bool headerDirty = false;
   bool onDisk = false;
   std::vector<PlatformPtr<PageBuffer>> buffers;
-  PlatformPtr<unsigned char> scratch;  // a block on its way to the file
+  std::uint64_t walkSteps = 0;           // free blocks looked at to find places
+  std::unique_ptr<FreeIndex> freeIndex;  // made when walking has become too long
+  PlatformPtr<unsigned char> scratch;    // a block on its way to the file
 };
 
 // --- The table (page.cc) -------------------------------------------------------------
@@ -105,6 +108,8 @@ int postPage(std::string_view function, std::string_view text);
 
 // --- Header and conversion (page_header.cc) ------------------------------------------
 
+// Whether the ends of the free list go with each other and with its length.
+bool freeListFits(const PageHeader& header);
 // Reads and tests the header of an open file, and converts an old one.
 int readHeader(PageFile& file);
 int writeHeader(PageFile& file, std::string_view function, std::string_view failure);
