@@ -54,6 +54,9 @@ enum TypeTag : int {
 // Reverses every number of `data` in place; what the layout says lies past
 // `length` bytes is left alone. 1, or 0 for null.
 int SwapBuffer(void* data, int tag, std::size_t length);
+// The tag by which data are turned into the file's order: that of a layout with a
+// count says where the count is read before it is reversed.
+int SwapTagForWrite(int tag);
 // Writes a swapped copy with one write; typeIndexPage is taken as
 // typeIndexPageWrite. 1 when all was written; a length of 0 is.
 int SwapWrite(const void* data, std::size_t length, int tag, FILE* stream);
