@@ -24,6 +24,11 @@ constexpr std::array<ScanClass, 4> kScanClasses = {{
     {kScanChainType, kClassScanChain},
 }};
 
+bool isScanId(PVBid id) {
+  return std::any_of(kScanClasses.begin(), kScanClasses.end(),
+                     [id](const ScanClass& row) { return row.idClass == PVBidClass(id); });
+}
+
 // Steps `next` on until an id of the class is free; UNDEF when all are in use.
 PVBid takeId(const PVBsignalData& data, int idClass, std::int32_t& next) {
   if (next < 1 || next > kMaxIdIndex) next = 1;
@@ -55,10 +60,7 @@ int giveColumns(int database, PVBsignal& signal) {
 }
 
 void noteGroup(PVBsignalData& data, const PVBsignal& signal) {
-  const bool isNamedGroup = signal.type == MEM_GROUP && signal.name.has_value();
-  if (isNamedGroup && !PVBidListContains(data.allGroups, signal.id)) {
-    data.allGroups.push_back(signal.id);
-  }
+  if (signal.type == MEM_GROUP && signal.name) data.allGroups.push_back(signal.id);
 }
 
 // The signal as it stands in the tables, or null with a status; id and name are free.
@@ -131,7 +133,7 @@ std::unique_ptr<PVBsignal> PVBsignalCopy(const PVBsignal& signal) {
   auto copy = std::make_unique<PVBsignal>(signal);
   copy->id = UNDEF;
   copy->propList = UNDEF;
-  copy->muxPosition = -2;
+  copy->muxPosition = kMuxUnknown;
   copy->muxParent = nullptr;
   return copy;
 }
@@ -157,7 +159,9 @@ PVBid PVBsignalInsertAs(int database, std::unique_ptr<PVBsignal> signal) {
   PVBsignalData* data = signalData(database);
   if (data == nullptr) return UNDEF;
   if (!signal) return failWith(database, kStatusNullPointer, UNDEF);
-  if (signal->id == UNDEF) return failWith(database, kStatusWrongClass, UNDEF);
+  if (!isSignalId(signal->id) && !isScanId(signal->id)) {
+    return failWith(database, kStatusWrongClass, UNDEF);
+  }
   if (findById(*data, signal->id) != nullptr) return failWith(database, kStatusInternal, UNDEF);
   if (!nameIsGood(database, *data, signal->name, "PVBsignalInsertAs")) return UNDEF;
   const PVBsignal* entered = enter(database, *data, std::move(signal));

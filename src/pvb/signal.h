@@ -54,6 +54,7 @@ enum SignalDirection : std::int32_t { INPUT = 0, OUTPUT = 1, BIDIR = 2, kNoDirec
 
 inline constexpr std::uint16_t kNoColumn = 65535;
 inline constexpr std::uint16_t kNoBound = 65535;
+inline constexpr std::int32_t kMuxUnknown = -2;
 inline constexpr std::int32_t kMaxColumns = kNoColumn;  // of a database: 0 to 65534
 inline constexpr std::int32_t kMaxTracks = 10000;       // of one signal
 
@@ -103,8 +104,8 @@ struct PVBsignal {
   char radix = 'D';
 
   // Where a part of a multiplexed signal was last found: position in the parent
-  // (-2: not known) and the parent, which isn't owned. Never saved.
-  std::int32_t muxPosition = -2;
+  // (kMuxUnknown: none) and the parent, which isn't owned. Never saved.
+  std::int32_t muxPosition = kMuxUnknown;
   PVBsignal* muxParent = nullptr;
 };
 

@@ -51,8 +51,6 @@ void listIds(PVBsignalData& data) {
   data.idsKnown = true;
 }
 
-constexpr std::int32_t kPositionUnknown = -2;
-
 void noteChildren(const PVBsignalData& data, PVBsignal& parent) {
   std::int32_t position = 0;
   for (const PVBid child : parent.muxChildren) {
@@ -69,7 +67,7 @@ void findMuxParts(PVBsignalData& data) {
   if (data.muxPartsKnown) return;
   data.byId.forEach([](PVBsignal& signal) {
     signal.muxParent = nullptr;
-    signal.muxPosition = kPositionUnknown;
+    signal.muxPosition = kMuxUnknown;
   });
   data.byId.forEach([&data](PVBsignal& signal) {
     if (isMux(signal)) noteChildren(data, signal);
