@@ -82,7 +82,6 @@ constexpr std::size_t kLevelBytes = 5;
 constexpr std::size_t kTrackBytes = 6;
 constexpr std::size_t kSlotBytes = 4;
 constexpr std::size_t kEventBytes = 3;
-constexpr std::int32_t kMaxLevels = 65535;
 
 bool isLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 

@@ -2,6 +2,7 @@
 
 // What the timeplate sources share.
 
+#include <cstdint>
 #include <memory>
 
 #include "pvb/section_text.h"
@@ -11,6 +12,7 @@
 // it aren't read.
 inline constexpr int kClassicPlateFile = 8;
 inline constexpr int kExtendedPlateFile = 10;
+inline constexpr std::int32_t kMaxLevels = 65535;  // of a plate, a count of 16 bits
 
 // Reads a whole file; false at the first fault, with the plates before it entered.
 // tpFirstFree is left alone.

@@ -40,7 +40,7 @@ constexpr std::array<std::string_view, 3> kAlphabets = {
 constexpr std::string_view kEncoding =
     "0123456789ACEFGJKMPQRSVWYacefgjkmpqrsvwyBbDdIiHhLlOoNnTtUuXxZz"
     "!#%()+,./:;=>?@[]^_{|}~$&'\"*\\`-";
-constexpr double kLastEncoded = 93;
+constexpr double kEncodings = kEncoding.size();
 
 // A slot without a table has all characters free.
 char firstFree(const std::optional<PVBselectorTable>& table, std::string_view characters) {
@@ -81,11 +81,11 @@ char PVBtrackSelectorPick(const PVBtimePlate& plate, int slot, int direction, in
 char PVBtrackSelectorEncode(const std::uint8_t* digits, int count) {
   double value = 0;
   double weight = 1;
-  for (int i = 0; i < count && value <= kLastEncoded; ++i) {
+  for (int i = 0; i < count && value < kEncodings; ++i) {
     if (digits[i] != 0) value += digits[i] * weight;
     weight *= 3;
   }
-  return value <= kLastEncoded ? kEncoding[static_cast<std::size_t>(value)] : '-';
+  return value < kEncodings ? kEncoding[static_cast<std::size_t>(value)] : '-';
 }
 
 std::string PVBwaveSelectors(const PVBtrack& wave) {

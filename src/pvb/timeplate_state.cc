@@ -7,57 +7,50 @@
 
 namespace {
 
-// Bits 0 to 2 of a state are its level, bits 3 to 5 its direction.
-constexpr int kLevelBits = 7;
 enum Level : int { kLow, kHigh, kUnknown, kHiZ, kSample, kComplement, kPrevious };
-enum Direction : int {
-  kExpect = 8,
-  kForce = 16,
-  kUnknownDirection = 24,
-  kMonitor = 32,
-  kFeedback = 40
-};
+enum Direction : int { kExpect, kForce, kUnknownDirection, kMonitor, kFeedback };
 constexpr int kNoState = -1;
 
 struct State {
   char character;
-  int bits;
+  Direction direction;
+  Level level;
   const char* text;
 };
 
 constexpr std::array<State, 32> kStates = {{
-    {',', kExpect + kPrevious, "expect previous pattern"},
-    {'.', kForce + kPrevious, "force previous pattern"},
-    {'0', kUnknownDirection + kLow, "unknown direction low"},
-    {'1', kUnknownDirection + kHigh, "unknown direction high"},
-    {'?', kUnknownDirection + kUnknown, "unknown direction unknown level"},
-    {'F', kUnknownDirection + kHiZ, "unknown direction hi-Z"},
-    {'L', kExpect + kLow, "expect low"},
-    {'H', kExpect + kHigh, "expect high"},
-    {'X', kExpect + kUnknown, "expect unknown level"},
-    {'T', kExpect + kHiZ, "expect hi-Z"},
-    {'Q', kExpect + kSample, "expect sample"},
-    {'R', kExpect + kComplement, "expect complement"},
-    {'D', kForce + kLow, "force low"},
-    {'U', kForce + kHigh, "force high"},
-    {'N', kForce + kUnknown, "force unknown level"},
-    {'Z', kForce + kHiZ, "force hi-Z"},
-    {'S', kForce + kSample, "force sample"},
-    {'C', kForce + kComplement, "force complement"},
-    {'P', kForce + kPrevious, "force previous"},
-    {'d', kMonitor + kLow, "monitor low"},
-    {'u', kMonitor + kHigh, "monitor high"},
-    {'n', kMonitor + kUnknown, "monitor unknown level"},
-    {'z', kMonitor + kHiZ, "monitor hi-Z"},
-    {'s', kMonitor + kSample, "monitor sample"},
-    {'c', kMonitor + kComplement, "monitor complement"},
-    {'p', kMonitor + kPrevious, "monitor previous"},
-    {'l', kFeedback + kLow, "feedback low"},
-    {'h', kFeedback + kHigh, "feedback high"},
-    {'x', kFeedback + kUnknown, "feedback unknown level"},
-    {'t', kFeedback + kHiZ, "feedback hi-Z"},
-    {'q', kFeedback + kSample, "feedback sample"},
-    {'r', kFeedback + kComplement, "feedback complement"},
+    {',', kExpect, kPrevious, "expect previous pattern"},
+    {'.', kForce, kPrevious, "force previous pattern"},
+    {'0', kUnknownDirection, kLow, "unknown direction low"},
+    {'1', kUnknownDirection, kHigh, "unknown direction high"},
+    {'?', kUnknownDirection, kUnknown, "unknown direction unknown level"},
+    {'F', kUnknownDirection, kHiZ, "unknown direction hi-Z"},
+    {'L', kExpect, kLow, "expect low"},
+    {'H', kExpect, kHigh, "expect high"},
+    {'X', kExpect, kUnknown, "expect unknown level"},
+    {'T', kExpect, kHiZ, "expect hi-Z"},
+    {'Q', kExpect, kSample, "expect sample"},
+    {'R', kExpect, kComplement, "expect complement"},
+    {'D', kForce, kLow, "force low"},
+    {'U', kForce, kHigh, "force high"},
+    {'N', kForce, kUnknown, "force unknown level"},
+    {'Z', kForce, kHiZ, "force hi-Z"},
+    {'S', kForce, kSample, "force sample"},
+    {'C', kForce, kComplement, "force complement"},
+    {'P', kForce, kPrevious, "force previous"},
+    {'d', kMonitor, kLow, "monitor low"},
+    {'u', kMonitor, kHigh, "monitor high"},
+    {'n', kMonitor, kUnknown, "monitor unknown level"},
+    {'z', kMonitor, kHiZ, "monitor hi-Z"},
+    {'s', kMonitor, kSample, "monitor sample"},
+    {'c', kMonitor, kComplement, "monitor complement"},
+    {'p', kMonitor, kPrevious, "monitor previous"},
+    {'l', kFeedback, kLow, "feedback low"},
+    {'h', kFeedback, kHigh, "feedback high"},
+    {'x', kFeedback, kUnknown, "feedback unknown level"},
+    {'t', kFeedback, kHiZ, "feedback hi-Z"},
+    {'q', kFeedback, kSample, "feedback sample"},
+    {'r', kFeedback, kComplement, "feedback complement"},
 }};
 
 // From character to place in kStates.
@@ -137,7 +130,7 @@ bool PVBstateValid(char state) { return findState(state) != nullptr; }
 int PVBstateDirection(char state) {
   const State* found = findState(state);
   if (found == nullptr) return -1;
-  switch (found->bits & ~kLevelBits) {
+  switch (found->direction) {
     case kExpect:
       return 1;
     case kForce:
@@ -149,7 +142,7 @@ int PVBstateDirection(char state) {
 
 int PVBstateLevel(char state) {
   const State* found = findState(state);
-  return found != nullptr ? found->bits & kLevelBits : -1;
+  return found != nullptr ? found->level : -1;
 }
 
 char PVBcodeCharacter(int code) { return codeCharacter(code, kCodes.size()); }

@@ -8,12 +8,11 @@
 
 #include "base/errors.h"
 #include "pvb/signal.h"
-#include "pvb/timeplate.h"
+#include "pvb/timeplate_internal.h"
 
 namespace {
 
 constexpr char kUnknownState = '?';
-constexpr int kMaxLevels = 65535;  // a count of 16 bits
 constexpr int kMaxTracks = 0xFFFFFF;
 
 const PVBidList kNoSignals;
