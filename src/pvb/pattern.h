@@ -40,6 +40,15 @@ struct PVBsubroutine {
   bool recursive = false;
 };
 
+// A row that someone holds.
+struct HeldRow {
+  PVBrow* row;
+  std::uint32_t id;
+  bool doomed;  // deleted meanwhile: its block is freed with the last hold
+};
+
+struct CallGraph;
+
 struct PVBpatternData {
   PVBpatternData();
   ~PVBpatternData();
@@ -52,7 +61,9 @@ struct PVBpatternData {
   std::int32_t addressBase = 0;  // of the main pattern
   int cursor = -1;               // of PVBsubroutineNext
   int pendingFixes = 0;
-  PVBidList changedSubroutines;  // to be fixed at PVBfixEnd
+  PVBidList changedSubroutines;      // to be fixed at PVBfixEnd
+  std::unique_ptr<CallGraph> calls;  // who calls whom; null until it is asked for
+  std::vector<HeldRow> heldRows;     // an element a hold
   bool changed = false;
 };
 
@@ -151,7 +162,10 @@ class PatternWalk {
   int depth() const { return static_cast<int>(levels_.size()) - 1 - (entered_ ? 1 : 0); }
 
  private:
+  void enter(std::uint32_t root);
+
   int nodes_ = -1;
+  std::uint32_t nodesLeft_ = 0;  // of the file, to be met by all levels together
   std::vector<TreeCursor> levels_;
   PVBnodeEntry entry_{};
   std::uint32_t rowNumber_ = 0;

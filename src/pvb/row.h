@@ -4,6 +4,8 @@
 // PVBrow is the block itself in the host's byte order, so a pointer to one is a
 // reserved block: good until it is given back by PVBrowFree, and no more of them
 // may be held at once than the database has buffers. RowHandle gives back by itself.
+// Holds are counted: a row got twice is given back twice, and one that is deleted
+// while it is held stays readable until then.
 //
 // Block, tag typePVBrow, size 88 + (w + 1) / 2 for a row width w (104 up to 32):
 //
@@ -99,7 +101,8 @@ constexpr int rowDataSize(int rowWidth) { return rowWidth <= 32 ? 16 : (rowWidth
 PVBrow* PVBpatternNew(int database);
 // Releases `row` first.
 PVBrow* PVBpatternNewAfter(int database, PVBrow* row);
-// A new row with the same fields and states (and copies of the scan runs).
+// A new row with the same fields and states. What hangs on the row is never shared:
+// the copy has copies of the scan runs and properties, and a loop's has no body.
 PVBrow* PVBpatternRowCopy(int database, const PVBrow& row);
 // The row of an id, reserved; null when there is none.
 PVBrow* PVBrowGet(int database, std::uint32_t id);
@@ -126,6 +129,8 @@ class RowHandle {
   PVBrow* operator->() const { return row_; }
   PVBrow& operator*() const { return *row_; }
   PVBrow* get() const { return row_; }
+  // Gives the hold to the caller.
+  PVBrow* detach() { return std::exchange(row_, nullptr); }
   void reset() {
     if (row_ != nullptr) PVBrowFree(database_, row_);
     row_ = nullptr;

@@ -157,6 +157,14 @@ int freeBlock(int database, PVBid run) {
   return scanRunFailure(database, kStatusInternal);
 }
 
+// A new run behind `last`, the row's first when that is UNDEF: its id, or -1.
+PVBid appendRun(int database, PVBrow& row, PVBid last, const PVBscanRun& fields) {
+  const PVBid run = newRun(database, *patternsOf(database), fields);
+  if (run == -1 || linkRun(database, row, last, run) == 0) return run;
+  freeBlock(database, run);
+  return -1;
+}
+
 // The run before `run` in the row, UNDEF for the first; false when it isn't one of
 // the row's.
 bool runBefore(int database, const PVBrow& row, PVBid run, PVBid& before, PVBid& after) {
@@ -203,15 +211,15 @@ bool ScanRunWalk::next() {
 // --- Runs of a row -------------------------------------------------------------------
 
 PVBid PVBscanRunInsert(int database, PVBrow* row, std::uint32_t type, PVBid chain, PVBid state) {
-  PVBpatternData* patterns = patternsOf(database);
-  if (patterns == nullptr || PVBgetSection(database, kSectionSignals) == nullptr) return -1;
+  if (patternsOf(database) == nullptr) return -1;
+  if (PVBgetSection(database, kSectionSignals) == nullptr) return -1;
   const PVBscanRun fields{type, chain, state, UNDEF};
   if (!runFits(database, row, fields)) return -1;
   PVBid last = UNDEF;
   std::int32_t longest = 0;
   if (!lastRun(database, *row, last, longest)) return -1;
-  const PVBid run = newRun(database, *patterns, fields);
-  if (run == -1 || linkRun(database, *row, last, run) != 0) return -1;
+  const PVBid run = appendRun(database, *row, last, fields);
+  if (run == -1) return -1;
   const std::int32_t length = PVBchainLength(database, chain);
   const auto count = static_cast<std::uint32_t>(std::max(length, 0));
   if (length > longest && (last == UNDEF || count > row->count)) {
@@ -255,9 +263,8 @@ int PVBscanRunsCopy(int database, PVBrow& to, const PVBrow& from) {
   while (good && walk.next()) {
     PVBscanRun fields = walk.run();
     fields.next = UNDEF;
-    const PVBid run = newRun(database, *patternsOf(database), fields);
-    good = run != -1 && linkRun(database, to, last, run) == 0;
-    last = run;
+    last = appendRun(database, to, last, fields);
+    good = last != -1;
   }
   if (good && walk.good()) return 0;
   PVBscanRunsFree(database, to);

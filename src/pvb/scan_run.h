@@ -32,13 +32,16 @@ struct PVBscanRun {
 static_assert(sizeof(PVBscanRun) == 16);
 inline constexpr std::uint32_t kScanRunBlockSize = 16;
 
-// Checks, then appends a run to the row's; the row's count grows to the longest
-// chain. The run's id, or -1.
+// Checks, then appends a run to those of a scan row, which is marked as changed;
+// its count grows to the longest chain. The run's id, or -1. Status 10: no row; 5: no
+// such chain; 6: ids of other classes; 17: not a scan row, or the chain lacks the
+// signal that the type needs.
 PVBid PVBscanRunInsert(int database, PVBrow* row, std::uint32_t type, PVBid chain, PVBid state);
+// The row's count stays.
 int PVBscanRunDelete(int database, PVBrow& row, PVBid run);
 // Frees all runs of a row (its `link` becomes none).
 int PVBscanRunsFree(int database, PVBrow& row);
-// Copies the runs of one row to another that has none.
+// Copies the runs of one scan row to another, whose `link` must be none (status 30).
 int PVBscanRunsCopy(int database, PVBrow& to, const PVBrow& from);
 // The run's fields by value; false with a status when there is no such run.
 bool PVBscanRunInq(int database, PVBid run, PVBscanRun& out);
@@ -50,7 +53,8 @@ PVBid PVBscanRunState(int database, PVBid run);
 int PVBscanRunSetState(int database, PVBid run, PVBid state);
 PVBid PVBscanRunNext(int database, PVBid run);
 
-// The runs of a row in order, as they were when the iterator was made.
+// The runs of a row in order, as they were when the iterator was made; of a damaged
+// chain of links those before the damage, with a status.
 struct PVBscanRunIterator {
   PVBidList runs;
   int position = -1;
@@ -72,7 +76,11 @@ PVBid PVBinqChain(int database, PVBid run);
 PVBid PVBinqStateVector(int database, PVBid run);
 
 // Fills the columns of the chains' signals in the states of a scan row for its
-// cycle `cycle` (from 0), from the runs: 0, or -2 with a status.
+// cycle `cycle` (from 0), from the runs: 0, or -2 with a status (19: the row has no
+// such cycle). In cycle n the state of the n-th cell from the chain's output end
+// stands at both edges: an input run gives it to the input signal's input column, an
+// output run to the output signal's output column. Behind a chain's end the row's
+// own states stay. The row isn't marked as changed.
 int PVBscanFillStates(int database, PVBrow& row, std::uint32_t cycle);
 // Sets the columns of the chains' signals back to '-'.
 void PVBscanClearStates(int database, PVBrow& row);

@@ -117,18 +117,26 @@ int PVBtreeCheck(int file, std::uint32_t root, const TreeFault& fault,
 // Walks the leaf entries of a tree in order. The tree must not change meanwhile.
 class TreeCursor {
  public:
-  TreeCursor(int file, std::uint32_t root) : file_(file) { path_.push_back({root, 0}); }
+  TreeCursor(int file, std::uint32_t root);
+  // Meets at most `nodesLeft` nodes: who walks over many trees of one file shares
+  // out the count of its blocks, so that no set of links keeps the walk going.
+  TreeCursor(int file, std::uint32_t root, std::uint32_t nodesLeft);
 
   // The next entry; false at the end and after a fault.
   bool next(PVBnodeEntry& entry);
   bool failed() const { return failed_; }
+  std::uint32_t nodesLeft() const { return nodesLeft_; }
+  void setNodesLeft(std::uint32_t nodes) { nodesLeft_ = nodes; }
 
  private:
   struct Step {
     std::uint32_t node;
     std::uint32_t index;
   };
+  void enter(std::uint32_t node);
+
   int file_;
   bool failed_ = false;
+  std::uint32_t nodesLeft_;
   std::vector<Step> path_;
 };

@@ -1,0 +1,413 @@
+#include "pvb/state_vector.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <cstdlib>
+#include <map>
+
+#include "base/errors.h"
+#include "pvb/signal.h"
+#include "pvb/state_vector_internal.h"
+#include "support/database.h"
+#include "support/fault_platform.h"
+
+namespace {
+
+constexpr std::uint32_t kSections = kSectionSignals | kSectionScan;
+
+// How many vectors are cached by the databases opened meanwhile.
+class CacheSetting {
+ public:
+  explicit CacheSetting(const char* value) { setenv("MVK_NUM_STATES_BUFFERED", value, 1); }
+  ~CacheSetting() { unsetenv("MVK_NUM_STATES_BUFFERED"); }
+};
+
+std::int32_t takeStatus(int database) {
+  const char* text = nullptr;
+  const std::int32_t status = PVBinqStatus(database, text);
+  PVBclearStatus(database);
+  return status;
+}
+
+std::string bytes(std::initializer_list<int> values) {
+  std::string result;
+  for (const int value : values) result.push_back(static_cast<char>(value));
+  return result;
+}
+
+// The bytes of a page of the closed database's "pvb.st".
+std::string pageOf(const TestDatabase& database, std::uint32_t page) {
+  const VPageFilePtr file = VPageOpen(database.path() + "/pvb.st", 3);
+  const void* data = file ? VPageGet(*file, page) : nullptr;
+  if (data == nullptr) return "no page";
+  std::string result(static_cast<const char*>(data),
+                     static_cast<std::size_t>(VPageSize(*file, page)));
+  VPageRelease(*file, page);
+  return result;
+}
+
+void setPage(const TestDatabase& database, std::uint32_t page, const std::string& content) {
+  VPageFilePtr file = VPageOpen(database.path() + "/pvb.st", 3);
+  ASSERT_TRUE(file);
+  void* data = VPageResize(*file, page, content.size());
+  ASSERT_TRUE(data);
+  content.copy(static_cast<char*>(data), content.size());
+  VPageDirty(*file, page, false);
+  VPageRelease(*file, page);
+  ASSERT_EQ(VPageClose(std::move(file)), 0);
+}
+
+// Vectors 3 to 6: "a", one without a name, "b" and "c"; 4 is deleted.
+void makeFour(int database) {
+  const PVBid first = PVBstateVectorNew(database, "a");
+  EXPECT_EQ(first, PVBidMake(kClassStateVector, 3));
+  const PVBid second = PVBstateVectorNew(database, "");
+  PVBstateVectorNew(database, "b");
+  PVBstateVectorNew(database, "c");
+  EXPECT_EQ(PVBstateVectorSet(database, first, 10, 1), 0);
+  EXPECT_EQ(PVBstateVectorSet(database, first, 11, 2), 0);
+  EXPECT_EQ(PVBstateVectorSetValue(database, first, 0x01020304), 0);
+  EXPECT_EQ(PVBstateVectorDelete(database, second), 0);
+}
+
+TEST(StateVector, PagesOnDisk) {
+  TestDatabase database(32, 16, kSections);
+  makeFour(database.handle());
+  EXPECT_FALSE(database.files().contains("pvb.st")) << "before a save";
+  database.close();
+  EXPECT_EQ(pageOf(database, 0),
+            bytes({0xAF, 0xAF, 0x0F, 0x0F, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0}));
+  EXPECT_EQ(pageOf(database, 1),
+            bytes({0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 5, 0, 0, 0, 2}));
+  EXPECT_EQ(pageOf(database, 2), std::string("a\0b\0c\0", 6));
+  EXPECT_EQ(pageOf(database, 3), bytes({'a', 0, 0x44, 0, 4, 0, 0x21, 0, 0xFF, 0xFF, 4, 3, 2, 1}));
+  EXPECT_EQ(pageOf(database, 4), "no page");
+  EXPECT_EQ(pageOf(database, 6), bytes({'c', 0, 0, 0xFF, 0xFF, 0, 0, 0, 0}));
+}
+
+TEST(StateVector, EmptySaveHasThreePages) {
+  TestDatabase database(32, 16, kSections);
+  EXPECT_EQ(PVBscanSave(database.handle(), ""), 0);
+  database.close();
+  EXPECT_EQ(pageOf(database, 1), bytes({0, 0, 0, 0}));
+  EXPECT_EQ(pageOf(database, 2), bytes({0}));
+  EXPECT_EQ(pageOf(database, 3), "no page");
+}
+
+TEST(StateVector, CallsTellWhatIsWrong) {
+  TestDatabase database(32, 16, kSections);
+  const int handle = database.handle();
+  EXPECT_EQ(PVBstateVectorGet(handle, PVBidMake(kClassStateVector, 3), 0), kVectorFailure);
+  EXPECT_EQ(takeStatus(handle), kStatusNotInUse);
+  const PVBid vector = PVBstateVectorNew(handle, "v");
+  EXPECT_EQ(PVBstateVectorNew(handle, "v"), -1);
+  EXPECT_EQ(takeStatus(handle), kStatusNameTaken);
+  EXPECT_EQ(PVBstateVectorByName(handle, "w"), UNDEF);
+  EXPECT_EQ(takeStatus(handle), kStatusNoSuchName);
+  for (const int code : {-1, 0, 5}) {
+    EXPECT_EQ(PVBstateVectorSet(handle, vector, 0, code), -2);
+    EXPECT_EQ(takeStatus(handle), kStatusBadVectorValue);
+  }
+  for (const std::string_view cells : {std::string_view("\0", 1), std::string_view("\x51")}) {
+    EXPECT_EQ(PVBstateVectorSetBytes(handle, vector, cells), -2);
+    EXPECT_EQ(takeStatus(handle), kStatusBadVectorValue);
+  }
+  EXPECT_EQ(PVBstateVectorSet(handle, vector, 0x1000000, 1), -2);
+  EXPECT_EQ(takeStatus(handle), kStatusOutOfBounds);
+  const std::pair<PVBid, std::int32_t> badIds[] = {
+      {UNDEF, kStatusNotInUse},
+      {7, kStatusWrongClass},
+      {PVBidMake(kClassStateVector, 0), kStatusNotInUse},  // the file's own page
+      {PVBidMake(kClassStateVector, 9), kStatusNotInUse},
+  };
+  for (const auto& [id, status] : badIds) {
+    EXPECT_EQ(PVBstateVectorBytes(handle, id), nullptr);
+    EXPECT_EQ(takeStatus(handle), status);
+    EXPECT_EQ(PVBstateVectorDelete(handle, id), -2);
+    EXPECT_EQ(takeStatus(handle), status);
+  }
+  EXPECT_EQ(PVBscanOpen(handle + 1), -2);
+}
+
+// --- Against a model -----------------------------------------------------------------
+
+struct ModelVector {
+  std::string name;
+  std::map<std::uint32_t, int> cells;
+  std::uint32_t value = 0;
+};
+using Model = std::map<PVBid, ModelVector>;
+
+void checkAgainst(int database, const Model& model) {
+  PVBid id = PVBstateVectorNext(database, UNDEF);
+  for (const auto& [known, vector] : model) {
+    RC_ASSERT(id == known);
+    RC_ASSERT(PVBstateVectorName(database, id) == vector.name);
+    if (!vector.name.empty()) RC_ASSERT(PVBstateVectorByName(database, vector.name) == id);
+    RC_ASSERT(PVBstateVectorValue(database, id) == vector.value);
+    for (const auto& [cell, code] : vector.cells) {
+      RC_ASSERT(PVBstateVectorGet(database, id, cell) == code);
+      RC_ASSERT(PVBstateVectorGet(database, id, cell + 1) ==
+                (vector.cells.contains(cell + 1) ? vector.cells.at(cell + 1) : 4));
+    }
+    id = PVBstateVectorNext(database, id);
+  }
+  RC_ASSERT(id == UNDEF);
+}
+
+void makeVector(int database, Model& model) {
+  const std::string name = *rc::gen::element<std::string>("", "a", "b", "c", "XXXX long");
+  const PVBid id = PVBstateVectorNew(database, name);
+  const bool taken = !name.empty() && std::any_of(model.begin(), model.end(), [&](const auto& row) {
+    return row.second.name == name;
+  });
+  RC_ASSERT((id == -1) == taken);
+  if (!taken) model[id].name = name;
+}
+
+void stepBoth(TestDatabase& database, Model& model) {
+  const int step = *rc::gen::inRange(0, 20);
+  if (step < 2 || model.empty()) return makeVector(database.handle(), model);
+  const auto entry =
+      std::next(model.begin(), *rc::gen::inRange<int>(0, static_cast<int>(model.size())));
+  const PVBid id = entry->first;
+  if (step == 2) {
+    RC_ASSERT(PVBstateVectorDelete(database.handle(), id) == 0);
+    model.erase(entry);
+  } else if (step == 3) {
+    *rc::gen::arbitrary<bool>() ? database.reopen() : RC_ASSERT(PVBsave(database.handle()) == 0);
+  } else if (step == 4) {
+    entry->second.value = *rc::gen::arbitrary<std::uint32_t>();
+    RC_ASSERT(PVBstateVectorSetValue(database.handle(), id, entry->second.value) == 0);
+  } else {
+    const auto cell = *rc::gen::inRange<std::uint32_t>(0, step < 18 ? 30 : 5000);
+    const int code = *rc::gen::inRange(1, 5);
+    RC_ASSERT(PVBstateVectorSet(database.handle(), id, cell, code) == 0);
+    entry->second.cells[cell] = code;
+  }
+}
+
+RC_GTEST_PROP(StateVector, VectorsStayWhatTheyWereMade, ()) {
+  const CacheSetting setting(*rc::gen::element("0", "1", "2", "64"));
+  TestDatabase database(32, 16, kSections);
+  Model model;
+  const int steps = *rc::gen::inRange(0, 60);
+  for (int i = 0; i < steps; ++i) stepBoth(database, model);
+  checkAgainst(database.handle(), model);
+  database.reopen();
+  checkAgainst(database.handle(), model);
+}
+
+// --- Lifetime ------------------------------------------------------------------------
+
+TEST(StateVector, CacheSizeIsDigitsOnly) {
+  const std::pair<const char*, std::size_t> cases[] = {
+      {"", 0}, {"0", 0}, {"7", 7}, {"99999999999999999999999", 0x7FFFFFFF}};
+  for (const auto& [text, size] : cases) {
+    const CacheSetting setting(text);
+    TestDatabase database(32, 16, kSections);
+    EXPECT_EQ(database.slot().scan->numVectors, size) << text;
+  }
+  testing::internal::CaptureStderr();
+  for (const char* text : {"-1", "7x", " "}) {
+    const CacheSetting setting(text);
+    TestDatabase database(32, 16, kSections);
+    EXPECT_EQ(database.slot().scan->numVectors, 64U) << text;
+    EXPECT_EQ(takeStatus(database.handle()), kStatusBufferVariable);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Environment variable, MVK_NUM_STATES_BUFFERED, must be a positive integer.\n"
+            "Current setting is ignored.\n");
+}
+
+TEST(StateVector, DatabaseNotWritableStaysAsItIs) {
+  TestDatabase database(32, 16, kSections);
+  makeFour(database.handle());
+  database.close();
+  const auto before = database.files();
+  ASSERT_TRUE(database.open(false));
+  const PVBid vector = PVBstateVectorByName(database.handle(), "a");
+  EXPECT_EQ(PVBstateVectorSet(database.handle(), vector, 0, 3), 0);
+  EXPECT_EQ(PVBstateVectorNew(database.handle(), "new"), PVBidMake(kClassStateVector, 7));
+  EXPECT_EQ(PVBstateVectorGet(database.handle(), vector, 0), 3);
+
+  std::filesystem::create_directory(database.directory().path("other"));
+  EXPECT_EQ(PVBscanSave(database.handle(), database.directory().path("other")), 0);
+  EXPECT_EQ(database.directory().read("other/pvb.st").empty(), false);
+  database.close();
+  EXPECT_EQ(database.files(), before);
+  EXPECT_EQ(database.temporaryFiles(), 0U);
+}
+
+TEST(StateVector, UnsavedCloseKeepsWhatWasSaved) {
+  const CacheSetting setting("0");  // so that every change reaches its page
+  TestDatabase database(32, 16, kSections);
+  makeFour(database.handle());
+  database.reopen();
+  PVBstateVectorNew(database.handle(), "lost or found");
+  EXPECT_EQ(PVBcloseUnsaved(database.handle()), 0);
+  ASSERT_TRUE(database.open());
+  EXPECT_EQ(PVBstateVectorByName(database.handle(), "b"), PVBidMake(kClassStateVector, 5));
+  EXPECT_EQ(PVBstateVectorGet(database.handle(), PVBidMake(kClassStateVector, 3), 11), 2);
+  // The file said that its names weren't up to date: now they are.
+  PVBstateVectorNew(database.handle(), "next");
+  database.reopen();
+  EXPECT_NE(PVBstateVectorByName(database.handle(), "next"), UNDEF);
+}
+
+// --- Damage --------------------------------------------------------------------------
+
+TEST(StateVector, DamagedTablesAreRefused) {
+  struct Damage {
+    std::uint32_t page;
+    std::string content;
+  };
+  const Damage cases[] = {
+      {0, "short"},
+      {0, bytes({0xAF, 0xAF, 0x0F, 0x0E, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0})},
+      {0, bytes({0xAF, 0xAF, 0x0F, 0x0F, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 0})},
+      {0, bytes({0xAF, 0xAF, 0x0F, 0x0F, 0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 0})},
+      {1, bytes({0, 0})},
+      {1, bytes({0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 3, 0, 0, 0, 1})},
+      {1, bytes({0, 0, 0, 1, 0, 0, 0, 3, 0xFF, 0xFF, 0xFF, 0xFF})},
+      {1, bytes({0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 2})},
+      {1, bytes({0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 5, 0, 0, 0, 2})},
+      {1, bytes({0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0, 1})},
+      {2, std::string("a\0b\0c", 5)},
+      {2, std::string("a\0a\0c\0", 6)},
+      {2, std::string("\0b\0c\0", 5)},
+  };
+  for (const Damage& damage : cases) {
+    TestDatabase database(32, 16, kSections);
+    makeFour(database.handle());
+    database.close();
+    setPage(database, damage.page, damage.content);
+    EXPECT_FALSE(database.open()) << damage.page << " " << testing::PrintToString(damage.content);
+    EXPECT_TRUE(PBerrorHas("PVBscanOpen", 87));
+    PBdiscardErrors();
+  }
+}
+
+TEST(StateVector, DamagedVectorsFailAlone) {
+  const std::string cases[] = {
+      "no end",                                          // of the name
+      std::string("b\0\x11\0\xFF\xFF\0\0\0\0", 10),      // another's name
+      std::string("\0\x11\0\xFF\xFF\0\0\0\0", 9),        // none
+      std::string("a\0\x11\0\xFF\xFF\0\0\0", 9),         // value cut
+      std::string("a\0\0\x04\0\0\xFF\xFF\0\0\0\0", 12),  // token without a byte
+  };
+  for (const std::string& content : cases) {
+    TestDatabase database(32, 16, kSections);
+    makeFour(database.handle());
+    database.close();
+    setPage(database, 3, content);
+    ASSERT_TRUE(database.open());
+    EXPECT_EQ(PVBstateVectorGet(database.handle(), PVBidMake(kClassStateVector, 3), 0), 6);
+    EXPECT_EQ(takeStatus(database.handle()), kStatusInternal);
+    EXPECT_EQ(PVBstateVectorGet(database.handle(), PVBidMake(kClassStateVector, 5), 0), 4);
+  }
+}
+
+// After every failing call either what was saved last or what was being saved is
+// there.
+TEST(StateVector, FailingFileCalls) {
+  for (int n = 1;; ++n) {
+    SCOPED_TRACE(n);
+    TestDatabase database(32, 16, kSections);
+    makeFour(database.handle());
+    database.close();
+    bool failed = false;
+    int result = 0;
+    {
+      FaultPlatform faults;
+      faults.failFileCall(n);
+      if (database.open()) {
+        const PVBid id = PVBstateVectorNew(database.handle(), "d");
+        result = id == -1 ? -2 : PVBstateVectorSet(database.handle(), id, 5, 2);
+        if (PVBclose(database.handle()) != 0) result = -2;
+      } else {
+        result = -2;
+      }
+      failed = faults.failed();
+    }
+    PBdiscardErrors();
+    ASSERT_TRUE(database.open());
+    const int handle = database.handle();
+    EXPECT_EQ(PVBstateVectorGet(handle, PVBstateVectorByName(handle, "a"), 11), 2);
+    const PVBid added = PVBstateVectorByName(handle, "d");
+    if (result == 0) {
+      EXPECT_EQ(PVBstateVectorGet(handle, added, 5), 2);
+    }
+    EXPECT_TRUE(failed || result == 0);
+    if (!failed) break;
+  }
+}
+
+// --- Texts ---------------------------------------------------------------------------
+
+TEST(StateVector, BusValuesAsText) {
+  TestDatabase database(32, 16, kSections);
+  const int handle = database.handle();
+  auto chain = PVBsignalNew();
+  chain->name = "chain";
+  chain->type = kScanChainType;
+  for (std::uint32_t i = 1; i <= 6; ++i) chain->members.push_back(PVBidMake(kClassScanCell, i));
+  const PVBid id = PVBscanObjectInsert(handle, std::move(chain));
+  const PVBid vector = PVBstateVectorNew(handle, "v");
+
+  std::string text;
+  EXPECT_EQ(PVBstateVectorFormat(handle, vector, id, 2, text), 0);
+  EXPECT_EQ(text, "X");
+  EXPECT_EQ(PVBstateVectorParse(handle, vector, id, "43"), 0);
+  const char* const texts[] = {"101011", "53", "43", "2B"};
+  for (int radix = 0; radix < 4; ++radix) {
+    EXPECT_EQ(PVBstateVectorFormat(handle, vector, id, radix, text), 0);
+    EXPECT_EQ(text, texts[radix]);
+  }
+  EXPECT_EQ(PVBstateVectorGet(handle, vector, 1), 2) << "the first cell is the highest bit";
+  EXPECT_EQ(PVBstateVectorSet(handle, vector, 3, 4), 0);
+  EXPECT_EQ(PVBstateVectorFormat(handle, vector, id, 2, text), 0);
+  EXPECT_EQ(text, "?");
+  EXPECT_EQ(PVBstateVectorParse(handle, vector, id, "x"), 0);
+  EXPECT_EQ(PVBstateVectorGet(handle, vector, 1), 4);
+
+  const std::pair<const char*, std::int32_t> bad[] = {{"", kStatusBadRadix},
+                                                      {"4A", kStatusBadRadix},
+                                                      {"-1", kStatusBadRadix},
+                                                      {"XX", kStatusBadRadix},
+                                                      {"64", kStatusBadLength}};
+  for (const auto& [value, status] : bad) {
+    EXPECT_EQ(PVBstateVectorParse(handle, vector, id, value), -2) << value;
+    EXPECT_EQ(takeStatus(handle), status) << value;
+  }
+  EXPECT_EQ(PVBstateVectorFormat(handle, vector, id, 4, text), -2);
+  PVBobjectInqByID(handle, id)->members.resize(33, PVBidMake(kClassScanCell, 1));
+  EXPECT_EQ(PVBstateVectorFormat(handle, vector, id, 2, text), -2);
+  EXPECT_EQ(takeStatus(handle), kStatusBadRadix);
+}
+
+TEST(StateVector, LongRunsInNamesAreWrittenShort) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"XXXXX", "XXXXX"},        {"XXXXXX", "X<6>"},         {"XXXXXa", "X<5>a"},
+      {"aXXXXX", "aX<5>"},       {"XXXXaXXXX", "XXXXaXXXX"}, {"XXXXX0XXXXXXX", "X<5>0X<7>"},
+      {"aXXXXXXXb", "aXXXXXXXb"}};
+  for (const auto& [name, expected] : cases) {
+    std::string text = name;
+    PVBscanNameCompress(text);
+    EXPECT_EQ(text, expected);
+  }
+  setenv("USE_ALLSCAN", "", 1);
+  testing::internal::CaptureStderr();
+  for (int i = 0; i < 2; ++i) {
+    std::string text = "XXXXXX";
+    PVBscanNameCompress(text);
+    EXPECT_EQ(text, "XXXXXX");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "INFORMATIVE: Scan state compression disabled, using ALLSCAN.\n");
+  unsetenv("USE_ALLSCAN");
+}
+
+}  // namespace
