@@ -55,12 +55,6 @@ int postCode(int pageError) {
   }
 }
 
-// A failure of the file itself: status, and a post with its path.
-int fileFailure(int database, std::string_view function, const std::string& path) {
-  PBpostError(function, postCode(VPageError), path);
-  return vectorPageFailure(database);
-}
-
 // --- Opening -------------------------------------------------------------------------
 
 // How many vectors are to be cached.
@@ -86,8 +80,7 @@ std::size_t numVectors(int database) {
   return number;
 }
 
-// Opens the database's file, or a copy of it when the database isn't writable. A
-// database without one gets a file with its first vector.
+// Opens the database's file for reading; there need not be one.
 int openFile(int database, const PVBdatabase& db, PVBscanData& scan) {
   const std::string path = PVBfilePath(db.path, kFileName);
   struct stat info;
@@ -99,61 +92,58 @@ int openFile(int database, const PVBdatabase& db, PVBscanData& scan) {
     errno = 0;
     return 0;
   }
-  if (!db.writable) {
-    scan.copy = PBprivateCopy(path);
-    if (scan.copy.path().empty()) {
-      PBpostError("PVBscanOpen", 81, path);
-      return vectorFailure(database, kStatusInternal);
-    }
+  scan.file = VPageOpenRead(path, kBuffersOpened);
+  if (scan.file == nullptr) {
+    PBpostError("PVBscanOpen", postCode(VPageError), path);
+    return vectorPageFailure(database);
   }
-  scan.file = VPageOpen(db.writable ? path : scan.copy.path(), kBuffersOpened);
-  if (scan.file == nullptr) return fileFailure(database, "PVBscanOpen", path);
   errno = 0;
   if (stateNamesLoad(database, scan) == 0) return 0;
   PBpostError("PVBscanOpen", 87, path);
   return -2;
 }
 
-// Makes a file in the temporary directory for a database that has none.
-int ensureFile(int database, PVBscanData& scan) {
-  if (scan.file != nullptr) return 0;
-  scan.copy = TempFile(PBtempFileName("mvk"));
-  scan.file = VPageOpen(scan.copy.path(), kBuffersCreated);
+// --- The working copy ----------------------------------------------------------------
+
+bool isWorkingCopy(const PVBscanData& scan) { return !scan.copy.path().empty(); }
+
+int createWorkingFile(int database, PVBscanData& scan) {
+  TempFile copy(PBtempFileName("mvk"));
+  scan.file = VPageOpen(copy.path(), kBuffersCreated);
   if (scan.file == nullptr) return vectorPageFailure(database);
-  if (stateNamesCreate(database, scan) == 0) return 0;
-  scan.file.reset();
-  return -2;
+  if (stateNamesCreate(database, scan) != 0) {
+    scan.file.reset();
+    return -2;
+  }
+  scan.copy = std::move(copy);
+  return 0;
 }
 
-// --- Saving --------------------------------------------------------------------------
+int copyWorkingFile(int database, PVBscanData& scan) {
+  TempFile copy = PBprivateCopy(VPagePath(*scan.file));
+  if (copy.path().empty()) return vectorFailure(database, kStatusInternal);
+  VPageFilePtr file = VPageOpen(copy.path(), kBuffersOpened);
+  if (file == nullptr) return vectorPageFailure(database);
+  scan.file = std::move(file);
+  scan.copy = std::move(copy);
+  return 0;
+}
 
-bool standsOnOwnFile(const PVBscanData& scan) { return scan.copy.path().empty(); }
-
-// Brings all that is known of the vectors into the pages.
+// Brings all that is known of the vectors into the pages. A database without
+// vectors gets its file here.
 int fillPages(int database, PVBscanData& scan) {
-  if (ensureFile(database, scan) != 0 || stateVectorsPack(database, scan) != 0) return -2;
-  return scan.namesDirty ? stateNamesStore(database, scan) : 0;
+  if (scan.file == nullptr && vectorsWillChange(database, scan) != 0) return -2;
+  if (stateVectorsPack(database, scan) != 0) return -2;
+  if (!scan.namesDirty) return 0;
+  return vectorsWillChange(database, scan) == 0 ? stateNamesStore(database, scan) : -2;
 }
 
+// The file of the database itself, unchanged, is where it belongs already.
 int storeFile(int database, PVBscanData& scan, const std::string& path, bool own) {
-  int result = 0;
-  if (own && standsOnOwnFile(scan)) {
-    result = VPageFlush(*scan.file);
-  } else {
-    if (!standsOnOwnFile(scan)) result = VPageRepack(*scan.file, false);
-    if (result == 0) result = VPageSaveAs(*scan.file, path);
-  }
-  return result == 0 ? 0 : vectorPageFailure(database);
-}
-
-// Gives the database's own file back to the system with its index.
-int closeOwnFile(int database, PVBscanData& scan) {
-  int result = 0;
-  if (VPageChanged(*scan.file) && VPageRepack(*scan.file, false) != 0) {
-    result = vectorPageFailure(database);
-  }
-  if (VPageClose(std::move(scan.file)) != 0) result = vectorPageFailure(database);
-  return result;
+  if (own && !isWorkingCopy(scan)) return 0;
+  const bool stored = (!isWorkingCopy(scan) || VPageRepack(*scan.file, false) == 0) &&
+                      VPageSaveAs(*scan.file, path) == 0;
+  return stored ? 0 : vectorPageFailure(database);
 }
 
 // --- Vectors -------------------------------------------------------------------------
@@ -193,6 +183,11 @@ bool vectorIsThere(int database, PVBscanData& scan, PVBid vector) {
 
 int vectorPageFailure(int database) {
   return vectorFailure(database, statusOfPageError(VPageError));
+}
+
+int vectorsWillChange(int database, PVBscanData& scan) {
+  if (isWorkingCopy(scan)) return 0;
+  return scan.file == nullptr ? createWorkingFile(database, scan) : copyWorkingFile(database, scan);
 }
 
 int vectorFailure(int database, std::int32_t status) {
@@ -246,15 +241,8 @@ int PVBscanClose(int database, bool unsaved) {
   PVBdatabase* db = PVBget(database);
   if (db == nullptr) return -2;
   if (db->scan == nullptr) return 0;
-  int result = 0;
-  if (db->writable && !unsaved) {
-    if (db->scan->changed) result = PVBscanSave(database, "");
-    if (db->scan->file != nullptr && standsOnOwnFile(*db->scan) &&
-        closeOwnFile(database, *db->scan) != 0) {
-      PBpostError("PVBscanClose", 85, PVBfilePath(db->path, kFileName));
-      result = -2;
-    }
-  }
+  const bool save = db->writable && !unsaved && db->scan->changed;
+  const int result = save ? PVBscanSave(database, "") : 0;
   db->scan.reset();
   db->sectionsOpen &= ~static_cast<std::uint32_t>(kSectionScan);
   return result;
@@ -277,12 +265,11 @@ PVBid PVBstateVectorNew(int database, std::string_view name) {
     vectorFailure(database, kStatusNameTaken);
     return -1;
   }
-  if (ensureFile(database, scan) != 0) return -1;
-  if (!name.empty() && stateNamesTouch(database, scan) != 0) return -1;
+  if (vectorsWillChange(database, scan) != 0) return -1;
   const std::int64_t page = newPage(database, scan, name);
   if (page < 0) return -1;
   const PVBid id = PVBidMake(kClassStateVector, static_cast<std::uint32_t>(page));
-  if (!name.empty()) scan.names.add(name, id);
+  if (!name.empty() && scan.names.add(name, id)) scan.namesDirty = true;
   scan.changed = true;
   return id;
 }
@@ -306,10 +293,10 @@ int PVBstateVectorDelete(int database, PVBid vector) {
   PVBdatabase* db = PVBgetSection(database, kSectionScan);
   if (db == nullptr || !vectorIsThere(database, *db->scan, vector)) return -2;
   PVBscanData& scan = *db->scan;
-  if (!scan.names.of(vector).empty() && stateNamesTouch(database, scan) != 0) return -2;
+  if (vectorsWillChange(database, scan) != 0) return -2;
   if (VPageDelete(*scan.file, vectorPage(vector)) != 0) return vectorPageFailure(database);
   stateVectorForget(scan, vector);
-  scan.names.remove(vector);
+  if (scan.names.remove(vector)) scan.namesDirty = true;
   scan.changed = true;
   return 0;
 }

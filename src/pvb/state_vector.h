@@ -24,12 +24,14 @@
 // A vector has at most as many cells as ids have indices, which bounds what a page
 // can expand to.
 //
-// The section works on the database's own file, in a database that isn't writable
-// on a private copy, and without a file on one in the temporary directory, made for
-// the first vector. Page 0 says on disk when pages 1 and 2 are behind the vectors;
-// the names are then read from the vectors. A call that fails sets the status of
-// the database; a failure of the file is posted too when it is opened, saved or
-// closed. Unpacked vectors are cached, MVK_NUM_STATES_BUFFERED of them (64).
+// The database's own file is only read. The first change makes a copy in the
+// temporary directory, and a save puts that in place of the file, so what isn't saved
+// leaves it as it was. `namesDirty` in a file says that pages 1 and 2 are behind the
+// vectors: the names are then read from these.
+//
+// A call that fails sets the status of the database; a failure of the file is posted
+// too when it is opened or saved. Unpacked vectors are cached,
+// MVK_NUM_STATES_BUFFERED of them (64).
 
 #include <cstdint>
 #include <memory>
@@ -45,7 +47,7 @@ struct PVBscanData;
 inline constexpr int kVectorFailure = 6;
 
 int PVBscanOpen(int database);
-// Writes the file, empty too; nothing into a directory of its own that isn't writable.
+// Nothing into the database's own directory when that isn't writable.
 int PVBscanSave(int database, const std::string& directory);
 // A writable database with changes is saved; `unsaved` writes nothing.
 int PVBscanClose(int database, bool unsaved = false);

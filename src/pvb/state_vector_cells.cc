@@ -22,6 +22,7 @@ using CachePlace = std::list<StateVector>::iterator;
 // --- Packing -------------------------------------------------------------------------
 
 int packVector(int database, PVBscanData& scan, StateVector& vector) {
+  if (vectorsWillChange(database, scan) != 0) return -2;
   const std::string_view name = scan.names.of(vector.id);
   const std::uint32_t page = vectorPage(vector.id);
   const std::size_t predicted = packedStateSize(vector.bytes);

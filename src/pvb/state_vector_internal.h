@@ -40,18 +40,20 @@ struct StateNames {
 
   // False when the name or the id is in the table already.
   bool add(std::string_view name, PVBid id);
-  void remove(PVBid id);
+  // Whether the vector had a name.
+  bool remove(PVBid id);
   // Empty for a vector without a name.
   std::string_view of(PVBid id) const;
 };
 
 struct PVBscanData {
-  // What `file` stands on when that isn't the database's own "pvb.st"; removed
-  // after the file is closed.
+  // The file changed is a copy in the temporary directory, made before the first
+  // change: until a save puts it in place, the database's own stays as it is.
+  // Invariant: empty as long as `file` is the database's own, open for reading.
   TempFile copy;
-  VPageFilePtr file;  // null until the first vector is made, if there is no "pvb.st"
+  VPageFilePtr file;  // null while there is neither
   StateNames names;
-  bool namesDirty = false;       // page 0 on disk says it too
+  bool namesDirty = false;       // pages 1 and 2 are behind the vectors
   std::size_t numVectors = 64;   // vectors cached
   std::list<StateVector> cache;  // most recently used first
   std::size_t cachedBytes = 0;   // held by `cache`
@@ -101,8 +103,6 @@ inline constexpr std::uint32_t kFirstVectorPage = 3;
 int stateNamesCreate(int database, PVBscanData& scan);
 // Reads the names; from the vectors themselves when the table isn't up to date.
 int stateNamesLoad(int database, PVBscanData& scan);
-// Notes on disk that the table on disk is about to become wrong.
-int stateNamesTouch(int database, PVBscanData& scan);
 // Brings the table on disk up to date.
 int stateNamesStore(int database, PVBscanData& scan);
 
@@ -115,8 +115,10 @@ int stateVectorsPack(int database, PVBscanData& scan);
 // Drops a vector without packing it.
 void stateVectorForget(PVBscanData& scan, PVBid vector);
 
-// --- Failure and ids, state_vector.cc ------------------------------------------------
+// --- File, failure and ids, state_vector.cc ------------------------------------------
 
+// Makes a file that can be changed; called before every change of a page.
+int vectorsWillChange(int database, PVBscanData& scan);
 // Sets the status that stands for VPageError; -2.
 int vectorPageFailure(int database);
 // Sets a status; -2.

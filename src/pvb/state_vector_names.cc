@@ -51,14 +51,10 @@ std::string_view bytesOf(const T& record) {
   return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 
-int storeHeader(int database, PVBscanData& scan, bool namesDirty) {
+int storeHeader(int database, PVBscanData& scan) {
   Header header;
   header.packedCount = static_cast<std::uint32_t>(scan.names.byId.size());
-  header.namesDirty = namesDirty ? 1 : 0;
-  const int result =
-      storePage(database, scan, kHeaderPage, bytesOf(turned(header)), typeScanStateHeader);
-  if (result == 0) scan.namesDirty = namesDirty;
-  return result;
+  return storePage(database, scan, kHeaderPage, bytesOf(header), typeScanStateHeader);
 }
 
 // Page 1 for the ids of the table, which rise.
@@ -180,12 +176,13 @@ bool StateNames::add(std::string_view name, PVBid id) {
   return isNew;
 }
 
-void StateNames::remove(PVBid id) {
+bool StateNames::remove(PVBid id) {
   const auto entry = byId.find(id);
-  if (entry == byId.end()) return;
+  if (entry == byId.end()) return false;
   const auto key = byName.find(entry->second);
   byId.erase(entry);
   byName.erase(key);
+  return true;
 }
 
 std::string_view StateNames::of(PVBid id) const {
@@ -211,14 +208,12 @@ int stateNamesLoad(int database, PVBscanData& scan) {
   return scan.namesDirty ? rebuildTable(database, scan) : readTable(database, scan, header);
 }
 
-int stateNamesTouch(int database, PVBscanData& scan) {
-  return scan.namesDirty ? 0 : storeHeader(database, scan, true);
-}
-
 int stateNamesStore(int database, PVBscanData& scan) {
   if (storePage(database, scan, kIndexPage, indexContent(scan.names), typeInt) != 0) return -2;
   if (storePage(database, scan, kNamesPage, namesContent(scan.names), typeNoStruct) != 0) {
     return -2;
   }
-  return storeHeader(database, scan, false);
+  if (storeHeader(database, scan) != 0) return -2;
+  scan.namesDirty = false;
+  return 0;
 }

@@ -246,15 +246,31 @@ TEST(StateVector, UnsavedCloseKeepsWhatWasSaved) {
   TestDatabase database(32, 16, kSections);
   makeFour(database.handle());
   database.reopen();
-  PVBstateVectorNew(database.handle(), "lost or found");
+  const auto before = database.files();
+  EXPECT_EQ(PVBstateVectorSet(database.handle(), PVBidMake(kClassStateVector, 3), 2, 1), 0);
+  PVBstateVectorNew(database.handle(), "lost");
+  EXPECT_EQ(PVBstateVectorDelete(database.handle(), PVBidMake(kClassStateVector, 5)), 0);
   EXPECT_EQ(PVBcloseUnsaved(database.handle()), 0);
+  EXPECT_EQ(database.files(), before);
+  EXPECT_EQ(database.temporaryFiles(), 0U);
+}
+
+TEST(StateVector, NamesBehindTheVectorsAreReadFromThem) {
+  TestDatabase database(32, 16, kSections);
+  makeFour(database.handle());
+  database.close();
+  setPage(database, 0, bytes({0xAF, 0xAF, 0x0F, 0x0F, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0, 1}));
+  setPage(database, 1, bytes({0, 0, 0, 0}));
+  setPage(database, 6, std::string("a\0\0\xFF\xFF\0\0\0\0", 9));  // taken by a lower one
   ASSERT_TRUE(database.open());
   EXPECT_EQ(PVBstateVectorByName(database.handle(), "b"), PVBidMake(kClassStateVector, 5));
-  EXPECT_EQ(PVBstateVectorGet(database.handle(), PVBidMake(kClassStateVector, 3), 11), 2);
-  // The file said that its names weren't up to date: now they are.
-  PVBstateVectorNew(database.handle(), "next");
-  database.reopen();
-  EXPECT_NE(PVBstateVectorByName(database.handle(), "next"), UNDEF);
+  EXPECT_EQ(PVBstateVectorByName(database.handle(), "a"), PVBidMake(kClassStateVector, 3));
+  EXPECT_EQ(PVBstateVectorBytes(database.handle(), PVBidMake(kClassStateVector, 6)), nullptr);
+  EXPECT_EQ(PVBsave(database.handle()), 0);
+  database.close();
+  EXPECT_EQ(pageOf(database, 0),
+            bytes({0xAF, 0xAF, 0x0F, 0x0F, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0}));
+  EXPECT_EQ(pageOf(database, 2), std::string("a\0b\0", 4));
 }
 
 // --- Damage --------------------------------------------------------------------------
@@ -310,37 +326,36 @@ TEST(StateVector, DamagedVectorsFailAlone) {
   }
 }
 
-// After every failing call either what was saved last or what was being saved is
-// there.
+// Whatever call fails, the file is the one saved before or the one being saved.
 TEST(StateVector, FailingFileCalls) {
+  TestDatabase database(32, 16, kSections);
+  makeFour(database.handle());
+  database.close();
   for (int n = 1;; ++n) {
     SCOPED_TRACE(n);
-    TestDatabase database(32, 16, kSections);
-    makeFour(database.handle());
-    database.close();
+    const std::string before = database.directory().read("db/pvb.st");
+    const std::string name = "d" + std::to_string(n);
     bool failed = false;
-    int result = 0;
+    bool good = false;
     {
       FaultPlatform faults;
       faults.failFileCall(n);
       if (database.open()) {
-        const PVBid id = PVBstateVectorNew(database.handle(), "d");
-        result = id == -1 ? -2 : PVBstateVectorSet(database.handle(), id, 5, 2);
-        if (PVBclose(database.handle()) != 0) result = -2;
-      } else {
-        result = -2;
+        const PVBid id = PVBstateVectorNew(database.handle(), name);
+        good = id != -1 && PVBstateVectorSet(database.handle(), id, 5, 2) == 0;
+        good = PVBclose(database.handle()) == 0 && good;
       }
       failed = faults.failed();
     }
+    EXPECT_TRUE(good || failed);
     PBdiscardErrors();
-    ASSERT_TRUE(database.open());
+    if (!good && database.directory().read("db/pvb.st") == before) continue;
+    ASSERT_TRUE(database.open()) << "neither the old file nor a whole new one";
     const int handle = database.handle();
     EXPECT_EQ(PVBstateVectorGet(handle, PVBstateVectorByName(handle, "a"), 11), 2);
-    const PVBid added = PVBstateVectorByName(handle, "d");
-    if (result == 0) {
-      EXPECT_EQ(PVBstateVectorGet(handle, added, 5), 2);
-    }
-    EXPECT_TRUE(failed || result == 0);
+    const PVBid added = PVBstateVectorByName(handle, name);
+    EXPECT_TRUE(!good || PVBstateVectorGet(handle, added, 5) == 2);
+    database.close();
     if (!failed) break;
   }
 }
