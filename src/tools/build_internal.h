@@ -143,7 +143,7 @@ class RowBuild {
   bool loop();
   bool end();
   bool call();
-  bool readFields(PVBrow& row);
+  bool readRowFields(PVBrow& row);
   bool readField(PVBrow& row);
   bool readAttribute(PVBrow& row);
   bool timePlate(PVBrow& row);

@@ -248,7 +248,7 @@ bool RowBuild::checkPattern() {
 bool RowBuild::plainRow(std::uint32_t type) {
   if (!checkPattern()) return false;
   PVBrow fields = newFields(type);
-  if (!readFields(fields)) return false;
+  if (!readRowFields(fields)) return false;
   if (comment_) return build_.in.failLine(kUnknownAttribute, "this row has no comment");
   const bool structure = fields.type == ROW_LOOP || fields.type == ROW_END_LOOP ||
                          fields.type == ROW_SUBR_CALL || fields.type == kNoLink;
@@ -259,7 +259,7 @@ bool RowBuild::plainRow(std::uint32_t type) {
 bool RowBuild::loop() {
   if (!checkPattern()) return false;
   PVBrow fields = newFields(ROW_LOOP);
-  if (!readFields(fields) || !insert(fields)) return false;
+  if (!readRowFields(fields) || !insert(fields)) return false;
   ++depth_;
   return true;
 }
@@ -267,7 +267,7 @@ bool RowBuild::loop() {
 bool RowBuild::call() {
   if (!checkPattern()) return false;
   PVBrow fields = newFields(ROW_SUBR_CALL);
-  return subroutineReference(fields.link) && readFields(fields) && insert(fields);
+  return subroutineReference(fields.link) && readRowFields(fields) && insert(fields);
 }
 
 // The end row came with its loop; only what differs is changed.
@@ -281,7 +281,7 @@ bool RowBuild::end() {
   if (!holdRow()) return false;
   PVBrow fields = newFields(ROW_END_LOOP);
   fields.count = row_->count;
-  if (!readFields(fields)) return false;
+  if (!readRowFields(fields)) return false;
   takeFields(*row_, fields);
   if (comment_) PVBrowSetComment(build_.database, *row_, *comment_);
   PVBposition position;
@@ -330,7 +330,7 @@ bool RowBuild::fillStates(PVBrow& row) {
 
 // --- Fields of a row -----------------------------------------------------------------
 
-bool RowBuild::readFields(PVBrow& row) {
+bool RowBuild::readRowFields(PVBrow& row) {
   while (!build_.in.atEnd()) {
     if (!readField(row)) return false;
   }
