@@ -135,5 +135,13 @@ int closeStream(StreamPtr stream) {
   return -1;
 }
 
+Presence presenceOf(const std::string& path) {
+  const int kept = errno;
+  struct stat status;
+  if (platform().status(path.c_str(), status) == 0) return Presence::present;
+  if (errno != ENOENT && errno != ENOTDIR) return Presence::unknown;
+  errno = kept;
+  return Presence::absent;
+}
 bool fileExists(const std::string& path) { return hasType(path, 0); }
 bool directoryExists(const std::string& path) { return hasType(path, S_IFDIR); }

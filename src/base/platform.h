@@ -76,5 +76,11 @@ StreamPtr openStream(const std::string& path, const char* mode);
 // Flushes and closes; 0, or -1 with errno set when any write was lost.
 int closeStream(StreamPtr stream);
 
+// Whether there is something under a path. What can't be looked at must not be
+// taken for missing, or it would be written over.
+enum class Presence { absent, present, unknown };
+// errno holds the reason of `unknown` and is left alone otherwise.
+Presence presenceOf(const std::string& path);
+// The same for who has no use for the reason: unknown counts as absent.
 bool fileExists(const std::string& path);
 bool directoryExists(const std::string& path);

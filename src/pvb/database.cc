@@ -68,16 +68,26 @@ struct OpenMode {
   bool upgrade;
 };
 
+bool refuse(int code, const std::string& path) {
+  PBpostError("PVBopen", code, path);
+  return false;
+}
+
+// A header that is there but can't be looked at doesn't make a new database.
+bool readHeaderIfThere(const std::string& path, bool strict, PVBheader& header) {
+  const Presence presence = presenceOf(path);
+  if (presence == Presence::unknown) return refuse(81, path);
+  if (presence == Presence::absent) return true;
+  if (ReadPVBheader(path, strict, header) < 1) return false;
+  errno = 0;
+  const bool sound = header.rowWidth >= 0 && header.rowWidth <= kMaxRowWidth;
+  return sound || refuse(87, path);
+}
+
 bool loadHeader(PVBdatabase& slot, int rowWidth, OpenMode mode) {
   slot.header = PVBheader();
   slot.header.rowWidth = rowWidth > 0 ? rowWidth : kDefaultRowWidth;
-  const std::string path = PVBfilePath(slot.path, "pvb.h");
-  if (fileExists(path) && ReadPVBheader(path, mode.strict, slot.header) < 1) return false;
-  if (slot.header.rowWidth < 0 || slot.header.rowWidth > kMaxRowWidth) {
-    errno = 0;
-    PBpostError("PVBopen", 87, path);
-    return false;
-  }
+  if (!readHeaderIfThere(PVBfilePath(slot.path, "pvb.h"), mode.strict, slot.header)) return false;
   slot.version = slot.header.version;
   if (mode.upgrade && slot.version <= 1500) slot.version = kExtendedVersion;
   return true;

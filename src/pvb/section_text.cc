@@ -39,12 +39,9 @@ bool fitsEither(std::int64_t value) {
 SectionReader::~SectionReader() { close(); }
 
 SectionOpen SectionReader::open(const std::string& path) {
-  errno = 0;
-  if (!fileExists(path)) {
-    const bool missing = errno == ENOENT || errno == 0;
-    if (missing) errno = 0;
-    return missing ? SectionOpen::missing : SectionOpen::failed;
-  }
+  const Presence presence = presenceOf(path);
+  if (presence == Presence::absent) return SectionOpen::missing;
+  if (presence == Presence::unknown) return SectionOpen::failed;
   errno = 0;
   descriptor_ = PBcfopen(path, kCfRead);
   if (descriptor_ < 0) return SectionOpen::failed;
@@ -111,7 +108,7 @@ bool SectionReader::keyword(std::string_view expected) {
 
 bool SectionReader::number(std::int64_t& out) {
   if (!good_ || !skipSpace()) return fail();
-  std::array<char, kMaxDigits + 1> digits;
+  std::array<char, kMaxDigits + 1> digits = {};
   std::size_t size = 0;
   if (peek() == '-' || peek() == '+') digits[size++] = static_cast<char>(get());
   while (isDigit(peek()) && size < digits.size()) digits[size++] = static_cast<char>(get());
