@@ -47,7 +47,9 @@ bool postRange(const char* function) {
                               function));
 }
 
+// Unpacked blocks a file keeps. A value that can't be is told once.
 std::size_t cacheSizeFromEnvironment() {
+  static bool warned = false;
   constexpr const char* kName = "MVK_NUM_COMPRESS_CACHE";
   constexpr int kStandard = 4;
   constexpr int kLeast = 2;
@@ -57,14 +59,10 @@ std::size_t cacheSizeFromEnvironment() {
   int value = 0;
   std::from_chars(text, text + std::strlen(text), value);
   if (value >= kLeast && value <= kMost) return static_cast<std::size_t>(value);
-  fmt::fprintf(stderr, "Warning: ignoring %s (%d < %s < %d)\n", kName, kLeast, text, kMost);
+  if (!std::exchange(warned, true)) {
+    fmt::fprintf(stderr, "Warning: ignoring %s (%d < %s < %d)\n", kName, kLeast, text, kMost);
+  }
   return kStandard;
-}
-
-// Unpacked blocks a file keeps; read once.
-std::size_t cacheSize() {
-  static const std::size_t size = cacheSizeFromEnvironment();
-  return size;
 }
 
 template <typename Number>
@@ -99,22 +97,22 @@ struct PageRelease {
 
 }  // namespace
 
-bool isCompressedFile(const std::string& path) {
+std::optional<bool> isCompressedFile(const std::string& path) {
   constexpr std::array<char, 4> kCookie = {'\xF0', '\x0F', '\xDA', '\xDA'};
   constexpr std::size_t kCookieAt = 5;
   std::array<char, kCookieAt + kCookie.size()> start;
   const std::unique_ptr<PlainFile> file = PlainFile::open(path, O_RDONLY);
-  const bool whole =
-      file != nullptr && file->read(start.data(), start.size()) == static_cast<int>(start.size());
-  errno = 0;
-  return whole && start[0] == 11 &&
+  if (file == nullptr) return std::nullopt;
+  const std::int64_t count = file->read(start.data(), start.size());
+  if (count < 0 || file->close() != 0) return std::nullopt;
+  return count == static_cast<std::int64_t>(start.size()) && start[0] == 11 &&
          std::equal(kCookie.begin(), kCookie.end(), start.begin() + kCookieAt);
 }
 
 // --- Opening -------------------------------------------------------------------------
 
 CompressedFile::CompressedFile(VPageFilePtr store, bool writable)
-    : store_(std::move(store)), writable_(writable) {
+    : store_(std::move(store)), writable_(writable), cacheSize_(cacheSizeFromEnvironment()) {
   ++openFiles;
 }
 
@@ -202,7 +200,7 @@ bool CompressedFile::writeHeader() {
 
 // An empty block at the head of the cache, or null.
 CompressedFile::Block* CompressedFile::freeBlock() {
-  if (cache_.size() < cacheSize()) return &cache_.emplace_front();
+  if (cache_.size() < cacheSize_) return &cache_.emplace_front();
   Block& last = cache_.back();
   if (last.dirty && !storeBlock(last)) return nullptr;
   last.number = -1;
@@ -436,7 +434,10 @@ int CompressedFile::check(const std::function<void(std::string_view)>& fault) {
 // --- Checking ------------------------------------------------------------------------
 
 int PBcfCheck(const std::string& path, const std::function<void(std::string_view)>& fault) {
-  if (!isCompressedFile(path)) return 0;
+  const std::optional<bool> compressed = isCompressedFile(path);
+  errno = 0;
+  if (!compressed) fault("can't be read");
+  if (!compressed || !*compressed) return compressed ? 0 : 1;
   const int pageFaults = VPageCheck(path, [&](std::string_view line) {
     if (line != "INDEX OK" && line != "INDEX MISSING") fault(line);
   });

@@ -22,6 +22,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +30,9 @@
 #include "storage/block_coder.h"
 #include "storage/vpage.h"
 
-// Whether a file is a compressed one, by its first bytes. Never posts.
-bool isCompressedFile(const std::string& path);
+// Whether a file is a compressed one, by its first bytes; none with errno set when
+// it can't be read. Never posts.
+std::optional<bool> isCompressedFile(const std::string& path);
 
 // At most 256 at once. The functions are those of PlainFile.
 class CompressedFile {
@@ -80,6 +82,7 @@ class CompressedFile {
 
   VPageFilePtr store_;
   bool writable_;
+  std::size_t cacheSize_;
   bool headerDirty_ = false;
   std::int64_t length_ = 0;
   std::int64_t position_ = 0;

@@ -116,7 +116,9 @@ bool compressionIsOn() {
 Entry openEntry(const std::string& path, int flag, bool newCompressed) {
   Entry entry;
   entry.name = path;
-  if (newCompressed || (flag != kCfNew && isCompressedFile(path))) {
+  const std::optional<bool> compressed = flag == kCfNew ? newCompressed : isCompressedFile(path);
+  if (!compressed) return entry;
+  if (*compressed) {
     entry.compressed = newCompressed ? CompressedFile::create(path)
                                      : CompressedFile::open(path, flag == kCfUpdate);
     if (entry.compressed) entry.kind = kCompressed;
