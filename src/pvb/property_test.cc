@@ -290,6 +290,7 @@ TEST_F(Properties, FilesCutAnywhereAreOpenedOrRefused) {
 class FailingRewrite : public Properties {
  protected:
   FailingRewrite() {
+    EXPECT_TRUE(lay(lists({}), kHeader));
     for (int i = 0; i < 50; ++i) listOf({{1, "kept" + std::to_string(i)}, {2, std::nullopt}});
     db.close();
     whole = db.files();
@@ -344,8 +345,9 @@ TEST_F(FailingRewrite, AFullDiskLosesNothingThatWasThere) {
       for (PVBid list = 0; list < 50; ++list) {
         ASSERT_EQ(PVBputProp(id(), list, {3, "added"}), 0);
       }
-      EXPECT_EQ(PVBpropertyClose(id()) == 0, !faults.failed());
+      const int result = PVBpropertyClose(id());
       failed = faults.failed();
+      EXPECT_EQ(result == 0, !failed);
     }
     testing::internal::GetCapturedStderr();
     ASSERT_EQ(PVBpropertyOpen(id(), 64), 0);
