@@ -445,6 +445,7 @@ TEST(VPage, AnyCallMayFail) {
     const bool good = file != nullptr && work(*file) && VPageClose(std::move(file)) == 0;
     const std::string said = testing::internal::GetCapturedStderr();
     failed = faults.failed();
+    faults.failFileCall(0);
     EXPECT_TRUE(said.empty() || said == "VPageRepack: Can't write temp file '" + path + ".tmp'.\n");
     EXPECT_TRUE(good || (failed && VPageError != kVPageOk));
     file.reset();
