@@ -53,6 +53,7 @@ class DumpBuild {
   bool unknownLine();
   bool makeList();
   bool close();
+  bool readsBack();
 
   BuildContext build_;
   DumpHeader header_;
@@ -265,7 +266,19 @@ bool DumpBuild::close() {
   slot.header.counts = header_.counts;
   build_.database = -1;
   saved = PVBclose(database) == 0 && saved;
-  return saved || build_.fail(kCantSaveDatabase, "the database can't be saved");
+  if (!saved) return build_.fail(kCantSaveDatabase, "the database can't be saved");
+  return readsBack();
+}
+
+// Numbers that a record holds may still be more than its file can: such a database
+// must not come into place.
+bool DumpBuild::readsBack() {
+  constexpr std::uint32_t kTextSections =
+      kSectionSignals | kSectionTimePlates | kSectionPins | kSectionMessages;
+  const int database = PVBopenAny(build_.path, false, 0, kBuffers, kTextSections, false);
+  if (database < 0) return build_.fail(kCantSaveDatabase, "the database can't be read back");
+  PVBcloseUnsaved(database);
+  return true;
 }
 
 }  // namespace

@@ -148,6 +148,7 @@ class RowBuild {
   bool readAttribute(PVBrow& row);
   bool timePlate(PVBrow& row);
   bool subroutineReference(std::uint32_t& index);
+  bool isSubroutine(std::uint32_t slot) const;
   bool insert(const PVBrow& fields);
   bool fillStates(PVBrow& row);
   bool checkPattern();
@@ -166,7 +167,6 @@ class RowBuild {
   std::string name_;
   std::string lastPlateName_;  // and its id: most rows have the plate of the row above
   std::uint16_t lastPlate_ = kNoTimePlate;
-  PVBidList subroutines_;  // slots defined, for the holes between them
 };
 
 class RecordBuild {

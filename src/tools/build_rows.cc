@@ -126,32 +126,37 @@ bool VectorBuild::reference(PVBid& vector) const {
 
 // --- Patterns ------------------------------------------------------------------------
 
+// Slots keep their numbers, so the table is filled directly.
 bool RowBuild::subroutine() {
-  std::int32_t slot = 0;
-  std::optional<std::string> name;
+  constexpr std::uint32_t kMostSubroutines = 1 << 18;
+  constexpr std::size_t kGrowth = 8;
+  PVBpatternData& data = *build_.slot().patterns;
+  PVBsubroutine entry;
+  std::uint32_t slot = 0;
   PatternHead head;
-  constexpr std::int32_t kMostSubroutines = 1 << 20;
+  build_.noProperties();
   if (!build_.in.number(slot)) return false;
-  if (slot < 0 || slot >= kMostSubroutines) {
-    return build_.in.fail(kSubroutineRefused, "the slot is out of range");
-  }
-  if (std::ranges::find(subroutines_, slot) != subroutines_.end()) {
+  if (slot >= kMostSubroutines) return build_.in.fail(kSubroutineRefused, "the slot is too high");
+  if (isSubroutine(slot)) {
     return build_.in.fail(kSubroutineRefused, fmt::format("slot {} is defined twice", slot));
   }
-  if (!build_.in.optionalText(name) || !readFields(build_.in, kPatternFields, head)) return false;
-  auto& table = build_.slot().patterns->subroutines;
-  // The slots between are made too, and given back when all are there.
-  while (static_cast<std::size_t>(slot) >= table.size() ||
-         table[static_cast<std::size_t>(slot)].root == kNoNode) {
-    const int made = PVBsubroutineNew(build_.database, "");
-    if (made < 0) return build_.fail(kSubroutineRefused, "the subroutine can't be made");
-  }
-  PVBsubroutine& entry = table[static_cast<std::size_t>(slot)];
-  entry.name = name;
+  if (!build_.in.optionalText(entry.name)) return false;
+  if (!readFields(build_.in, kPatternFields, head)) return false;
+  const std::int64_t root = PVBtreeNew(data.nodes);
+  if (root < 0) return build_.fail(kSubroutineRefused, "the subroutine can't be made");
+  entry.root = static_cast<std::uint32_t>(root);
   entry.addressBase = head.addressBase;
-  subroutines_.push_back(slot);
-  build_.noProperties();
+  while (data.subroutines.size() <= slot) {
+    data.subroutines.resize(data.subroutines.size() + kGrowth);
+  }
+  data.subroutines[slot] = std::move(entry);
+  data.changed = true;
   return true;
+}
+
+bool RowBuild::isSubroutine(std::uint32_t slot) const {
+  const auto& table = build_.slot().patterns->subroutines;
+  return slot < table.size() && table[slot].root != kNoNode;
 }
 
 bool RowBuild::rows() {
@@ -160,7 +165,7 @@ bool RowBuild::rows() {
   std::string_view word;
   if (build_.in.peek() >= '0' && build_.in.peek() <= '9') {
     if (!build_.in.number(pattern)) return false;
-    if (std::ranges::find(subroutines_, pattern) == subroutines_.end()) {
+    if (!isSubroutine(static_cast<std::uint32_t>(pattern))) {
       return build_.in.fail(kNoSuchSubroutine, fmt::format("there is no subroutine {}", pattern));
     }
   } else if (!build_.in.word(word)) {
@@ -195,16 +200,6 @@ bool RowBuild::finish() {
     return build_.fail(kRowRefused, "the sums of the patterns can't be brought up to date");
   }
   batch_.reset();
-  if (subroutines_.empty()) return true;
-  const auto count = static_cast<int>(build_.slot().patterns->subroutines.size());
-  std::ranges::sort(subroutines_);
-  for (int slot = 0; slot < count; ++slot) {
-    if (std::ranges::binary_search(subroutines_, slot)) continue;
-    if (build_.slot().patterns->subroutines[static_cast<std::size_t>(slot)].root == kNoNode)
-      continue;
-    PVBsubroutineDelete(build_.database, slot);
-  }
-  subroutines_.clear();
   return true;
 }
 
@@ -401,10 +396,7 @@ bool RowBuild::subroutineReference(std::uint32_t& index) {
     if (!in.quoted(name_)) return false;
     index = static_cast<std::uint32_t>(PVBsubroutineByName(build_.database, name_));
   }
-  const bool known =
-      index <= 0x7FFFFFFF &&
-      std::ranges::find(subroutines_, static_cast<PVBid>(index)) != subroutines_.end();
-  return known || in.fail(kNoSuchSubroutine, "there is no such subroutine");
+  return isSubroutine(index) || in.fail(kNoSuchSubroutine, "there is no such subroutine");
 }
 
 bool RowBuild::run() {

@@ -6,7 +6,7 @@
 bool TimePlateBuild::section() {
   TimePlateHead head;
   if (!readFields(build_.in, kTimePlateHeadFields, head)) return false;
-  if (head.cycleCapacity < -32768 || head.cycleCapacity > 32767) {
+  if (head.cycleCapacity < 0 || head.cycleCapacity > 32767) {
     return build_.in.failLine(kOutOfRange, "cycle-capacity doesn't fit");
   }
   PVBtimePlateData& data = *build_.slot().timePlates;
@@ -18,9 +18,13 @@ bool TimePlateBuild::section() {
 
 bool TimePlateBuild::cycle() {
   PVBcycle cycle;
+  if (!build_.in.number(cycle.index)) return false;
   if (!build_.in.optionalText(cycle.name) || !build_.in.time(cycle.time)) return false;
-  auto& cycles = build_.slot().timePlates->cycleTable;
-  if (cycles.size() == 32767) return build_.in.failLine(kOutOfRange, "too many cycles");
+  PVBtimePlateData& data = *build_.slot().timePlates;
+  auto& cycles = data.cycleTable;
+  if (static_cast<std::int64_t>(cycles.size()) >= data.cycleCapacity) {
+    return build_.in.failLine(kOutOfRange, "there are more cycles than cycle-capacity says");
+  }
   cycles.push_back(std::move(cycle));
   return build_.in.finish();
 }

@@ -243,8 +243,8 @@ constexpr std::array kSignalTable = {
 constexpr std::array kSignalListTable = {
     ListField<PVBsignal>{"members", &PVBsignal::members, true},
     ListField<PVBsignal>{"mux-children", &PVBsignal::muxChildren, true},
-    ListField<PVBsignal>{"pins", &PVBsignal::lists3, true},
-    ListField<PVBsignal>{"device-pins", &PVBsignal::lists4, true},
+    ListField<PVBsignal>{"ate-pins", &PVBsignal::lists3, true},
+    ListField<PVBsignal>{"dut-pins", &PVBsignal::lists4, true},
     ListField<PVBsignal>{"pin-columns", &PVBsignal::lists5, true},
     ListField<PVBsignal>{"tracks", &PVBsignal::tracks, false},
     ListField<PVBsignal>{"bit-tracks", &PVBsignal::bitTracks, false},
@@ -288,8 +288,8 @@ constexpr std::array kColumnTable = {
     number<&PVBcolumn::flag, 255>("flag"),
 };
 constexpr std::array kColumnListTable = {
-    ListField<PVBcolumn>{"ate-pins-of", &PVBcolumn::atePins, true},
-    ListField<PVBcolumn>{"dut-pins-of", &PVBcolumn::dutPins, true},
+    ListField<PVBcolumn>{"ate-pins", &PVBcolumn::atePins, true},
+    ListField<PVBcolumn>{"dut-pins", &PVBcolumn::dutPins, true},
     ListField<PVBcolumn>{"signals-of", &PVBcolumn::signals, true},
 };
 constexpr std::array kVectorTable = {

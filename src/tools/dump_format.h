@@ -7,7 +7,7 @@
 //   database version=501 row-width=32       then the database's properties
 //   signals next-column=3 next-id=5         the counters; below: groups ID...
 //   signal ID NAME type=... ...             below: members, ..., prop
-//   timeplates mode=1                       below: cycle NAME TIME
+//   timeplates mode=1                       below: cycle INDEX NAME TIME
 //   timeplate ID NAME period=10nS ...       below: slot, level, track, event, prop
 //   pins next-id=7
 //   ate-pin / dut-pin / column ID ...       below: lists, prop

@@ -39,11 +39,10 @@ bool dumpSignals(const DumpContext& dump) {
   appendFields(dump.text(), kSignalCounterFields, SignalCounters{data.nextColumn, data.nextID});
   dump.end();
   dumpIdLists(dump, "groups", data.allGroups, true, "  ");
-  const PVBidList all = PVBsignalInqAll(dump.database);
-  return std::ranges::all_of(all, [&](PVBid id) {
-    const PVBsignal* signal = PVBobjectInqByID(dump.database, id);
-    return signal == nullptr || dumpSignal(dump, *signal);
-  });
+  // Scan objects stand in the same table.
+  bool good = true;
+  data.byId.forEach([&](const PVBsignal& signal) { good = good && dumpSignal(dump, signal); });
+  return good;
 }
 
 // --- Timeplates ----------------------------------------------------------------------
@@ -139,6 +138,8 @@ bool dumpTimePlates(const DumpContext& dump) {
   dump.end();
   for (const PVBcycle& cycle : data.cycleTable) {
     dump.text() += "  cycle ";
+    appendNumber(dump.text(), cycle.index);
+    dump.text() += ' ';
     appendOptional(dump.text(), cycle.name);
     dump.text() += ' ';
     appendTime(dump.text(), cycle.time);
