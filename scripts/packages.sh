@@ -4,4 +4,4 @@ build_packages=(g++ cmake ninja-build zlib1g-dev libfmt-dev libcli11-dev
 test_packages=("${build_packages[@]}" libgtest-dev libgmock-dev librapidcheck-dev)
 check_packages=(git python3-minimal clang-format-14 clang-tidy-14)
 fuzz_packages=("${build_packages[@]}" clang-14 libclang-rt-14-dev)
-bench_packages=("${build_packages[@]}" libbenchmark-dev liblmdb-dev libsqlite3-dev)
+bench_packages=("${build_packages[@]}" libbenchmark-dev liblmdb-dev liblz4-dev libsqlite3-dev)

@@ -51,7 +51,7 @@ class Labels : public ::testing::Test {
   }
 
   std::string messages;
-  TestDatabase db;
+  TestDatabase db{32, 16, kSectionProperties | kSectionSignals | kSectionPatterns | kSectionLabels};
 };
 
 TEST_F(Labels, FollowTheirRowsThroughInsertionAndDeletion) {

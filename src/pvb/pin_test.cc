@@ -183,8 +183,8 @@ TEST_F(Pins, AFailedSaveLeavesTheOldFile) {
     const int result = PVBpinSave(id(), "");
     failed = faults.failed();
     EXPECT_EQ(result == 0, !failed);
-    if (failed) EXPECT_EQ(db.directory().read("db/pvb.p"), kFile);
-    if (failed) EXPECT_TRUE(db.slot().pins->changed);
+    EXPECT_EQ(db.directory().read("db/pvb.p") == kFile, failed);
+    EXPECT_EQ(db.slot().pins->changed, failed);
   }
 }
 

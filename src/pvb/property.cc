@@ -72,7 +72,7 @@ int openValues(const FilePair& files, bool exists, PVBpropertyData& data) {
     }
   }
   data.valuesEnd =
-      static_cast<std::uint32_t>(std::min<std::int64_t>(values.size, std::int64_t{kNoOffset}));
+      static_cast<std::uint32_t>(std::min<std::int64_t>(values.size, std::int64_t{kNoRecord}));
   return 0;
 }
 
@@ -169,7 +169,7 @@ int PVBpropertySave(int database, const std::string& directory) {
   if (slot == nullptr) return -2;
   PVBpropertyData& data = *slot->properties;
   const bool inPlace = directory.empty() || directory == slot->path;
-  if (inPlace && (!data.dirty || !slot->writable)) return 0;
+  if (inPlace && !slot->writable) return 0;
   if (inPlace) {
     data.needRewrite = data.needRewrite || data.hasGarbage;
     if (!flushFiles(data)) return fail("PVBpropertySave", 85, PagePath(data.lists));

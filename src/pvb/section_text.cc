@@ -108,7 +108,7 @@ bool SectionReader::keyword(std::string_view expected) {
 
 bool SectionReader::number(std::int64_t& out) {
   if (!good_ || !skipSpace()) return fail();
-  std::array<char, kMaxDigits + 1> digits;
+  std::array<char, kMaxDigits + 1> digits = {};
   std::size_t size = 0;
   if (peek() == '-' || peek() == '+') digits[size++] = static_cast<char>(get());
   while (isDigit(peek()) && size < digits.size()) digits[size++] = static_cast<char>(get());

@@ -292,7 +292,7 @@ TEST_F(SignalFile, FailedReadIsTold) {
   add("A");
   saved();
   bool failed = true;
-  for (int n = 2; failed; ++n) {  // the first call only asks whether the file is there
+  for (int n = 1; failed; ++n) {
     SignalDataClose(db);
     FaultPlatform faults;
     faults.failFileCall(n);

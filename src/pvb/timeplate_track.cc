@@ -13,7 +13,7 @@
 namespace {
 
 constexpr char kUnknownState = '?';
-constexpr int kMaxTracks = 0xFFFFFF;
+constexpr int kMaxLevelTracks = 0xFFFFFF;
 
 const PVBidList kNoSignals;
 
@@ -97,7 +97,7 @@ namespace {
 
 // The track of an event, grown to if need be.
 PVBtrack* growTo(PVBtimePlate& plate, int level, int track) {
-  if (level < 0 || level >= kMaxLevels || track < 0 || track >= kMaxTracks) {
+  if (level < 0 || level >= kMaxLevels || track < 0 || track >= kMaxLevelTracks) {
     refuse("PVBallocLevelAsNecessary", "level or track out of range");
     return nullptr;
   }
@@ -127,7 +127,7 @@ int PVBallocLevelAsNecessary(PVBtimePlate& plate, int level, int track, int posi
 }
 
 int PVBallocAsNecessary(PVBtimePlate& plate, int track) {
-  if (track < 0 || track >= kMaxTracks) {
+  if (track < 0 || track >= kMaxLevelTracks) {
     return refuse("PVBallocAsNecessary", "track out of range");
   }
   if (plate.levels.empty()) plate.levels.resize(1);

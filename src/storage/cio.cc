@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "base/errors.h"
 #include "base/platform.h"
 #include "base/text.h"
+#include "storage/cfile.h"
 #include "storage/plain_file.h"
 
 namespace {
@@ -23,6 +25,7 @@ constexpr int kFree = 2;
 
 struct Entry {
   std::unique_ptr<PlainFile> plain;
+  std::unique_ptr<CompressedFile> compressed;
   int kind = kFree;
   std::string name;
 };
@@ -44,25 +47,33 @@ struct KindRow {
   int (*discard)(Entry& entry);  // closes without writing; the file stays
 };
 
+// Every kind has the same functions over the handle that `file` names.
+template <auto file>
+constexpr KindRow kindOver() {
+  return {
+      [](Entry& entry, void* buffer, std::size_t size) {
+        return (entry.*file)->read(static_cast<char*>(buffer), size);
+      },
+      [](Entry& entry, const void* buffer, std::size_t size) {
+        return (entry.*file)->write(static_cast<const char*>(buffer), size);
+      },
+      [](Entry& entry, std::int64_t offset, int whence) {
+        return (entry.*file)->seek(offset, whence);
+      },
+      [](Entry& entry) { return (entry.*file)->tell(); },
+      [](Entry& entry) { return (entry.*file)->getc(); },
+      [](Entry& entry) { (entry.*file)->ungetc(); },
+      [](Entry& entry) { return (entry.*file)->flush(); },
+      [](Entry& entry, std::int64_t size) { return (entry.*file)->truncate(size); },
+      [](Entry& entry) { return (entry.*file)->size(); },
+      [](Entry& entry) { return (entry.*file)->close(); },
+      [](Entry& entry) { return (entry.*file)->discard(); },
+  };
+}
+
 // By Entry::kind.
-constexpr std::array<KindRow, 1> kKinds = {{
-    {[](Entry& entry, void* buffer, std::size_t size) {
-       return entry.plain->read(static_cast<char*>(buffer), size);
-     },
-     [](Entry& entry, const void* buffer, std::size_t size) {
-       return entry.plain->write(static_cast<const char*>(buffer), size);
-     },
-     [](Entry& entry, std::int64_t offset, int whence) {
-       return entry.plain->seek(offset, whence);
-     },
-     [](Entry& entry) { return entry.plain->tell(); },
-     [](Entry& entry) { return entry.plain->getc(); }, [](Entry& entry) { entry.plain->ungetc(); },
-     [](Entry& entry) { return entry.plain->flush(); },
-     [](Entry& entry, std::int64_t size) { return entry.plain->truncate(size); },
-     [](Entry& entry) { return entry.plain->size(); },
-     [](Entry& entry) { return entry.plain->close(); },
-     [](Entry& entry) { return entry.plain->discard(); }},
-}};
+constexpr std::array<KindRow, 2> kKinds = {
+    {kindOver<&Entry::plain>(), kindOver<&Entry::compressed>()}};
 
 const KindRow& kindOf(const Entry& entry) { return kKinds[static_cast<std::size_t>(entry.kind)]; }
 
@@ -94,6 +105,41 @@ std::size_t freePlace() {
 
 // By the flag of PBcfopen.
 constexpr std::array<int, 3> kOpenFlags = {O_RDWR | O_CREAT | O_TRUNC, O_RDONLY, O_RDWR};
+
+// Read once.
+bool compressionIsOn() {
+  static const bool on = std::getenv("MVK_COMPRESSION_OFF") == nullptr;
+  return on;
+}
+
+// An entry with an open file; kFree after a failure.
+Entry openEntry(const std::string& path, int flag, bool newCompressed) {
+  Entry entry;
+  entry.name = path;
+  const std::optional<bool> compressed = flag == kCfNew ? newCompressed : isCompressedFile(path);
+  if (!compressed) return entry;
+  if (*compressed) {
+    entry.compressed = newCompressed ? CompressedFile::create(path)
+                                     : CompressedFile::open(path, flag == kCfUpdate);
+    if (entry.compressed) entry.kind = kCompressed;
+  } else {
+    entry.plain = PlainFile::open(path, kOpenFlags[static_cast<std::size_t>(flag)]);
+    if (entry.plain) entry.kind = kPlain;
+  }
+  return entry;
+}
+
+int openFile(const std::string& path, int flag, bool newCompressed) {
+  if (flag < kCfNew || flag > kCfUpdate) return postMisuse("Bad cfopen flag");
+  Entry entry = openEntry(path, flag, newCompressed);
+  if (entry.kind == kFree) {
+    PBpostError("cfio", 0, "could not open file " + path);
+    return -2;
+  }
+  const std::size_t place = freePlace();
+  table[place] = std::move(entry);
+  return static_cast<int>(place);
+}
 
 // --- Scanning ------------------------------------------------------------------------
 
@@ -230,20 +276,11 @@ int scan(Scanner& scanner, const std::vector<FormatItem>& items, const CfScanTar
 
 }  // namespace
 
-int PBcfopen(const std::string& path, int flag) { return PBcfopenPlain(path, flag); }
-
-int PBcfopenPlain(const std::string& path, int flag) {
-  if (flag < kCfNew || flag > kCfUpdate) return postMisuse("Bad cfopen flag");
-  std::unique_ptr<PlainFile> plain =
-      PlainFile::open(path, kOpenFlags[static_cast<std::size_t>(flag)]);
-  if (!plain) {
-    PBpostError("cfio", 0, "could not open file " + path);
-    return -2;
-  }
-  const std::size_t place = freePlace();
-  table[place] = {std::move(plain), kPlain, path};
-  return static_cast<int>(place);
+int PBcfopen(const std::string& path, int flag) {
+  return openFile(path, flag, flag == kCfNew && compressionIsOn());
 }
+
+int PBcfopenPlain(const std::string& path, int flag) { return openFile(path, flag, false); }
 
 int PBcfclose(int descriptor) {
   Entry* entry = findEntry(descriptor);

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -53,6 +54,10 @@ std::int64_t PBcfsize(int descriptor);
 int PBcfdiscard(int descriptor);
 // Whether the file is stored compressed; false for a bad descriptor.
 bool PBcfisCompressed(int descriptor);
+
+// Walks a compressed file, its pages, header and table, and unpacks every block: a
+// line to `fault` for each fault, and their count. 0 for a plain file.
+int PBcfCheck(const std::string& path, const std::function<void(std::string_view)>& fault);
 
 // Reads by a format of "%d" (a decimal integer that fits its target), "%s" (a word
 // up to white space), white space (any, also none) and characters that must stand

@@ -97,19 +97,36 @@ void stepBoth(int file, Model& model) {
   }
 }
 
-RC_GTEST_PROP(Cio, BehavesLikeAnArrayOfBytes, ()) {
+void checkLikeBytes(int (*openNew)(const std::string&, int)) {
   const TempDir directory;
   const std::string path = directory.path("file");
   Model model;
-  for (const int flag : {kCfNew, kCfUpdate}) {
-    const int file = PBcfopen(path, flag);
+  for (const int flag : {kCfNew, kCfUpdate, kCfRead}) {
+    const int file = flag == kCfNew ? openNew(path, flag) : PBcfopen(path, flag);
     RC_ASSERT(file >= 0);
+    RC_ASSERT(PBcfisCompressed(file) == (openNew == PBcfopen));
     model.position = 0;
-    for (int steps = *rc::gen::inRange(1, 60); steps > 0; --steps) stepBoth(file, model);
+    if (flag == kCfRead) RC_ASSERT(readBytes(file, model.bytes.size() + 1) == model.bytes);
+    if (flag != kCfRead) {
+      for (int steps = *rc::gen::inRange(1, 60); steps > 0; --steps) stepBoth(file, model);
+    }
     RC_ASSERT(PBcfclose(file) == 0);
-    RC_ASSERT(directory.read("file") == model.bytes);
+    RC_ASSERT(PBcfCheck(path, [](std::string_view) {}) == 0);
   }
+  if (openNew == PBcfopenPlain) RC_ASSERT(directory.read("file") == model.bytes);
   PBdiscardErrors();
+}
+
+RC_GTEST_PROP(Cio, PlainFilesBehaveLikeAnArrayOfBytes, ()) { checkLikeBytes(PBcfopenPlain); }
+RC_GTEST_PROP(Cio, CompressedFilesBehaveLikeAnArrayOfBytes, ()) { checkLikeBytes(PBcfopen); }
+
+TEST(Cio, AnEmptyFileStaysPlain) {
+  const TempDir directory;
+  const int file = PBcfopen(directory.write("f", ""), kCfUpdate);
+  EXPECT_FALSE(PBcfisCompressed(file));
+  EXPECT_EQ(PBcfputc(file, 'x'), 'x');
+  EXPECT_EQ(PBcfclose(file), 0);
+  EXPECT_EQ(directory.read("f"), "x");
 }
 
 TEST(Cio, RefusesWhatItCannotOpen) {
@@ -183,7 +200,7 @@ TEST(Cio, WhatAFullDiskRefusedArrivesOnceThereIsRoom) {
   const TempDir directory;
   FaultPlatform faults;
   faults.setDiskSpace(10);
-  const int file = PBcfopen(directory.path("file"), kCfNew);
+  const int file = PBcfopenPlain(directory.path("file"), kCfNew);
   const std::string small(100, 'x');
   const std::string large(9000, 'y');
   EXPECT_EQ(PBcfwrite(file, small.data(), small.size()), 100);
@@ -204,7 +221,7 @@ TEST(Cio, BytesThatNeverArriveShowInClose) {
   const TempDir directory;
   FaultPlatform faults;
   faults.setDiskSpace(0);
-  const int file = PBcfopen(directory.path("file"), kCfNew);
+  const int file = PBcfopenPlain(directory.path("file"), kCfNew);
   EXPECT_EQ(PBcfputc(file, 'x'), 'x');
   EXPECT_EQ(PBcfclose(file), -2);
   EXPECT_EQ(errno, ENOSPC);

@@ -35,17 +35,6 @@ int enterTable(std::unique_ptr<PageFile> file) {
 
 // --- Opening -------------------------------------------------------------------------
 
-enum class Presence { absent, present, unknown };
-
-// A file that can't be looked at must not be taken for a new one.
-Presence presenceOf(const std::string& path) {
-  struct stat status;
-  if (platform().status(path.c_str(), status) == 0) return Presence::present;
-  if (errno != ENOENT && errno != ENOTDIR) return Presence::unknown;
-  errno = 0;
-  return Presence::absent;
-}
-
 int openExisting(PageFile& file) {
   file.onDisk = true;
   if (ensureOpen(file) != 0) return -2;

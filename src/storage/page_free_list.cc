@@ -17,23 +17,6 @@ constexpr std::string_view kBroken = "the free list is broken";
 
 // --- Links ---------------------------------------------------------------------------
 
-// The bytes of a free block aren't touched by looking at them: it may be a block
-// in use that a broken list leads to.
-std::optional<FreeLinks> readLinks(PageFile& file, std::uint32_t block) {
-  PageBuffer* buffer = getBuf(file, block, typeFreeList);
-  if (buffer == nullptr) return std::nullopt;
-  FreeLinks links;
-  if (buffer->typeTag == typeFreeList) {
-    std::memcpy(&links, buffer->data(), sizeof links);
-    return links;
-  }
-  std::vector<unsigned char> copy(buffer->data(), buffer->data() + file.header.blockSize);
-  SwapBuffer(copy.data(), SwapTagForWrite(buffer->typeTag), copy.size());
-  SwapBuffer(copy.data(), typeFreeList, copy.size());
-  std::memcpy(&links, copy.data(), sizeof links);
-  return links;
-}
-
 bool setLink(PageFile& file, std::uint32_t block, std::uint32_t FreeLinks::*link,
              std::uint32_t value) {
   PageBuffer* buffer = getBuf(file, block, typeFreeList);
@@ -323,60 +306,22 @@ int freeMiddleBlock(PageFile& file, std::uint32_t block) {
   return 0;
 }
 
-// --- Checking ------------------------------------------------------------------------
-
-class FreeListCheck {
- public:
-  FreeListCheck(PageFile& file, const PageFault& fault) : file_(file), fault_(fault) {}
-
-  int run() {
-    const PageHeader& header = file_.header;
-    if (header.lastFree != kNoBlock && header.lastFree == header.numBlocks - 1) {
-      report(fmt::format("header: the last block, {}, is free", header.lastFree));
-    }
-    std::uint32_t before = kNoBlock;
-    std::uint32_t at = header.firstFree;
-    std::uint32_t count = 0;
-    while (at != kNoBlock && count < header.numFree) {
-      const std::optional<FreeLinks> links = readLinks(file_, at);
-      if (!links) return report(fmt::format("free list: block {} can't be read", at));
-      if (!testLinks(at, before, *links)) return faults_;
-      before = at;
-      at = links->next;
-      ++count;
-    }
-    if (count != header.numFree || at != kNoBlock || before != header.lastFree) {
-      report(fmt::format("free list: ends at block {} after {} blocks, not at {} after {}",
-                         static_cast<std::int32_t>(before), count,
-                         static_cast<std::int32_t>(header.lastFree), header.numFree));
-    }
-    return faults_;
-  }
-
- private:
-  int report(const std::string& text) {
-    if (fault_) fault_(text);
-    return ++faults_;
-  }
-
-  // Whether the walk can go on.
-  bool testLinks(std::uint32_t block, std::uint32_t before, const FreeLinks& links) {
-    if (links.prev != before) {
-      report(fmt::format("free list: block {} names {} as the one before, not {}", block,
-                         static_cast<std::int32_t>(links.prev), static_cast<std::int32_t>(before)));
-    }
-    if (links.next == kNoBlock) return true;
-    if (links.next > block && links.next < file_.header.numBlocks) return true;
-    report(fmt::format("free list: block {} is followed by {}", block, links.next));
-    return false;
-  }
-
-  PageFile& file_;
-  const PageFault& fault_;
-  int faults_ = 0;
-};
-
 }  // namespace
+
+std::optional<FreeLinks> readLinks(PageFile& file, std::uint32_t block) {
+  PageBuffer* buffer = getBuf(file, block, typeFreeList);
+  if (buffer == nullptr) return std::nullopt;
+  FreeLinks links;
+  if (buffer->typeTag == typeFreeList) {
+    std::memcpy(&links, buffer->data(), sizeof links);
+    return links;
+  }
+  std::vector<unsigned char> copy(buffer->data(), buffer->data() + file.header.blockSize);
+  SwapBuffer(copy.data(), SwapTagForWrite(buffer->typeTag), copy.size());
+  SwapBuffer(copy.data(), typeFreeList, copy.size());
+  std::memcpy(&links, copy.data(), sizeof links);
+  return links;
+}
 
 std::int64_t newBlock(PageFile& file, PageBuffer*& buffer, int tag) {
   std::uint32_t block = kNoBlock;
@@ -402,9 +347,4 @@ int freeBlock(PageFile& file, std::uint32_t block) {
   const int result = last ? freeLastBlock(file) : freeMiddleBlock(file, block);
   if (result == 0) file.headerDirty = true;
   return result;
-}
-
-int PageCheck(int handle, const PageFault& fault) {
-  PageFile* file = findPageFile(handle);
-  return file != nullptr ? FreeListCheck(*file, fault).run() : -2;
 }

@@ -144,3 +144,6 @@ void releaseBuf(PageFile& file, PageBuffer& buffer, LruEnd end);
 // A zeroed, reserved block; its number or -1.
 std::int64_t newBlock(PageFile& file, PageBuffer*& buffer, int tag);
 int freeBlock(PageFile& file, std::uint32_t block);
+// What a block says as one of the free list; none when it can't be read. A block
+// in use, to which a broken list may lead, isn't changed by that.
+std::optional<FreeLinks> readLinks(PageFile& file, std::uint32_t block);

@@ -206,7 +206,7 @@ TEST_F(PageTest, RefusesBadHeaders) {
     EXPECT_EQ(takePost("pOpen"), "some kind of bad header information");
     EXPECT_EQ(bytes(), words(header));
   }
-  for (const std::size_t size : {0, 15, 31}) {
+  for (const std::size_t size : {0U, 15U, 31U}) {
     write(words({kNoBlock, 0, 0, kNoBlock, 8, kNoBlock, 0, 0}).substr(0, size));
     EXPECT_EQ(open(), -1);
     EXPECT_EQ(takePost("pOpen"), "can't read header of cpage file " + dir.path("f"));

@@ -106,11 +106,13 @@ TEST(SwapEndian, ReversesAsManyNumbersAsTheIndexPageCounts) {
   const std::vector<int> head = {4, 4, 8};
   for (const std::uint32_t count : {0U, 1U, 3U, 4U, 0xFFFFFFFFU}) {
     Bytes disk = counting(30);  // room for three, and two bytes
-    for (int i = 0; i < 4; ++i) disk[4 + i] = static_cast<unsigned char>(count >> (24 - 8 * i));
+    for (std::size_t i = 0; i < 4; ++i)
+      disk[4 + i] = static_cast<unsigned char>(count >> (24 - 8 * i));
     const Bytes host = swapped(disk, typeIndexPage);
     Bytes expected =
         reversedByWidths(30, head + repeated(static_cast<int>(std::min(count, 3U)), {4}));
-    for (int i = 0; i < 4; ++i) expected[4 + i] = static_cast<unsigned char>(count >> (8 * i));
+    for (std::size_t i = 0; i < 4; ++i)
+      expected[4 + i] = static_cast<unsigned char>(count >> (8 * i));
     EXPECT_EQ(host, expected) << count;
     EXPECT_EQ(swapped(host, typeIndexPageWrite), disk) << count;
   }

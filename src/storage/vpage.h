@@ -30,6 +30,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -59,6 +60,8 @@ using VPageFilePtr = std::unique_ptr<VPageFile, VPageFileDelete>;
 
 // Opens for update, or creates. Null on failure.
 VPageFilePtr VPageOpen(const std::string& path, int numBuffers);
+// The same, but always a new, empty file.
+VPageFilePtr VPageCreate(const std::string& path, int numBuffers);
 // Opens an existing file without ever writing to it; changes fail with
 // kVPageCantWrite. A missing index is found by scanning, in memory only.
 VPageFilePtr VPageOpenRead(const std::string& path, int numBuffers);
@@ -95,6 +98,9 @@ int VPageSaveAs(VPageFile& file, const std::string& path);
 const std::string& VPagePath(const VPageFile& file);
 // Whether anything was changed since opening.
 bool VPageChanged(const VPageFile& file);
+
+// Prints header, buffers and index for diagnosis.
+void VPageDump(VPageFile& file, FILE* stream);
 
 // Walks the records and the index on disk against each other and gives a line for
 // each finding, "INDEX OK" or "INDEX MISSING" first (a missing index is no fault).

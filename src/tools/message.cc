@@ -1,0 +1,109 @@
+#include "tools/message.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+
+#include "base/errors.h"
+
+namespace {
+
+ColorMode messageColor = ColorMode::automatic;
+
+// The longest source line shown; longer ones are shown around the caret.
+constexpr std::size_t kMaxSourceLine = 120;
+constexpr std::size_t kBeforeCaret = 60;
+
+struct SeverityWord {
+  std::string_view word;
+  std::string_view color;
+};
+constexpr std::array<SeverityWord, 3> kSeverities = {{
+    {"error", "\x1b[1;31m"},
+    {"warning", "\x1b[1;35m"},
+    {"note", "\x1b[1;36m"},
+}};
+constexpr std::string_view kPlainColor = "\x1b[0m";
+
+std::string placeText(const Message& message) {
+  std::string place = message.file;
+  if (message.line > 0) place += fmt::format(":{}", message.line);
+  if (message.column > 0) place += fmt::format(":{}", message.column);
+  if (!message.place.empty()) place += ": " + message.place;
+  return place.empty() ? "pvb" : place;
+}
+
+// Tabs and other control characters would move the caret away.
+std::string printable(std::string_view text) {
+  std::string result(text);
+  std::replace_if(
+      result.begin(), result.end(),
+      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; }, ' ');
+  return result;
+}
+
+std::string sourceLines(const Message& message) {
+  if (message.sourceLine.empty() || message.column == 0) return {};
+  std::size_t caret = std::min(message.column - 1, message.sourceLine.size());
+  std::size_t begin = 0;
+  if (message.sourceLine.size() > kMaxSourceLine && caret > kBeforeCaret) {
+    begin = caret - kBeforeCaret;
+  }
+  const std::string_view shown = std::string_view(message.sourceLine).substr(begin, kMaxSourceLine);
+  return fmt::format("  {}\n  {}^\n", printable(shown), std::string(caret - begin, ' '));
+}
+
+}  // namespace
+
+const MessageRow* messageRow(int code) {
+  const auto table = messageTable();
+  const auto row = std::find_if(table.begin(), table.end(),
+                                [code](const MessageRow& entry) { return entry.code == code; });
+  return row != table.end() ? &*row : nullptr;
+}
+
+std::string messageCodeText(int code) { return fmt::format("PVB{:04}", code); }
+
+bool usesColor(ColorMode mode, FILE* stream) {
+  if (mode != ColorMode::automatic) return mode == ColorMode::always;
+  const char* noColor = std::getenv("NO_COLOR");
+  if (noColor != nullptr && *noColor != '\0') return false;
+  const int savedErrno = errno;
+  const bool terminal = isatty(fileno(stream)) == 1;
+  errno = savedErrno;
+  return terminal;
+}
+
+std::string formatMessage(const Message& message, bool color) {
+  const SeverityWord& severity = kSeverities[static_cast<std::size_t>(message.severity)];
+  std::string text = fmt::format(
+      "{}: {}{}{}: {} [{}]\n", placeText(message), color ? severity.color : "", severity.word,
+      color ? kPlainColor : "", message.text, messageCodeText(message.code));
+  text += sourceLines(message);
+  const MessageRow* row = messageRow(message.code);
+  if (row != nullptr) text += fmt::format("  {}\n", row->remedy);
+  return text;
+}
+
+void printMessage(const Message& message) {
+  const std::string text = formatMessage(message, usesColor(messageColor, stderr));
+  std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void setMessageColor(ColorMode mode) { messageColor = mode; }
+
+std::string takePostedReasons() {
+  std::string reasons;
+  constexpr int kLongestReason = 512;
+  for (int i = PBerrorCount() - 1; i >= 0; --i) {
+    if (!reasons.empty()) reasons += "; ";
+    reasons += PBformatError(i, kLongestReason);
+  }
+  PBdiscardErrors();
+  while (!reasons.empty() && reasons.back() == '\n') reasons.pop_back();
+  return reasons;
+}

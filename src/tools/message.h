@@ -1,0 +1,136 @@
+#pragma once
+
+// Messages of the companion program: one table of codes, each with its title, what
+// to do about it, and a longer text for `pvb explain`. A message names a place (a
+// file, a line and a column of a text, or a block of a file) and is printed as
+//
+//   FILE:LINE:COL: error: text [PVB0123]
+//     the source line
+//         ^
+//     what to do
+//
+// Codes are unique and never used again for something else.
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+
+enum MessageCode : int {
+  kUnknownVerb = 1,
+  kBadUsage = 2,
+  kUnknownCode = 3,
+  kOutputLost = 4,
+
+  kCantRead = 101,
+  kCantWrite = 102,
+  kExists = 103,
+  kNoDatabase = 104,
+  kCantOpenDatabase = 105,
+  kNotReplaceable = 106,
+  kCantSaveDatabase = 107,
+
+  kNotADump = 201,
+  kNewerDump = 202,
+  kUnknownKeyword = 203,
+  kWrongPlace = 204,
+  kExpected = 205,
+  kOutOfRange = 206,
+  kBadQuoting = 207,
+  kUnknownAttribute = 208,
+  kExtraText = 209,
+  kEndsEarly = 210,
+  kBadState = 211,
+  kBadTime = 212,
+  kBadId = 213,
+  kBadBytes = 214,
+  kBadFileName = 215,
+
+  kSignalRefused = 301,
+  kTimePlateRefused = 302,
+  kNoSuchTimePlate = 303,
+  kSubroutineRefused = 304,
+  kNoSuchSubroutine = 305,
+  kStatesTooWide = 306,
+  kLoopNesting = 307,
+  kVectorRefused = 308,
+  kRunRefused = 309,
+  kPinRefused = 310,
+  kPropertyRefused = 311,
+  kRowRefused = 312,
+  kBadDatabaseLine = 313,
+  kLabelRefused = 314,
+  kNoSuchVector = 315,
+
+  kHeaderFault = 401,
+  kFileFault = 402,
+  kBlockFileFault = 403,
+  kContainerFault = 404,
+  kPageFileFault = 405,
+  kSectionFault = 406,
+  kTreeFault = 407,
+  kSharedRow = 408,
+  kRowFault = 409,
+  kEntryFault = 410,
+  kTableSumsFault = 411,
+  kLoopFault = 412,
+  kLostBlocks = 413,
+  kPropertyListFault = 414,
+  kPropertyRecordFault = 415,
+  kListWithoutOwner = 416,
+  kScanRunFault = 417,
+  kUnknownTimePlate = 418,
+  kUnknownSignal = 419,
+  kColumnFault = 420,
+  kLostLabel = 421,
+  kUnknownSubroutine = 422,
+
+  kRowsNotReadable = 501,
+  kPropertiesNotReadable = 502,
+  kVectorsNotReadable = 503,
+};
+
+struct MessageRow {
+  MessageCode code;
+  std::string_view title;
+  std::string_view remedy;       // one sentence
+  std::string_view explanation;  // for `pvb explain`
+};
+// In rising code.
+std::span<const MessageRow> messageTable();
+// Null for a code that isn't in the table.
+const MessageRow* messageRow(int code);
+// "PVB0123".
+std::string messageCodeText(int code);
+
+enum class Severity { error, warning, note };
+
+struct Message {
+  Severity severity = Severity::error;
+  MessageCode code = kBadUsage;
+  std::string text;
+  std::string file;
+  std::int64_t line = 0;   // from 1; 0 for none
+  std::size_t column = 0;  // from 1, in bytes; 0 for none
+  std::string place;       // within a file without lines: "block 12"
+  std::string sourceLine;  // what the caret stands under
+};
+
+using MessageSink = std::function<void(const Message& message)>;
+
+// When the program colours its words.
+enum class ColorMode { automatic, always, never };
+// Whether `stream` gets colour: by the mode, NO_COLOR, and whether it is a terminal.
+bool usesColor(ColorMode mode, FILE* stream);
+
+std::string formatMessage(const Message& message, bool color);
+// On standard error.
+void printMessage(const Message& message);
+// What printMessage goes by; --color sets it.
+void setMessageColor(ColorMode mode);
+
+// The numbered error stack as one text, newest first, cleared: why a call failed.
+// Empty when nothing was posted.
+std::string takePostedReasons();

@@ -1,0 +1,16 @@
+#pragma once
+
+// Texts of any bytes as they stand in a dump: between double quotes, with `\"`,
+// `\\`, `\n`, `\t` and `\xHH`. Whole UTF-8 sequences stay as they are; every other
+// byte that isn't printable ASCII becomes `\xHH`. Reading gives the same bytes back.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+void appendQuoted(std::string& out, std::string_view text);
+std::string quoted(std::string_view text);
+
+// Reads a quoted text that begins at `position` (which holds the quote) and leaves
+// `position` behind it. Otherwise false with `position` at what is wrong.
+bool readQuoted(std::string_view line, std::size_t& position, std::string& out);

@@ -1,0 +1,64 @@
+#include "tools/usage.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "tools/message.h"
+#include "tools/nearest.h"
+#include "tools/verbs.h"
+
+namespace {
+
+int fail(MessageCode code, std::string text) {
+  Message message;
+  message.code = code;
+  message.text = std::move(text);
+  printMessage(message);
+  return kExitFailed;
+}
+
+// The nearest option of the first word that isn't one.
+std::string unknownOption(const CLI::App& app, const std::vector<std::string>& extras) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  const std::vector<std::string_view> views(names.begin(), names.end());
+  const auto word = std::ranges::find_if(
+      extras, [](const std::string& extra) { return extra.starts_with('-') && extra != "-"; });
+  if (word == extras.end()) {
+    return fmt::format("'{}' is one argument too many", extras.empty() ? "" : extras.front());
+  }
+  const std::string name = word->substr(0, word->find('='));
+  return fmt::format("'{}' is no option here{}", name, didYouMean(name, views));
+}
+
+}  // namespace
+
+Usage::Usage(std::string_view verb) : verb_(verb) {
+  app.set_help_flag();
+  app.name("pvb " + verb_);
+  app.allow_extras(false);
+  app.add_option("--color", color_, "Colour messages: auto, always or never")
+      ->check(CLI::IsMember({"auto", "always", "never"}));
+}
+
+std::optional<int> Usage::parse(std::span<const std::string> arguments) {
+  for (const std::string& argument : arguments) {
+    if (argument == "--") break;
+    if (argument == "-h") return showVerbHelp(verb_, HelpLength::brief, {});
+    if (argument == "--help") return showVerbHelp(verb_, HelpLength::full, app.help());
+  }
+  try {
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ExtrasError&) {
+    return fail(kBadUsage, unknownOption(app, app.remaining()));
+  } catch (const CLI::ParseError& error) {
+    return fail(kBadUsage, error.what());
+  }
+  setMessageColor(color_ == "always"  ? ColorMode::always
+                  : color_ == "never" ? ColorMode::never
+                                      : ColorMode::automatic);
+  return std::nullopt;
+}

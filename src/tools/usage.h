@@ -1,0 +1,31 @@
+#pragma once
+
+// What the verbs share of the command line: options by CLI11, help in two lengths,
+// messages with the nearest option. Exit codes: 0 yes, same, done; 1 no, different,
+// problems found; 2 could not do it.
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+inline constexpr int kExitYes = 0;
+inline constexpr int kExitNo = 1;
+inline constexpr int kExitFailed = 2;
+
+// A verb's command line: declare options and arguments on `app`, then parse.
+class Usage {
+ public:
+  explicit Usage(std::string_view verb);
+
+  CLI::App app;
+
+  // An exit code when the verb ends here: help was shown, or a message was.
+  std::optional<int> parse(std::span<const std::string> arguments);
+
+ private:
+  std::string verb_;
+  std::string color_ = "auto";
+};

@@ -1,0 +1,189 @@
+#include "tools/verbs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "base/errors.h"
+#include "tools/build.h"
+#include "tools/dump.h"
+#include "tools/message.h"
+#include "tools/nearest.h"
+#include "tools/show.h"
+#include "tools/usage.h"
+#include "tools/verify.h"
+
+namespace {
+
+int runHelp(std::span<const std::string> arguments);
+int runExplain(std::span<const std::string> arguments);
+
+constexpr std::array<Verb, 6> kVerbs = {{
+    {"dump",
+     "write a database as text",
+     "DB [-o FILE] [--force]",
+     "Writes everything that a database holds as lines of text, in an order that depends on its "
+     "content only: two dumps can be compared line by line, and `pvb build` makes the database "
+     "again. Rows are streamed, so a database may have any size. The database isn't changed.",
+     {"pvb dump design.pvb", "pvb dump design.pvb -o design.pvbt",
+      "diff <(pvb dump old.pvb) <(pvb dump new.pvb)"},
+     runDump},
+    {"build",
+     "make a database from a dump",
+     "TEXT DB [--force]",
+     "Makes the database that a dump describes. TEXT may be compressed by gzip, or - for standard "
+     "input. The database appears under its name only when it is whole; one that is there already "
+     "is replaced with --force only.",
+     {"pvb build design.pvbt design.pvb", "zcat design.pvbt.gz | pvb build - design.pvb",
+      "pvb dump a.pvb | sed 's/\"clk\"/\"clock\"/' | pvb build - b.pvb"},
+     runBuild},
+    {"show",
+     "show what is in a database",
+     "DB [SECTION] [--rows FROM..TO] [--format FORM]",
+     "Shows a database in tables. Without a section, an overview; the sections are signals, "
+     "timeplates, rows, labels, subroutines, properties, pins, columns, vectors, findings and "
+     "files.",
+     {"pvb show design.pvb", "pvb show design.pvb rows --rows 100..120",
+      "pvb show design.pvb signals --json"},
+     runShow},
+    {"verify",
+     "check the structure of a database on disk",
+     "DB [--format FORM]",
+     "Checks every file of a database against itself and the others: headers, blocks, trees and "
+     "their sums, links, ids, columns. Each finding names its file and place. Lost room is a note, "
+     "not a fault. The database isn't changed.",
+     {"pvb verify design.pvb", "pvb verify design.pvb --json",
+      "pvb verify design.pvb && cp -r design.pvb backup.pvb"},
+     runVerify},
+    {"explain",
+     "tell more about a message",
+     "CODE",
+     "Tells what a message means and what to do about it. The code stands in brackets at the "
+     "message's end. Without a code, all are listed.",
+     {"pvb explain PVB0203", "pvb explain 203", "pvb explain"},
+     runExplain},
+    {"help",
+     "list the verbs, or show the help of one",
+     "[VERB]",
+     "Lists the verbs, or shows what `pvb VERB --help` shows.",
+     {"pvb help", "pvb help dump", "pvb dump -h"},
+     runHelp},
+}};
+
+const Verb* findVerb(std::string_view name) {
+  const auto verb =
+      std::ranges::find_if(kVerbs, [name](const Verb& row) { return row.name == name; });
+  return verb != kVerbs.end() ? &*verb : nullptr;
+}
+
+int unknownVerb(std::string_view name) {
+  std::vector<std::string_view> names;
+  for (const Verb& verb : kVerbs) names.push_back(verb.name);
+  Message message;
+  message.code = kUnknownVerb;
+  message.text = fmt::format("'{}' is no verb{}", name, didYouMean(name, names));
+  printMessage(message);
+  return kExitFailed;
+}
+
+void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+std::string verbList() {
+  std::string text = "usage: pvb VERB [options] DB...\n\n";
+  for (const Verb& verb : kVerbs) text += fmt::format("  {:<10}{}\n", verb.name, verb.summary);
+  text +=
+      "\n`pvb VERB -h` shows examples, `pvb help VERB` all of a verb.\n"
+      "exit codes: 0 done, 1 problems found, 2 could not do it\n";
+  return text;
+}
+
+int runHelp(std::span<const std::string> arguments) {
+  if (arguments.empty() || arguments.front().starts_with('-')) {
+    print(verbList());
+    return kExitYes;
+  }
+  const Verb* verb = findVerb(arguments.front());
+  if (verb == nullptr) return unknownVerb(arguments.front());
+  if (verb->run == runHelp) return showVerbHelp(verb->name, HelpLength::full, {});
+  const std::string help = "--help";
+  return verb->run(std::span(&help, 1));
+}
+
+int listCodes() {
+  for (const MessageRow& row : messageTable()) {
+    print(fmt::format("{}  {}\n", messageCodeText(row.code), row.title));
+  }
+  return kExitYes;
+}
+
+int codeNumber(std::string_view text) {
+  for (const std::string_view prefix : {"PVB", "pvb"}) {
+    if (text.starts_with(prefix)) text.remove_prefix(prefix.size());
+  }
+  int code = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), code);
+  return error == std::errc() && end == text.data() + text.size() ? code : -1;
+}
+
+int runExplain(std::span<const std::string> arguments) {
+  Usage usage("explain");
+  std::string code;
+  usage.app.add_option("code", code, "Code of a message, as PVB0203");
+  if (const auto exit = usage.parse(arguments)) return *exit;
+  if (code.empty()) return listCodes();
+  const MessageRow* row = messageRow(codeNumber(code));
+  if (row == nullptr) {
+    Message message;
+    message.code = kUnknownCode;
+    message.text = fmt::format("'{}' is no message code", code);
+    printMessage(message);
+    return kExitFailed;
+  }
+  print(fmt::format("{}: {}\n\n{}\n\nWhat to do: {}\n", messageCodeText(row->code), row->title,
+                    row->explanation, row->remedy));
+  return kExitYes;
+}
+
+}  // namespace
+
+std::span<const Verb> verbTable() { return kVerbs; }
+
+int showVerbHelp(std::string_view name, HelpLength length, std::string_view options) {
+  const Verb* verb = findVerb(name);
+  if (verb == nullptr) return unknownVerb(name);
+  std::string text = fmt::format("pvb {}: {}\n\nusage: pvb {} {}\n\nexamples:\n", verb->name,
+                                 verb->summary, verb->name, verb->arguments);
+  for (const std::string_view example : verb->examples) text += fmt::format("  {}\n", example);
+  if (length == HelpLength::full) {
+    text += fmt::format("\n{}\n", verb->description);
+    // What CLI11 says first is said above in our own words.
+    const std::size_t list = options.find("Positionals:") != std::string_view::npos
+                                 ? options.find("Positionals:")
+                                 : options.find("Options:");
+    if (list != std::string_view::npos) text += fmt::format("\n{}", options.substr(list));
+    text += "\nexit codes: 0 done, 1 problems found, 2 could not do it\n";
+  }
+  print(text);
+  return kExitYes;
+}
+
+int runCompanion(std::span<const std::string> arguments) {
+  if (arguments.empty()) {
+    std::fputs(verbList().c_str(), stderr);
+    return kExitFailed;
+  }
+  const std::string& word = arguments.front();
+  if (word == "-h" || word == "--help") return runHelp({});
+  const Verb* verb = findVerb(word);
+  if (verb == nullptr) return unknownVerb(word);
+  int exit = verb->run(arguments.subspan(1));
+  PBdiscardErrors();
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exit;
+  Message message;
+  message.code = kOutputLost;
+  message.text = "standard output can't be written";
+  printMessage(message);
+  return kExitFailed;
+}
