@@ -113,11 +113,13 @@ struct Pending {
 
 class Conversion {
  public:
-  Conversion(int database, PVBpatternData& data, int oldNodes, const OldFormat& format)
+  Conversion(int database, PVBpatternData& data, int oldNodes, const OldFormat& format,
+             std::vector<ConvertedLoop>& loops)
       : database_(database),
         data_(data),
         oldNodes_(oldNodes),
         format_(format),
+        loops_(loops),
         nodesLeft_(countNodes(oldNodes)) {}
 
   // The new root, or -1. Bodies are converted like trees of their own.
@@ -157,6 +159,7 @@ class Conversion {
     if (row->type == ROW_LOOP) {
       const std::int64_t body = begin(row->link);
       if (body < 0) return false;
+      loops_.push_back({row->id, row->link});
       row->link = static_cast<std::uint32_t>(body);
       PVBrowDirty(database_, *row);
     }
@@ -174,6 +177,7 @@ class Conversion {
   PVBpatternData& data_;
   int oldNodes_;
   const OldFormat& format_;
+  std::vector<ConvertedLoop>& loops_;
   std::uint32_t nodesLeft_;
   std::vector<Pending> pending_;
 };
@@ -182,8 +186,25 @@ class Conversion {
 
 std::uint32_t oldNodeSize(int version) { return formatOf(version).blockSize(); }
 
+std::int64_t convertTree(int database, PVBpatternData& data, int oldNodes, std::uint32_t oldRoot,
+                         int version, std::vector<ConvertedLoop>& loops) {
+  return Conversion(database, data, oldNodes, formatOf(version), loops).run(oldRoot);
+}
+
+void undoConversion(int database, const std::vector<ConvertedLoop>& loops) {
+  for (auto loop = loops.rbegin(); loop != loops.rend(); ++loop) {
+    const RowHandle row(database, PVBrowGet(database, loop->row));
+    if (!row) continue;
+    row->link = loop->oldBody;
+    PVBrowDirty(database, *row);
+  }
+}
+
 std::int64_t PVBpatternConvertTree(int database, int oldNodes, std::uint32_t oldRoot, int version) {
   PVBpatternData* data = patternData(database);
   if (data == nullptr || version >= kFirstCurrentVersion) return -1;
-  return Conversion(database, *data, oldNodes, formatOf(version)).run(oldRoot);
+  std::vector<ConvertedLoop> loops;
+  const std::int64_t root = convertTree(database, *data, oldNodes, oldRoot, version, loops);
+  if (root < 0) undoConversion(database, loops);
+  return root;
 }

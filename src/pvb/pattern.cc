@@ -99,8 +99,10 @@ int openOldNodes(PVBdatabase& slot, TempFile& aside) {
   std::uint32_t size = oldNodeSize(slot.version);
   const int handle = aside.path().empty() ? -1 : PageOpen(aside.path(), size, kNodeBuffers);
   if (handle >= 0 && size == oldNodeSize(slot.version)) return handle;
-  PBpostError(kOpen, 81, path);
+  PBpostError(kOpen, handle < 0 ? 81 : 87, path);
   if (handle >= 0) PageClose(handle);
+  const bool moved = slot.writable && !aside.path().empty();
+  if (moved && PBmoveFile(aside.path(), path) == 0) aside.release();
   return -1;
 }
 
@@ -141,46 +143,53 @@ int openCurrent(PVBdatabase& slot, PVBpatternData& data) {
 }
 
 // Every root of the table and the header moves to the new file.
-int convertRoots(PVBdatabase& slot, PVBpatternData& data, int database, int oldNodes) {
+int convertRoots(PVBdatabase& slot, PVBpatternData& data, int database, int oldNodes,
+                 std::vector<ConvertedLoop>& loops) {
   for (PVBsubroutine& subroutine : data.subroutines) {
     if (subroutine.root == kNoNode) continue;
     const std::int64_t root =
-        PVBpatternConvertTree(database, oldNodes, subroutine.root, slot.version);
+        convertTree(database, data, oldNodes, subroutine.root, slot.version, loops);
     if (root < 0) return -2;
     subroutine.root = static_cast<std::uint32_t>(root);
   }
   if (slot.header.mainRoot == -1) return openMainRoot(slot, data);
-  const std::int64_t root = PVBpatternConvertTree(
-      database, oldNodes, static_cast<std::uint32_t>(slot.header.mainRoot), slot.version);
+  const auto oldRoot = static_cast<std::uint32_t>(slot.header.mainRoot);
+  const std::int64_t root = convertTree(database, data, oldNodes, oldRoot, slot.version, loops);
   if (root < 0) return -2;
   slot.header.mainRoot = static_cast<std::int32_t>(root);
   return 0;
 }
 
+int convertFrom(PVBdatabase& slot, PVBpatternData& data, int database, int oldNodes) {
+  const std::string table = PVBfilePath(slot.path, kTableFile);
+  if (openNodes(slot, data) != 0 || openRuns(slot, data) != 0) return -2;
+  if (readSubroutines(data, table, countNodes(oldNodes)) != 0) return -2;
+  slot.sectionsOpen |= kSectionPatterns;
+  std::vector<ConvertedLoop> loops;
+  if (convertRoots(slot, data, database, oldNodes, loops) == 0) return 0;
+  undoConversion(database, loops);
+  return -2;
+}
+
+// What fails puts everything back: the old file into its place, the loops to their
+// old bodies.
 int openOld(PVBdatabase& slot, PVBpatternData& data, int database) {
   TempFile aside;
   const int oldNodes = openOldNodes(slot, aside);
   if (oldNodes < 0) return -2;
-  int result = openNodes(slot, data) == 0 && openRuns(slot, data) == 0 ? 0 : -2;
-  if (result == 0) {
-    result = readSubroutines(data, PVBfilePath(slot.path, kTableFile), countNodes(oldNodes));
-  }
-  if (result == 0) {
-    slot.sectionsOpen |= kSectionPatterns;
-    result = convertRoots(slot, data, database, oldNodes);
-  }
+  const int result = convertFrom(slot, data, database, oldNodes);
   PageClose(oldNodes);
   if (result == 0) {
     slot.version = kClassicVersion;
     data.changed = true;
     return fixAllCalls(database, data);
   }
-  // The old file goes back into its place: nothing is lost.
+  const std::string path = PVBfilePath(slot.path, kNodeFile);
   if (slot.writable) {
     if (data.nodes >= 0) PageDiscard(std::exchange(data.nodes, -1));
-    if (PBmoveFile(aside.path(), PVBfilePath(slot.path, kNodeFile)) == 0) aside.release();
+    if (PBmoveFile(aside.path(), path) == 0) aside.release();
   }
-  return badFormat(PVBfilePath(slot.path, kNodeFile));
+  return badFormat(path);
 }
 
 int openAll(PVBdatabase& slot, PVBpatternData& data, int database, int numBuffers) {

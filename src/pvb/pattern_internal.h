@@ -131,6 +131,16 @@ TIME timesCount(TIME time, std::uint32_t count);
 // empty table. 0 or -2 with a post.
 int readSubroutines(PVBpatternData& data, const std::string& path, std::uint32_t nodeCount);
 int writeSubroutines(const PVBpatternData& data, const std::string& path);
+// A loop row that was given its new body, and the body that it had.
+struct ConvertedLoop {
+  std::uint32_t row;
+  std::uint32_t oldBody;
+};
+// PVBpatternConvertTree, with the loop rows it changed added to `loops`.
+std::int64_t convertTree(int database, PVBpatternData& data, int oldNodes, std::uint32_t oldRoot,
+                         int version, std::vector<ConvertedLoop>& loops);
+// Gives loop rows their old bodies back.
+void undoConversion(int database, const std::vector<ConvertedLoop>& loops);
 // Block size of the nodes of an old version.
 std::uint32_t oldNodeSize(int version);
 inline constexpr int kFirstCurrentVersion = 8;
