@@ -72,7 +72,7 @@ int openValues(const FilePair& files, bool exists, PVBpropertyData& data) {
     }
   }
   data.valuesEnd =
-      static_cast<std::uint32_t>(std::min<std::int64_t>(values.size, std::int64_t{kNoOffset}));
+      static_cast<std::uint32_t>(std::min<std::int64_t>(values.size, std::int64_t{kNoRecord}));
   return 0;
 }
 

@@ -22,22 +22,22 @@ inline constexpr std::uint32_t kPropertyMagic = 0xAAFAF0AF;
 inline constexpr std::uint32_t kPropertyFormat = 1;
 inline constexpr std::uint32_t kPropertyHeaderSize = 8;
 inline constexpr std::uint32_t kListBlockSize = 8;
-inline constexpr std::uint32_t kNoOffset = 0xFFFFFFFF;
+inline constexpr std::uint32_t kNoRecord = 0xFFFFFFFF;
 // Of a value, in an old record whose length had no room.
 inline constexpr std::uint32_t kUnknownLength = 0xFFFFFFFF;
 
 // A list block and the records in the host's byte order.
 struct PropList {
-  std::uint32_t head = kNoOffset;
+  std::uint32_t head = kNoRecord;
   std::uint8_t inUse = 0;
   std::uint8_t unused[3] = {};
 };
 static_assert(sizeof(PropList) == kListBlockSize);
 
 struct PropRecord {
-  std::uint32_t next = kNoOffset;
+  std::uint32_t next = kNoRecord;
   std::int32_t key = 0;
-  std::uint32_t value = kNoOffset;
+  std::uint32_t value = kNoRecord;
   std::uint16_t zero = 0;
   std::uint8_t valid = 1;
   std::uint8_t unused = 0;
@@ -93,7 +93,7 @@ class PropWalk {
  private:
   PropValues values_;
   PropRecord record_;
-  std::uint32_t offset_ = kNoOffset;
+  std::uint32_t offset_ = kNoRecord;
   std::uint32_t next_;
   std::uint64_t stepsLeft_;
   bool failed_ = false;

@@ -45,7 +45,7 @@ PropValues valuesOf(const PVBpropertyData& data) {
 
 PropWalk walkOf(const PVBpropertyData& data, PVBid id) {
   const ListHandle list = getList(data, id);
-  return PropWalk(valuesOf(data), list ? list->head : kNoOffset);
+  return PropWalk(valuesOf(data), list ? list->head : kNoRecord);
 }
 
 // The post of what ended a walk is printed at once; the caller goes on.
@@ -66,7 +66,7 @@ bool nextLive(PropWalk& walk, std::int32_t key) {
 bool readProperty(const PropWalk& walk, PVBproperty& out) {
   const PropRecord& record = walk.record();
   out.key = record.key;
-  if (record.value == kNoOffset) {
+  if (record.value == kNoRecord) {
     out.value.reset();
     return true;
   }
@@ -118,7 +118,7 @@ std::optional<std::uint32_t> appendRecord(PVBpropertyData& data, const PVBproper
   record.key = property.key;
   std::uint64_t offset = data.valuesEnd;
   const std::uint64_t length = property.value ? std::uint64_t{property.value->size()} + 1 : 0;
-  if (length + offset + sizeof record >= kNoOffset) {
+  if (length + offset + sizeof record >= kNoRecord) {
     errno = EFBIG;
     return std::nullopt;
   }
@@ -177,7 +177,7 @@ PVBid PVBpropListNew(int database) {
   if (data == nullptr) return UNDEF;
   ListHandle list = newListBlock(*data);
   if (!list) return UNDEF;
-  *list = {kNoOffset, 1, {}};
+  *list = {kNoRecord, 1, {}};
   list.markDirty();
   data->dirty = true;
   data->needRewrite = true;
@@ -211,7 +211,7 @@ int PVBputProp(int database, PVBid id, const PVBproperty& property) {
   if (!list) return -2;
   noteOldHead(*data, id, list->head);
   const std::optional<std::uint32_t> record = appendRecord(*data, property, list->head);
-  list->head = record.value_or(kNoOffset);
+  list->head = record.value_or(kNoRecord);
   list.markDirty();
   data->dirty = true;
   if (record) return 0;

@@ -119,7 +119,7 @@ bool propReadRecord(const PropValues& values, std::uint32_t offset, PropRecord& 
 }
 
 bool PropWalk::next() {
-  if (failed_ || next_ == kNoOffset) return false;
+  if (failed_ || next_ == kNoRecord) return false;
   if (stepsLeft_ == 0) {
     failed_ = true;
     return postDamage(values_, 0);
@@ -128,12 +128,12 @@ bool PropWalk::next() {
   failed_ = !propReadRecord(values_, next_, record_);
   if (failed_) return false;
   offset_ = next_;
-  next_ = record_.next == offset_ ? kNoOffset : record_.next;
+  next_ = record_.next == offset_ ? kNoRecord : record_.next;
   return true;
 }
 
 std::int64_t propValueLength(const PropValues& values, const PropRecord& record) {
-  if (record.value == kNoOffset) return 0;
+  if (record.value == kNoRecord) return 0;
   if (record.length == kUnknownLength && values.format == 0) {
     return lengthToZero(values, record.value);
   }

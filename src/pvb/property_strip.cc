@@ -103,7 +103,7 @@ bool Rewrite::run(int lists) {
 // The record written last is the list's new head, so its order reverses.
 bool Rewrite::rewriteList(PropList& list) {
   PropWalk walk(from_, list.head);
-  list.head = kNoOffset;
+  list.head = kNoRecord;
   while (walk.next()) {
     if (recordsLeft_ == 0) {
       errno = 0;
@@ -122,7 +122,7 @@ bool Rewrite::copyRecord(const PropRecord& record, std::uint32_t& head) {
   valueBytes_ += bytes;
   errno = 0;
   if (valueBytes_ > static_cast<std::uint64_t>(from_.size)) return fail(87);
-  if (end_ + bytes + sizeof record >= kNoOffset) return fail(85);
+  if (end_ + bytes + sizeof record >= kNoRecord) return fail(85);
   PropRecord copy;
   copy.next = head;
   copy.key = record.key;
