@@ -24,11 +24,11 @@ VerifyCounts verifyAsLines(const std::string& path, TextSink& out) {
     out.text() += findingLine(message);
     out.offer();
   });
-  out.text() += counts.faults == 0 && counts.notes == 0
-                    ? "sound\n"
-                    : fmt::format("{}: {} faults, {} notes\n",
-                                  counts.faults == 0 ? "sound" : "damaged", counts.faults,
-                                  counts.notes);
+  out.text() +=
+      counts.faults == 0 && counts.notes == 0
+          ? "sound\n"
+          : fmt::format("{}: {} faults, {} notes\n", counts.faults == 0 ? "sound" : "damaged",
+                        counts.faults, counts.notes);
   out.finish();
   return counts;
 }
@@ -55,7 +55,7 @@ int runVerify(std::span<const std::string> arguments) {
   if (!requireDatabase(path, printMessage)) return kExitFailed;
   TextSink out = streamSink(stdout);
   const TableFormat format = usage.format();
-  const VerifyCounts counts = format == TableFormat::table ? verifyAsLines(path, out)
-                                                           : verifyAsTable(path, out, format);
+  const VerifyCounts counts =
+      format == TableFormat::table ? verifyAsLines(path, out) : verifyAsTable(path, out, format);
   return counts.faults == 0 ? kExitYes : kExitNo;
 }

@@ -149,8 +149,8 @@ void verifyLists(Verification& verification, int database, PropertyCheck& proper
 void verifyLabels(Verification& verification, int database) {
   for (const PVBlabel& label : PVBlabels(database)) {
     const std::string place = "label " + quoted(label.name);
-    const bool known = label.subroutine == kMainPattern ||
-                       PVBsubroutineInq(database, label.subroutine) != nullptr;
+    const bool known =
+        label.subroutine == kMainPattern || PVBsubroutineInq(database, label.subroutine) != nullptr;
     if (!known) {
       verification.fault(kLostLabel, "pvb.lb", place,
                          fmt::format("subroutine {} doesn't exist", label.subroutine));

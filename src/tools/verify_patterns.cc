@@ -214,9 +214,8 @@ void PatternCheck::entry(const Tree& tree, const PVBnodeEntry& entry) {
     rowFault(kSharedRow, entry.child, "is reached twice");
     return;
   }
-  const RowHandle held(database_, entry.child < rows_.size()
-                                      ? PVBrowGet(database_, entry.child)
-                                      : nullptr);
+  const RowHandle held(database_,
+                       entry.child < rows_.size() ? PVBrowGet(database_, entry.child) : nullptr);
   if (!held) {
     rowFault(kRowFault, entry.child, "can't be read");
     return;
@@ -265,8 +264,8 @@ void PatternCheck::references(const PVBrow& row) {
     rowFault(kUnknownTimePlate, row.id, fmt::format("timeplate {} doesn't exist", row.timeplate));
   }
   if (row.type == ROW_SUBR_CALL) {
-    const bool known = row.link < data_.subroutines.size() &&
-                       data_.subroutines[row.link].root != kNoNode;
+    const bool known =
+        row.link < data_.subroutines.size() && data_.subroutines[row.link].root != kNoNode;
     if (!known) {
       rowFault(kUnknownSubroutine, row.id, fmt::format("subroutine {} doesn't exist", row.link));
     }
@@ -280,8 +279,7 @@ void PatternCheck::runs(const PVBrow& row) {
   std::uint32_t next = row.link;
   while (next != kNoLink) {
     const std::uint32_t block = next & static_cast<std::uint32_t>(kMaxIdIndex);
-    if ((next & ~static_cast<std::uint32_t>(kMaxIdIndex)) != kRunIdClass ||
-        block >= runs_.size()) {
+    if ((next & ~static_cast<std::uint32_t>(kMaxIdIndex)) != kRunIdClass || block >= runs_.size()) {
       rowFault(kScanRunFault, row.id, fmt::format("scan run {:#x} doesn't exist", next));
       return;
     }

@@ -76,8 +76,8 @@ void PropertyCheck::records(PVBid list) {
   const PVBpropertyData& data = *PVBget(database_)->properties;
   std::uint32_t offset = kNoOffset;
   {
-    const auto block = BlockHandle<std::uint32_t>::get(
-        data.lists, static_cast<std::uint32_t>(list), typePropList);
+    const auto block =
+        BlockHandle<std::uint32_t>::get(data.lists, static_cast<std::uint32_t>(list), typePropList);
     if (!block) return;
     offset = *block;
   }
