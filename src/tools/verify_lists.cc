@@ -148,7 +148,7 @@ void verifyLists(Verification& verification, int database, PropertyCheck& proper
 // A label whose row was deleted has no number: it stays, as a note.
 void verifyLabels(Verification& verification, int database) {
   for (const PVBlabel& label : PVBlabels(database)) {
-    const std::string place = "label " + quoted(label.name);
+    const std::string place = "label " + quotedText(label.name);
     const bool known =
         label.subroutine == kMainPattern || PVBsubroutineInq(database, label.subroutine) != nullptr;
     if (!known) {
