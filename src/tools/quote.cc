@@ -82,7 +82,7 @@ void appendQuoted(std::string& out, std::string_view text) {
   out += '"';
 }
 
-std::string quoted(std::string_view text) {
+std::string quotedText(std::string_view text) {
   std::string out;
   appendQuoted(out, text);
   return out;

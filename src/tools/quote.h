@@ -9,7 +9,7 @@
 #include <string_view>
 
 void appendQuoted(std::string& out, std::string_view text);
-std::string quoted(std::string_view text);
+std::string quotedText(std::string_view text);
 
 // Reads a quoted text that begins at `position` (which holds the quote) and leaves
 // `position` behind it. Otherwise false with `position` at what is wrong.

@@ -44,6 +44,13 @@ Usage::Usage(std::string_view verb) : verb_(verb) {
       ->check(CLI::IsMember({"auto", "always", "never"}));
 }
 
+void Usage::addFormat() {
+  const auto names = tableFormatNames();
+  app.add_option("--format", format_, "Form of the output: table, json, jsonl, csv or md")
+      ->check(CLI::IsMember(std::vector<std::string>(names.begin(), names.end())));
+  app.add_flag("--json", json_, "Short for --format json");
+}
+
 std::optional<int> Usage::parse(std::span<const std::string> arguments) {
   for (const std::string& argument : arguments) {
     if (argument == "--") break;

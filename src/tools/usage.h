@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/table_output.h"
+
 inline constexpr int kExitYes = 0;
 inline constexpr int kExitNo = 1;
 inline constexpr int kExitFailed = 2;
@@ -22,10 +24,16 @@ class Usage {
 
   CLI::App app;
 
+  // Adds --format and its short form --json.
+  void addFormat();
+  TableFormat format() const { return json_ ? TableFormat::json : tableFormat(format_); }
+
   // An exit code when the verb ends here: help was shown, or a message was.
   std::optional<int> parse(std::span<const std::string> arguments);
 
  private:
   std::string verb_;
   std::string color_ = "auto";
+  std::string format_ = "table";
+  bool json_ = false;
 };

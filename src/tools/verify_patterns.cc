@@ -1,0 +1,344 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "pvb/pattern.h"
+#include "pvb/scan_run.h"
+#include "pvb/signal.h"
+#include "pvb/state_vector.h"
+#include "pvb/timeplate.h"
+#include "storage/page.h"
+#include "storage/swapendian.h"
+#include "tools/verify_internal.h"
+
+namespace {
+
+constexpr std::size_t kSelfOffset = (kNodeEntries + 1) * sizeof(PVBnodeEntry);
+constexpr std::size_t kCountOffset = kSelfOffset + 4;
+constexpr std::size_t kLeafOffset = kCountOffset + 4;
+constexpr std::uint32_t kRunIdClass = static_cast<std::uint32_t>(kClassScanRun) << 24;
+
+// What a walk needs of a node, copied so that no block stays reserved.
+struct Node {
+  std::uint32_t self = 0;
+  std::uint32_t count = 0;
+  bool leaf = false;
+  std::vector<PVBnodeEntry> entries;
+};
+
+bool readNode(int file, std::uint32_t block, Node& node) {
+  const auto bytes = BlockHandle<std::uint8_t>::get(file, block, typePVBnode);
+  if (!bytes) return false;
+  std::memcpy(&node.self, bytes.data() + kSelfOffset, 4);
+  std::memcpy(&node.count, bytes.data() + kCountOffset, 4);
+  node.leaf = bytes.data()[kLeafOffset] == 1;
+  if (node.count > kNodeEntries) return true;
+  node.entries.resize(node.count);
+  std::memcpy(node.entries.data(), bytes.data(), node.count * sizeof(PVBnodeEntry));
+  return true;
+}
+
+// Sums of entries; times as femtoseconds modulo 2^64.
+struct Sums {
+  std::uint64_t time = 0;
+  std::uint32_t rows = 0;
+  std::uint32_t cycles = 0;
+  std::uint32_t addresses = 0;
+
+  friend bool operator==(const Sums&, const Sums&) = default;
+};
+std::uint64_t femtoseconds(TIME time) {
+  constexpr std::uint64_t kUnit = 1000000000;
+  return static_cast<std::uint64_t>(time.major) * kUnit + static_cast<std::uint64_t>(time.minor);
+}
+Sums sumsOf(const PVBnodeEntry& entry) {
+  return {femtoseconds(entry.time), entry.rows, entry.cycles, entry.addresses};
+}
+Sums sumsOf(const Node& node) {
+  Sums sums;
+  for (const PVBnodeEntry& entry : node.entries) {
+    sums.time += femtoseconds(entry.time);
+    sums.rows += entry.rows;
+    sums.cycles += entry.cycles;
+    sums.addresses += entry.addresses;
+  }
+  return sums;
+}
+Sums sumsOf(const PVBposition& position) {
+  return {femtoseconds(position.time), position.row, position.cycle, position.address};
+}
+
+std::uint32_t blocksOf(int file) {
+  std::uint32_t blocks = 0;
+  std::uint32_t capacity = 0;
+  PageInfo(file, blocks, capacity);
+  return blocks;
+}
+
+class PatternCheck {
+ public:
+  PatternCheck(Verification& verification, int database, PropertyCheck& properties)
+      : verification_(verification),
+        database_(database),
+        slot_(*PVBget(database)),
+        data_(*slot_.patterns),
+        properties_(properties),
+        nodes_(blocksOf(data_.nodes)),
+        rows_(blocksOf(data_.rows)),
+        runs_(blocksOf(data_.runs)) {}
+
+  void run();
+
+ private:
+  // A tree still to be walked: a pattern's, or the body of a loop.
+  struct Tree {
+    std::uint32_t root;
+    bool body;
+    std::uint32_t count;  // of the loop
+  };
+  struct Step {
+    Node node;
+    std::size_t index;
+  };
+
+  void pattern(std::uint32_t root);
+  void tree(const Tree& tree);
+  bool enter(std::uint32_t block, const PVBnodeEntry* parent);
+  void entry(const Tree& tree, const PVBnodeEntry& entry);
+  void row(const PVBrow& row, const PVBnodeEntry& entry);
+  void compare(const PVBrow& row, const PVBnodeEntry& entry);
+  void references(const PVBrow& row);
+  void runs(const PVBrow& row);
+  bool run(std::uint32_t block, const PVBrow& row, std::uint32_t& next);
+  void tableSums(std::size_t index);
+  void lost(std::string_view file, int handle, const std::vector<bool>& seen);
+
+  void nodeFault(std::uint32_t block, std::string text) {
+    verification_.fault(kTreeFault, "pvb.pk", fmt::format("node {}", block), std::move(text));
+  }
+  void rowFault(MessageCode code, std::uint32_t block, std::string text) {
+    verification_.fault(code, "pvb.pd", fmt::format("row {}", block), std::move(text));
+  }
+
+  Verification& verification_;
+  int database_;
+  const PVBdatabase& slot_;
+  const PVBpatternData& data_;
+  PropertyCheck& properties_;
+  std::vector<bool> nodes_, rows_, runs_;  // blocks met so far
+  std::vector<Step> path_;
+  std::vector<Tree> open_;
+  std::uint32_t lastType_ = ROW_LITERAL;  // of the tree's last entry so far
+};
+
+void PatternCheck::run() {
+  pattern(static_cast<std::uint32_t>(slot_.header.mainRoot));
+  for (std::size_t i = 0; i < data_.subroutines.size(); ++i) {
+    if (data_.subroutines[i].root == kNoNode) continue;
+    pattern(data_.subroutines[i].root);
+    tableSums(i);
+  }
+  lost("pvb.pk", data_.nodes, nodes_);
+  lost("pvb.pd", data_.rows, rows_);
+  lost("pvb.rd", data_.runs, runs_);
+}
+
+// --- Trees ---------------------------------------------------------------------------
+
+void PatternCheck::pattern(std::uint32_t root) {
+  open_.push_back({root, false, 0});
+  while (!open_.empty()) {
+    const Tree next = open_.back();
+    open_.pop_back();
+    tree(next);
+  }
+}
+
+void PatternCheck::tree(const Tree& tree) {
+  lastType_ = ROW_LITERAL;
+  path_.clear();
+  if (!enter(tree.root, nullptr)) return;
+  while (!path_.empty()) {
+    Step& step = path_.back();
+    if (step.index == step.node.entries.size()) {
+      path_.pop_back();
+      continue;
+    }
+    const PVBnodeEntry next = step.node.entries[step.index++];
+    if (step.node.leaf) {
+      entry(tree, next);
+    } else {
+      enter(next.child, &next);
+    }
+  }
+  if (tree.body && lastType_ != ROW_END_LOOP) {
+    verification_.fault(kLoopFault, "pvb.pk", fmt::format("node {}", tree.root),
+                        "the body of a loop has no end row");
+  }
+}
+
+bool PatternCheck::enter(std::uint32_t block, const PVBnodeEntry* parent) {
+  Node node;
+  std::string what;
+  if (block >= nodes_.size() || !readNode(data_.nodes, block, node)) {
+    what = "can't be read";
+  } else if (nodes_[block]) {
+    what = "is reached twice";
+  } else if (node.self != block) {
+    what = fmt::format("calls itself {}", node.self);
+  } else if (node.count > kNodeEntries) {
+    what = fmt::format("has {} entries", node.count);
+  } else if (path_.size() >= static_cast<std::size_t>(kMaxTreeDepth)) {
+    what = "lies too deep";
+  } else if (parent != nullptr && !(sumsOf(*parent) == sumsOf(node))) {
+    nodeFault(block, "has other sums than the node above it says");
+  }
+  if (block < nodes_.size()) nodes_[block] = true;
+  if (!what.empty()) {
+    nodeFault(block, std::move(what));
+    return false;
+  }
+  path_.push_back({std::move(node), 0});
+  return true;
+}
+
+// --- Rows ----------------------------------------------------------------------------
+
+void PatternCheck::entry(const Tree& tree, const PVBnodeEntry& entry) {
+  if (lastType_ == ROW_END_LOOP) {
+    rowFault(kLoopFault, entry.child, "stands behind the end of its loop");
+  }
+  lastType_ = entry.type;
+  if (entry.child < rows_.size() && rows_[entry.child]) {
+    rowFault(kSharedRow, entry.child, "is reached twice");
+    return;
+  }
+  const RowHandle held(database_,
+                       entry.child < rows_.size() ? PVBrowGet(database_, entry.child) : nullptr);
+  if (!held) {
+    rowFault(kRowFault, entry.child, "can't be read");
+    return;
+  }
+  rows_[entry.child] = true;
+  row(*held, entry);
+  if (held->type == ROW_END_LOOP) {
+    const bool fits = tree.body && held->count == tree.count;
+    if (!fits) rowFault(kLoopFault, entry.child, "is an end row that doesn't fit its loop");
+  }
+  if (held->type == ROW_LOOP) open_.push_back({held->link, true, held->count});
+}
+
+void PatternCheck::row(const PVBrow& row, const PVBnodeEntry& entry) {
+  if (row.id != entry.child) {
+    rowFault(kRowFault, entry.child, fmt::format("calls itself row {}", row.id));
+  }
+  if (row.type > ROW_PVBPOC) {
+    rowFault(kRowFault, entry.child, fmt::format("has the unknown type {}", row.type));
+  }
+  if (row.count == 0) rowFault(kRowFault, entry.child, "has the count 0");
+  compare(row, entry);
+  references(row);
+  properties_.own(row.tag, "pvb.pd", fmt::format("row {}", entry.child));
+}
+
+void PatternCheck::compare(const PVBrow& row, const PVBnodeEntry& entry) {
+  const PVBnodeEntry expected = PVBrowToEntry(database_, row);
+  const char* what = entry.type != expected.type             ? "type"
+                     : entry.index != expected.index         ? "timeplate, subroutine or body"
+                     : entry.count != expected.count         ? "count"
+                     : entry.address16 != expected.address16 ? "repeat value"
+                     : entry.rows != expected.rows           ? "number of rows"
+                     : entry.cycles != expected.cycles       ? "number of cycles"
+                     : entry.addresses != expected.addresses ? "number of addresses"
+                     : femtoseconds(entry.time) != femtoseconds(expected.time) ? "time"
+                                                                               : nullptr;
+  if (what == nullptr) return;
+  rowFault(kEntryFault, entry.child, fmt::format("its tree has another {}", what));
+}
+
+void PatternCheck::references(const PVBrow& row) {
+  const bool timed = row.type == ROW_LITERAL || row.type == ROW_SCAN || row.type == ROW_MATCH;
+  if (timed && row.timeplate != kNoTimePlate && slot_.timePlates &&
+      PVBtimePlateInqByID(database_, row.timeplate) == nullptr) {
+    rowFault(kUnknownTimePlate, row.id, fmt::format("timeplate {} doesn't exist", row.timeplate));
+  }
+  if (row.type == ROW_SUBR_CALL) {
+    const bool known =
+        row.link < data_.subroutines.size() && data_.subroutines[row.link].root != kNoNode;
+    if (!known) {
+      rowFault(kUnknownSubroutine, row.id, fmt::format("subroutine {} doesn't exist", row.link));
+    }
+  }
+  if (row.type == ROW_SCAN && row.link != kNoLink) runs(row);
+}
+
+// --- Scan runs -----------------------------------------------------------------------
+
+void PatternCheck::runs(const PVBrow& row) {
+  std::uint32_t next = row.link;
+  while (next != kNoLink) {
+    const std::uint32_t block = next & static_cast<std::uint32_t>(kMaxIdIndex);
+    if ((next & ~static_cast<std::uint32_t>(kMaxIdIndex)) != kRunIdClass || block >= runs_.size()) {
+      rowFault(kScanRunFault, row.id, fmt::format("scan run {:#x} doesn't exist", next));
+      return;
+    }
+    if (!run(block, row, next)) return;
+  }
+}
+
+bool PatternCheck::run(std::uint32_t block, const PVBrow& row, std::uint32_t& next) {
+  const auto fault = [&](std::string text) {
+    verification_.fault(kScanRunFault, "pvb.rd", fmt::format("run {}", block),
+                        fmt::format("(row {}) {}", row.id, text));
+  };
+  if (runs_[block]) {
+    fault("is reached twice");
+    return false;
+  }
+  runs_[block] = true;
+  PVBscanRun fields{};
+  {
+    const auto held = BlockHandle<PVBscanRun>::get(data_.runs, block, typePVBscanRun);
+    if (!held) {
+      fault("can't be read");
+      return false;
+    }
+    fields = *held;
+  }
+  if (fields.type > RUN_FEEDBACK) fault(fmt::format("has the unknown type {}", fields.type));
+  const PVBsignal* chain = slot_.signals ? PVBobjectInqByID(database_, fields.chain) : nullptr;
+  if (slot_.signals && (chain == nullptr || PVBidClass(fields.chain) != kClassScanChain)) {
+    fault("names a chain that doesn't exist");
+  }
+  if (slot_.scan && !PVBstateVectorExists(database_, fields.state)) {
+    fault("names a state vector that doesn't exist");
+  }
+  next = static_cast<std::uint32_t>(fields.next);
+  return true;
+}
+
+// --- Tables and room -----------------------------------------------------------------
+
+void PatternCheck::tableSums(std::size_t index) {
+  PVBposition sums;
+  const PVBsubroutine& subroutine = data_.subroutines[index];
+  if (subroutine.recursive || PVBtreeSums(data_.nodes, subroutine.root, sums) != 0) return;
+  if (sumsOf(sums) == sumsOf(subroutine.sums)) return;
+  verification_.fault(kTableSumsFault, "pvb.ps", fmt::format("subroutine {}", index),
+                      "its sums aren't those of its tree");
+}
+
+void PatternCheck::lost(std::string_view file, int handle, const std::vector<bool>& seen) {
+  const auto met = static_cast<std::int64_t>(std::count(seen.begin(), seen.end(), true));
+  const std::int64_t inUse = PageCount(handle);
+  if (met >= inUse) return;
+  verification_.note(kLostBlocks, file, "",
+                     fmt::format("{} blocks are neither in use nor free", inUse - met));
+}
+
+}  // namespace
+
+void verifyPatterns(Verification& verification, int database, PropertyCheck& properties) {
+  PatternCheck(verification, database, properties).run();
+}
