@@ -18,6 +18,12 @@ ssize_t Platform::read(int fd, void* buffer, std::size_t size) { return ::read(f
 ssize_t Platform::write(int fd, const void* buffer, std::size_t size) {
   return ::write(fd, buffer, size);
 }
+ssize_t Platform::readAt(int fd, void* buffer, std::size_t size, off_t offset) {
+  return ::pread(fd, buffer, size, offset);
+}
+ssize_t Platform::writeAt(int fd, const void* buffer, std::size_t size, off_t offset) {
+  return ::pwrite(fd, buffer, size, offset);
+}
 off_t Platform::seek(int fd, off_t offset, int whence) { return ::lseek(fd, offset, whence); }
 int Platform::truncate(int fd, off_t size) { return ::ftruncate(fd, size); }
 int Platform::sync(int fd) { return ::fsync(fd); }

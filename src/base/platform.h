@@ -25,6 +25,9 @@ class Platform {
   virtual int open(const char* path, int flags, mode_t mode);
   virtual ssize_t read(int fd, void* buffer, std::size_t size);
   virtual ssize_t write(int fd, const void* buffer, std::size_t size);
+  // At a place of the file, which the descriptor's own place has no part in.
+  virtual ssize_t readAt(int fd, void* buffer, std::size_t size, off_t offset);
+  virtual ssize_t writeAt(int fd, const void* buffer, std::size_t size, off_t offset);
   virtual off_t seek(int fd, off_t offset, int whence);
   virtual int truncate(int fd, off_t size);
   virtual int sync(int fd);

@@ -17,6 +17,7 @@
 namespace {
 
 constexpr std::uint8_t kVersion = 0;
+constexpr std::size_t kVersionSize = 1;
 constexpr std::size_t kMinMatch = 4;
 constexpr std::size_t kMaxLengthBytes = 3;
 constexpr unsigned kItemsPerGroup = 8;
@@ -262,21 +263,27 @@ void copyMatch(std::uint8_t* to, const std::uint8_t* from, std::size_t length, s
 
 class Unpacker {
  public:
-  Unpacker(std::span<const std::uint8_t> in, std::span<std::uint8_t> out)
-      : in_(in.data()),
+  // Goes on where `taken` bytes of the packed text have given `unpacked` bytes.
+  Unpacker(std::span<const std::uint8_t> in, std::size_t taken, std::span<std::uint8_t> out,
+           std::size_t unpacked)
+      : inBegin_(in.data()),
+        in_(in.data() + taken),
         inEnd_(in.data() + in.size()),
         begin_(out.data()),
-        out_(out.data()),
+        out_(out.data() + unpacked),
         outEnd_(out.data() + out.size()) {}
 
-  // false: an item that can't be.
-  bool unpack() {
-    while (in_ != inEnd_) {
+  // Until `wanted` bytes stand in the output or the text ends. false: an item that
+  // can't be.
+  bool unpack(std::size_t wanted) {
+    const std::uint8_t* enough = begin_ + wanted;
+    while (in_ != inEnd_ && out_ < enough) {
       if (!group(*in_++)) return false;
     }
     return true;
   }
-  std::int64_t size() const { return out_ - begin_; }
+  std::size_t taken() const { return static_cast<std::size_t>(in_ - inBegin_); }
+  std::size_t size() const { return static_cast<std::size_t>(out_ - begin_); }
 
  private:
   // Items are left as long as there is a bit above the lowest.
@@ -328,6 +335,7 @@ class Unpacker {
   std::size_t inLeft() const { return static_cast<std::size_t>(inEnd_ - in_); }
   std::size_t room() const { return static_cast<std::size_t>(outEnd_ - out_); }
 
+  const std::uint8_t* inBegin_;
   const std::uint8_t* in_;
   const std::uint8_t* inEnd_;
   std::uint8_t* begin_;
@@ -341,6 +349,12 @@ std::int64_t refuse(ErrArg text) {
   return -2;
 }
 
+int refuseVersion(std::span<const std::uint8_t> packed) {
+  if (packed.empty()) return static_cast<int>(refuse("Error decoding"));
+  const bool known = static_cast<std::int8_t>(packed.front()) <= kVersion;
+  return known ? 0 : static_cast<int>(refuse("Zip version too new"));
+}
+
 }  // namespace
 
 std::int64_t zip(std::span<const std::uint8_t> in, std::vector<std::uint8_t>& out) {
@@ -350,8 +364,26 @@ std::int64_t zip(std::span<const std::uint8_t> in, std::vector<std::uint8_t>& ou
 }
 
 std::int64_t unzip(std::span<const std::uint8_t> in, std::span<std::uint8_t> out) {
-  if (in.empty()) return refuse("Error decoding");
-  if (static_cast<std::int8_t>(in.front()) > kVersion) return refuse("Zip version too new");
-  Unpacker unpacker(in.subspan(1), out);
-  return unpacker.unpack() ? unpacker.size() : refuse("Error decoding");
+  if (refuseVersion(in) != 0) return -2;
+  Unpacker unpacker(in, kVersionSize, out, 0);
+  // One byte more than fits: what would pass the output is to be seen.
+  if (!unpacker.unpack(out.size() + 1)) return refuse("Error decoding");
+  return static_cast<std::int64_t>(unpacker.size());
+}
+
+int Unzipper::start(std::span<const std::uint8_t> packed) {
+  if (refuseVersion(packed) != 0) return -2;
+  packed_.assign(packed.begin(), packed.end());
+  taken_ = kVersionSize;
+  unpacked_ = 0;
+  return 0;
+}
+
+std::int64_t Unzipper::upTo(std::size_t wanted, std::span<std::uint8_t> out) {
+  if (unpacked_ >= wanted) return static_cast<std::int64_t>(unpacked_);
+  Unpacker unpacker(packed_, taken_, out, unpacked_);
+  if (!unpacker.unpack(wanted)) return refuse("Error decoding");
+  taken_ = unpacker.taken();
+  unpacked_ = unpacker.size();
+  return static_cast<std::int64_t>(unpacked_);
 }

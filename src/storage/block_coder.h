@@ -31,3 +31,19 @@ std::int64_t zip(std::span<const std::uint8_t> in, std::vector<std::uint8_t>& ou
 // Unpacks `in` into the first bytes of `out`; the rest of `out` may change too.
 // How many, or -2 after a post under "unzip".
 std::int64_t unzip(std::span<const std::uint8_t> in, std::span<std::uint8_t> out);
+
+// Unpacks a block as far as it is asked for: a reader of one row wants a few bytes
+// of it. Keeps the packed text, and where it stopped.
+class Unzipper {
+ public:
+  // Takes a copy of `packed`: 0, or -2 after a post under "unzip".
+  int start(std::span<const std::uint8_t> packed);
+  // Goes on in `out`, the same in each call, until `wanted` bytes or more stand
+  // there: how many, fewer when the packed text ends before; -2 after a post.
+  std::int64_t upTo(std::size_t wanted, std::span<std::uint8_t> out);
+
+ private:
+  std::vector<std::uint8_t> packed_;
+  std::size_t taken_ = 0;     // bytes of it, a whole number of groups
+  std::size_t unpacked_ = 0;  // bytes that stand in the output
+};

@@ -208,8 +208,17 @@ CompressedFile::Block* CompressedFile::freeBlock() {
   return &last;
 }
 
-// The block at the head of the cache, unpacked; null on failure.
-CompressedFile::Block* CompressedFile::findBlock(std::int64_t number) {
+// The block at the head of the cache, its first `end` bytes unpacked; null on
+// failure.
+CompressedFile::Block* CompressedFile::findBlock(std::int64_t number, std::int64_t end) {
+  Block* block = cacheBlock(number);
+  if (block == nullptr || block->ready >= end) return block;
+  if (unpackBlock(*block, end)) return block;
+  block->number = -1;
+  return nullptr;
+}
+
+CompressedFile::Block* CompressedFile::cacheBlock(std::int64_t number) {
   if (!cache_.empty() && cache_.front().number == number) return &cache_.front();
   const auto place = std::find_if(cache_.begin(), cache_.end(),
                                   [&](const Block& block) { return block.number == number; });
@@ -220,24 +229,31 @@ CompressedFile::Block* CompressedFile::findBlock(std::int64_t number) {
   Block* block = freeBlock();
   if (block == nullptr) return nullptr;
   block->number = number;
-  if (unpackBlock(*block)) return block;
+  if (startBlock(*block)) return block;
   block->number = -1;
   return nullptr;
 }
 
-bool CompressedFile::unpackBlock(Block& block) {
+// Brings the packed bytes of a block into memory.
+bool CompressedFile::startBlock(Block& block) {
   const auto number = static_cast<std::size_t>(block.number);
   const std::uint32_t page = number < table_.size() ? table_[number] : kNoPage;
+  block.ready = 0;
   if (page == kNoPage) {
     std::fill(block.data.begin(), block.data.end(), std::uint8_t{0});
+    block.ready = kBlockSize;
     return true;
   }
   const auto* packed = static_cast<const std::uint8_t*>(VPageGet(*store_, page));
   if (packed == nullptr) return postStore("Get");
   const PageRelease release = {*store_, page};
-  const auto size = static_cast<std::size_t>(VPageSize(*store_, page));
-  const std::int64_t unpacked = unzip({packed, size}, block.data);
-  if (unpacked == kBlockSize) return true;
+  return block.packed.start({packed, static_cast<std::size_t>(VPageSize(*store_, page))}) == 0;
+}
+
+bool CompressedFile::unpackBlock(Block& block, std::int64_t end) {
+  const std::int64_t unpacked = block.packed.upTo(static_cast<std::size_t>(end), block.data);
+  block.ready = std::max(unpacked, std::int64_t{0});
+  if (unpacked >= end) return true;
   errno = 0;
   if (unpacked >= 0) PBpostError("unzip", 0, "Error decoding");
   return false;
@@ -291,7 +307,7 @@ bool CompressedFile::growTable(std::int64_t number) {
 bool CompressedFile::clearTail() {
   const std::int64_t offset = length_ % kBlockSize;
   if (offset == 0) return true;
-  Block* block = findBlock(length_ / kBlockSize);
+  Block* block = findBlock(length_ / kBlockSize, kBlockSize);
   if (block == nullptr) return false;
   std::fill(block->data.begin() + offset, block->data.end(), std::uint8_t{0});
   block->dirty = true;
@@ -307,10 +323,10 @@ std::int64_t CompressedFile::read(char* data, std::size_t size) {
   std::int64_t done = 0;
   while (done < wanted) {
     if (position_ / kBlockSize >= kMaxBlocks) return postRange("cread"), -2;
-    const Block* block = findBlock(position_ / kBlockSize);
-    if (block == nullptr) return -2;
     const std::int64_t offset = position_ % kBlockSize;
     const std::int64_t count = std::min(wanted - done, kBlockSize - offset);
+    const Block* block = findBlock(position_ / kBlockSize, offset + count);
+    if (block == nullptr) return -2;
     std::memcpy(data + done, block->data.data() + offset, static_cast<std::size_t>(count));
     position_ += count;
     done += count;
@@ -333,7 +349,7 @@ std::int64_t CompressedFile::write(const char* data, std::size_t size) {
   std::int64_t done = 0;
   while (done < total) {
     const std::int64_t at = position_ + done;
-    Block* block = findBlock(at / kBlockSize);
+    Block* block = findBlock(at / kBlockSize, kBlockSize);
     if (block == nullptr) return -2;
     const std::int64_t offset = at % kBlockSize;
     const std::int64_t count = std::min(total - done, kBlockSize - offset);
@@ -423,8 +439,12 @@ int CompressedFile::check(const std::function<void(std::string_view)>& fault) {
   Block block;
   for (std::size_t number = 0; number < table_.size(); ++number) {
     block.number = static_cast<std::int64_t>(number);
-    if (unpackBlock(block)) continue;
-    PBpopError();
+    // One byte more than a block has, so that what follows its end is seen too.
+    if (startBlock(block) && (block.ready == kBlockSize ||
+                              block.packed.upTo(kBlockSize + 1, block.data) == kBlockSize)) {
+      continue;
+    }
+    PBdiscardErrors();
     fault(fmt::sprintf("block %d: can't be unpacked (page %d)", number, table_[number]));
     ++faults;
   }

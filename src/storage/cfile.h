@@ -60,9 +60,12 @@ class CompressedFile {
   int check(const std::function<void(std::string_view)>& fault);
 
  private:
+  // Unpacked as far as it was asked for; a dirty one is whole.
   struct Block {
     std::int64_t number = -1;  // -1: holds nothing
     bool dirty = false;
+    std::int64_t ready = 0;  // bytes of `data` that are unpacked
+    Unzipper packed;
     std::vector<std::uint8_t> data = std::vector<std::uint8_t>(kZipBlockSize);
   };
 
@@ -70,9 +73,11 @@ class CompressedFile {
   bool loadHeader();
   bool takeTable(const std::uint8_t* header, std::int64_t size);
   bool writeHeader();
-  Block* findBlock(std::int64_t number);
+  Block* findBlock(std::int64_t number, std::int64_t end);
+  Block* cacheBlock(std::int64_t number);
   Block* freeBlock();
-  bool unpackBlock(Block& block);
+  bool startBlock(Block& block);
+  bool unpackBlock(Block& block, std::int64_t end);
   bool storeBlock(Block& block);
   void* placeBlock(std::uint32_t& page, std::size_t size);
   bool storeAll();

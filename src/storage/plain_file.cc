@@ -25,35 +25,17 @@ std::size_t PlainFile::buffered() const {
   return used_ - static_cast<std::size_t>(offset);
 }
 
-bool PlainFile::place(std::int64_t offset) {
-  if (fdPosition_ == offset) return true;
-  fdPosition_ = platform().seek(fd_, offset, SEEK_SET);
-  return fdPosition_ == offset;
-}
-
-// What one call of the system gives; 0 at the end.
-std::int64_t PlainFile::readAt(std::int64_t offset, char* data, std::size_t size) {
-  if (!place(offset)) return -2;
-  const ssize_t count = platform().read(fd_, data, size);
-  fdPosition_ = count >= 0 ? offset + count : -1;
-  return count >= 0 ? count : -2;
-}
-
 // All of it, in as many calls as the system takes.
 bool PlainFile::writeAt(std::int64_t offset, const char* data, std::size_t size) {
-  bool good = place(offset);
-  while (good && size > 0) {
-    const ssize_t count = platform().write(fd_, data, size);
+  while (size > 0) {
+    const ssize_t count = platform().writeAt(fd_, data, size, offset);
     if (count == 0) errno = EIO;
-    good = count > 0;
-    if (!good) break;
+    if (count <= 0) return false;
     data += count;
     size -= static_cast<std::size_t>(count);
-    fdPosition_ += count;
+    offset += count;
   }
-  if (good) return true;
-  fdPosition_ = -1;
-  return false;
+  return true;
 }
 
 // The buffer then stands for bytes that were read; on failure it stays as it was.
@@ -71,31 +53,72 @@ std::size_t PlainFile::take(char* data, std::size_t size) {
   return count;
 }
 
-// Brings bytes from the position on into the buffer; how many.
+// Brings bytes from the position on into the buffer, more of them when reads
+// follow each other; how many.
 std::int64_t PlainFile::fill() {
-  const std::int64_t count = readAt(position_, buffer_.data(), buffer_.size());
+  constexpr std::size_t kFirstFill = 8192;
+  const std::size_t size = position_ == readEnd_ ? buffer_.size() : kFirstFill;
+  const ssize_t count = platform().readAt(fd_, buffer_.data(), size, position_);
   bufferStart_ = position_;
-  used_ = static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
-  return count;
+  used_ = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+  return count >= 0 ? count : -2;
 }
 
-// Pieces of a buffer's size and above go around the buffer.
-std::int64_t PlainFile::read(char* data, std::size_t size) {
-  if (dirty_ && !writeBuffer()) return -2;
-  std::size_t done = take(data, size);
+// Whether a read has nothing to do with the one before it or with the buffer.
+bool PlainFile::readsAlone(std::size_t size) const {
+  constexpr std::size_t kSmall = 64;  // so little that more of the kind will follow
+  const std::int64_t bufferEnd = bufferStart_ + static_cast<std::int64_t>(used_);
+  const bool apart =
+      position_ >= bufferEnd || position_ + static_cast<std::int64_t>(size) <= bufferStart_;
+  return size >= kSmall && (apart || used_ == 0) && position_ != readEnd_;
+}
+
+// All of it that is there, past the buffer.
+std::int64_t PlainFile::readDirect(char* data, std::size_t size) {
+  std::size_t done = 0;
   while (done < size) {
-    const bool direct = size - done >= buffer_.size();
-    const std::int64_t count = direct ? readAt(position_, data + done, size - done) : fill();
-    if (count < 0) return count;
+    const ssize_t count = platform().readAt(fd_, data + done, size - done, position_);
+    if (count < 0) return -2;
     if (count == 0) break;
-    if (direct) {
-      position_ += count;
-      done += static_cast<std::size_t>(count);
-    } else {
-      done += take(data + done, size - done);
-    }
+    done += static_cast<std::size_t>(count);
+    position_ += count;
   }
   return static_cast<std::int64_t>(done);
+}
+
+// Through the buffer; pieces of its size and above go around it.
+std::int64_t PlainFile::readBuffered(char* data, std::size_t size) {
+  if (dirty_ && !writeBuffer()) return -2;
+  std::size_t done = take(data, size);
+  while (done < size && size - done < buffer_.size()) {
+    const std::int64_t count = fill();
+    if (count < 0) return count;
+    if (count == 0) return static_cast<std::int64_t>(done);
+    done += take(data + done, size - done);
+    readEnd_ = position_;
+  }
+  if (done == size) return static_cast<std::int64_t>(done);
+  const std::int64_t rest = readDirect(data + done, size - done);
+  return rest < 0 ? rest : static_cast<std::int64_t>(done) + rest;
+}
+
+std::int64_t PlainFile::read(char* data, std::size_t size) {
+  std::int64_t done = readsAlone(size) ? readDirect(data, size) : 0;
+  // Where the file on disk ends there may be more in the buffer.
+  if (done >= 0 && done < static_cast<std::int64_t>(size)) {
+    const auto taken = static_cast<std::size_t>(done);
+    const std::int64_t rest = readBuffered(data + taken, size - taken);
+    done = rest < 0 ? rest : done + rest;
+  }
+  readEnd_ = position_;
+  return done;
+}
+
+// Whether the bytes to be written go on from those in the buffer or change them.
+bool PlainFile::fitsBuffer(std::size_t size) const {
+  const std::int64_t offset = position_ - bufferStart_;
+  return dirty_ && offset >= 0 && offset <= static_cast<std::int64_t>(used_) &&
+         size <= buffer_.size() - static_cast<std::size_t>(offset);
 }
 
 std::int64_t PlainFile::write(const char* data, std::size_t size) {
@@ -104,8 +127,7 @@ std::int64_t PlainFile::write(const char* data, std::size_t size) {
     errno = writable_ ? EFBIG : EBADF;
     return -2;
   }
-  const bool follows = dirty_ && position_ == bufferStart_ + static_cast<std::int64_t>(used_);
-  if (!follows || size > buffer_.size() - used_) {
+  if (!fitsBuffer(size)) {
     if (!writeBuffer()) return -2;
     bufferStart_ = position_;
     used_ = 0;
@@ -113,8 +135,9 @@ std::int64_t PlainFile::write(const char* data, std::size_t size) {
   if (size >= buffer_.size()) {
     if (!writeAt(position_, data, size)) return -2;
   } else if (size > 0) {
-    std::memcpy(buffer_.data() + used_, data, size);
-    used_ += size;
+    const auto offset = static_cast<std::size_t>(position_ - bufferStart_);
+    std::memcpy(buffer_.data() + offset, data, size);
+    used_ = std::max(used_, offset + size);
     dirty_ = true;
   }
   position_ += static_cast<std::int64_t>(size);
@@ -147,10 +170,10 @@ int PlainFile::getc() {
 int PlainFile::flush() { return writeBuffer() ? 0 : -2; }
 
 std::int64_t PlainFile::size() {
-  fdPosition_ = platform().seek(fd_, 0, SEEK_END);
-  if (fdPosition_ < 0) return -2;
+  const std::int64_t onDisk = platform().seek(fd_, 0, SEEK_END);
+  if (onDisk < 0) return -2;
   const std::int64_t bufferEnd = bufferStart_ + static_cast<std::int64_t>(used_);
-  return dirty_ ? std::max(fdPosition_, bufferEnd) : fdPosition_;
+  return dirty_ ? std::max(onDisk, bufferEnd) : onDisk;
 }
 
 // What the buffer has past the new end goes only after the system has cut the file.

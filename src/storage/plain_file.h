@@ -6,6 +6,9 @@
 // they lose their place when writing turns into reading, and they read around
 // every seek, which is what the files of pages do most.
 //
+// Reads that follow each other fill the buffer; one that stands alone asks the
+// system for its own bytes only, and leaves what is yet to be written where it is.
+//
 // A call that fails gives -2 with the reason in errno. What write has taken is
 // kept until it has arrived: a flush or write that failed on a full disk may be
 // repeated, and a write that failed has taken nothing.
@@ -48,20 +51,24 @@ class PlainFile {
   int discard();
 
  private:
+  static constexpr std::size_t kBufferSize = std::size_t{1} << 16;
+
   std::size_t buffered() const;
   std::size_t take(char* data, std::size_t size);
   std::int64_t fill();
-  std::int64_t readAt(std::int64_t offset, char* data, std::size_t size);
+  bool readsAlone(std::size_t size) const;
+  std::int64_t readDirect(char* data, std::size_t size);
+  std::int64_t readBuffered(char* data, std::size_t size);
+  bool fitsBuffer(std::size_t size) const;
   bool writeAt(std::int64_t offset, const char* data, std::size_t size);
-  bool place(std::int64_t offset);
   bool writeBuffer();
 
   int fd_;
   bool writable_;
-  std::int64_t position_ = 0;    // where the next read or write is
-  std::int64_t fdPosition_ = 0;  // where the system's descriptor stands, -1: not known
+  std::int64_t position_ = 0;  // where the next read or write is
+  std::int64_t readEnd_ = 0;   // where the last read has ended
   std::int64_t bufferStart_ = 0;
   std::size_t used_ = 0;
   bool dirty_ = false;
-  std::array<char, 8192> buffer_;
+  std::array<char, kBufferSize> buffer_;
 };

@@ -39,16 +39,15 @@ class FaultPlatform : public Platform {
     return fails() ? -1 : Platform::read(fd, buffer, size);
   }
   ssize_t write(int fd, const void* buffer, std::size_t size) override {
-    if (fails()) return -1;
-    if (space_ < static_cast<std::int64_t>(size)) size = static_cast<std::size_t>(space_);
-    if (size == 0) {
-      errno = ENOSPC;
-      failed_ = true;
-      return -1;
-    }
-    const ssize_t written = Platform::write(fd, buffer, size);
-    if (written > 0) space_ -= written;
-    return written;
+    if (fails() || !takeSpace(size)) return -1;
+    return spend(Platform::write(fd, buffer, size));
+  }
+  ssize_t readAt(int fd, void* buffer, std::size_t size, off_t offset) override {
+    return fails() ? -1 : Platform::readAt(fd, buffer, size, offset);
+  }
+  ssize_t writeAt(int fd, const void* buffer, std::size_t size, off_t offset) override {
+    if (fails() || !takeSpace(size)) return -1;
+    return spend(Platform::writeAt(fd, buffer, size, offset));
   }
   off_t seek(int fd, off_t offset, int whence) override {
     return fails() ? -1 : Platform::seek(fd, offset, whence);
@@ -107,6 +106,18 @@ class FaultPlatform : public Platform {
     errno = error_;
     failed_ = true;
     return true;
+  }
+  // Cuts a write to the room that is left; false when there is none.
+  bool takeSpace(std::size_t& size) {
+    if (space_ < static_cast<std::int64_t>(size)) size = static_cast<std::size_t>(space_);
+    if (size > 0) return true;
+    errno = ENOSPC;
+    failed_ = true;
+    return false;
+  }
+  ssize_t spend(ssize_t written) {
+    if (written > 0) space_ -= written;
+    return written;
   }
   bool allocationFails() {
     if (failingAllocations_ == 0) return false;
