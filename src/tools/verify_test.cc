@@ -64,9 +64,7 @@ done
 
 class VerifyTest : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(directory_.build(kText)) << directory_.firstMessage();
-  }
+  void SetUp() override { ASSERT_TRUE(directory_.build(kText)) << directory_.firstMessage(); }
 
   // Lines "FILE PLACE CODE"; "note" in front of a note.
   std::vector<std::string> findings() {
