@@ -14,10 +14,10 @@
 namespace {
 
 // Every slot of the process; PVBopen takes the first free one, PVBclose frees it.
-// Made at the first use, so that what is still open at the end of the process goes
-// before the tables that it stands on.
+// Never destroyed: a run that ends without closing must not write.
 std::array<PVBdatabase, MAXPVB>& slots() {
-  static std::array<PVBdatabase, MAXPVB> table;
+  using Table = std::array<PVBdatabase, MAXPVB>;
+  static Table& table = *std::make_unique<Table>().release();
   return table;
 }
 PVBdatabase& slotAt(int database) { return slots()[static_cast<std::size_t>(database)]; }

@@ -87,14 +87,24 @@ std::int64_t PVBpatternRoot(int database, int pattern);
 // The index that was out of range last; for diagnostics.
 extern int PVBpatternBadIndex;
 
-// The row that holds the key, reserved, or null. `position` gets its beginning.
+// The row that holds the key, reserved, or null. `position` gets its beginning. By
+// cycle and time the look-up goes through bodies and calls down to the row in force,
+// and a repeat counts as a row of its own; within a call, row number and address are
+// those of the call. BY_ID gives the block itself and says nothing of its place.
 PVBrow* PVBpatternInqRow(int database, int pattern, PVBposition& position, int kind);
+// The changes find their row at any depth of loops, but never enter a call. An id
+// doesn't tell a place: BY_ID is refused with status 27.
+//
 // Inserts before the row that the key finds, or at the end when it finds none: the
-// row's id, or -1. The row stays reserved.
+// row's id, or -1. The key must be the beginning of a row. The row stays reserved.
+// A new loop gets an empty body and its end row; an insertion at the end row's
+// number goes into the body. A call must name a subroutine in use.
 std::int64_t PVBrowInsert(int database, int pattern, PVBposition& position, int kind, PVBrow& row);
-// Deletes the row and all that hangs on it (body, scan runs, property list).
+// Deletes the row and all that hangs on it (body, scan runs, property list). An end
+// row goes with its loop only.
 int PVBpatternDeleteRow(int database, int pattern, PVBposition& position, int kind);
-// Takes over what was changed in a row: its entry and all sums.
+// Takes over what was changed in a row: its entry and all sums. The row must be the
+// one found, and can't become a loop or cease to be one.
 int PVBrowUpdate(int database, int pattern, PVBposition& position, int kind, PVBrow& row);
 // What an entry of a leaf says of a row.
 PVBnodeEntry PVBrowToEntry(int database, const PVBrow& row);

@@ -169,7 +169,7 @@ int PVBpropertySave(int database, const std::string& directory) {
   if (slot == nullptr) return -2;
   PVBpropertyData& data = *slot->properties;
   const bool inPlace = directory.empty() || directory == slot->path;
-  if (inPlace && (!data.dirty || !slot->writable)) return 0;
+  if (inPlace && !slot->writable) return 0;
   if (inPlace) {
     data.needRewrite = data.needRewrite || data.hasGarbage;
     if (!flushFiles(data)) return fail("PVBpropertySave", 85, PagePath(data.lists));

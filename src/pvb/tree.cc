@@ -1,7 +1,5 @@
 #include "pvb/tree.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "base/time_internal.h"
@@ -160,6 +158,8 @@ Seek TreePath::descend(std::uint32_t root, const TreeKey& key) {
   std::uint32_t block = root;
   bool pastEnd = false;
   while (depth_ < limit) {
+    // A change on a path that crosses itself would find counts that it didn't expect.
+    if (hold_ == Hold::yes && contains(block)) break;
     NodeHandle node = getNode(file_, block);
     if (!node) break;
     std::uint32_t index = node->count;

@@ -1,7 +1,6 @@
 #include "pvb/tree.h"
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 #include <cstring>
