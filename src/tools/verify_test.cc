@@ -120,6 +120,21 @@ TEST_F(VerifyTest, FindsNothingInASoundDatabaseAndLeavesItAlone) {
   }
 }
 
+// Such calls stand for no time.
+TEST_F(VerifyTest, TakesSubroutinesThatCallThemselves) {
+  ASSERT_TRUE(
+      directory_.build("pvb-dump 1\ndatabase version=501 row-width=8\n"
+                       "timeplate 0 \"tp\" period=1nS\nsubroutine 0 \"a\"\n"
+                       "subroutine 1 \"b\"\nrows main\n  call \"a\" x3\n  loop x2\n"
+                       "    call \"b\"\n  end\nrows 0\n  row \"tp\"\n"
+                       "  call \"b\" x2\nrows 1\n  row \"tp\" x7\n  call \"a\"\ndone\n",
+                       "circle"))
+      << directory_.firstMessage();
+  const VerifyCounts counts = verifyDatabase(
+      directory_.path("circle"), [](const Message& message) { ADD_FAILURE() << message.text; });
+  EXPECT_EQ(counts.faults, 0);
+}
+
 TEST_F(VerifyTest, FindsDamagedHeaders) {
   damageByte("pvb.h", 7, 12);
   EXPECT_THAT(findings(), Contains("pvb.h  PVB0401"));
