@@ -34,7 +34,7 @@ bool readNode(int file, std::uint32_t block, Node& node) {
   std::memcpy(&node.self, bytes.data() + kSelfOffset, 4);
   std::memcpy(&node.count, bytes.data() + kCountOffset, 4);
   node.leaf = bytes.data()[kLeafOffset] == 1;
-  if (node.count > kNodeEntries) return true;
+  if (node.count == 0 || node.count > kNodeEntries) return true;
   node.entries.resize(node.count);
   std::memcpy(node.entries.data(), bytes.data(), node.count * sizeof(PVBnodeEntry));
   return true;
