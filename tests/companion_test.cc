@@ -17,9 +17,11 @@ using testing::StartsWith;
 class CompanionTest : public testing::Test {
  protected:
   ProgramResult run(std::vector<std::string> arguments) {
-    return runProgram(PVB_BINARY, {.arguments = std::move(arguments),
-                                   .directory = dir_.path(),
-                                   .environment = {{"MVK_TMPDIR", dir_.path("tmp")}}});
+    ProgramCall call;
+    call.arguments = std::move(arguments);
+    call.directory = dir_.path();
+    call.environment["MVK_TMPDIR"] = dir_.path("tmp");
+    return runProgram(PVB_BINARY, call);
   }
   void SetUp() override {
     std::filesystem::create_directory(dir_.path("tmp"));

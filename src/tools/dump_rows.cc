@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <set>
 
@@ -19,7 +21,7 @@ std::vector<std::string> references(const std::vector<std::optional<std::string>
   std::vector<std::string> result;
   for (std::size_t i = 0; i < names.size(); ++i) {
     const bool clear = names[i] && !twice.contains(*names[i]);
-    result.push_back(clear ? quotedText(*names[i]) : "#" + std::to_string(i));
+    result.push_back(clear ? quotedText(*names[i]) : fmt::format("#{}", i));
   }
   return result;
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "support/dump_support.h"
+#include "support/fault_platform.h"
 #include "tools/dump_format.h"
 #include "tools/quote.h"
 
@@ -209,6 +210,37 @@ TEST(Build, TellsWhatIsWrongAndWhere) {
     EXPECT_EQ(directory.messages().size(), 1U);
     EXPECT_EQ(PVBinqByPath(directory.path()), -1);
   }
+}
+
+// A build either says why it failed or made the whole database; a dump likewise.
+TEST(Build, FailsWithAMessageOrMakesTheWholeDatabase) {
+  std::string whole;
+  {
+    DumpDirectory directory;
+    ASSERT_TRUE(directory.build(everything()));
+    whole = directory.dump();
+  }
+  testing::internal::CaptureStderr();  // closing prints why it failed
+  for (int n = 1, failed = 1; failed != 0; n += n < 200 ? 1 : 37) {
+    DumpDirectory directory;
+    bool built = false;
+    {
+      FaultPlatform faults;
+      faults.failFileCall(n);
+      built = directory.build(everything());
+      failed = faults.failed();
+    }
+    EXPECT_EQ(directory.messages().empty(), built) << n;
+    EXPECT_EQ(PVBinqByPath(directory.path()), -1) << n;
+    if (built) {
+      EXPECT_EQ(directory.dump(), whole) << n;
+      FaultPlatform faults;
+      faults.failFileCall(n);
+      const std::string again = directory.dump();
+      EXPECT_TRUE(again == whole || !directory.messages().empty()) << n;
+    }
+  }
+  testing::internal::GetCapturedStderr();
 }
 
 RC_GTEST_PROP(Quote, GivesAnyBytesBack, (std::string text)) {

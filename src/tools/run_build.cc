@@ -16,31 +16,22 @@ namespace {
 
 constexpr std::string_view kStandardInput = "-";
 
-int fail(MessageCode code, const std::string& file, std::string text) {
-  Message message;
-  message.code = code;
-  message.file = file;
-  message.text = std::move(text);
-  printMessage(message);
-  return kExitFailed;
-}
-
 // Whether what stands under the final name may go: a database, or nothing.
 bool mayReplace(const std::string& path, bool force) {
   if (!fileExists(path)) return true;
   if (!force) {
-    fail(kExists, path, "the destination is there already");
+    refuse(kExists, "the destination is there already", path);
     return false;
   }
   std::vector<std::string> names;
   if (!directoryExists(path) || !platform().list(path.c_str(), names)) {
-    fail(kNotReplaceable, path, "this is no database");
+    refuse(kNotReplaceable, "this is no database", path);
     return false;
   }
   const auto foreign =
       std::ranges::find_if(names, [](const std::string& name) { return !isDatabaseFile(name); });
   if (foreign == names.end()) return true;
-  fail(kNotReplaceable, path, fmt::format("'{}' in it is no file of a database", *foreign));
+  refuse(kNotReplaceable, fmt::format("'{}' in it is no file of a database", *foreign), path);
   return false;
 }
 
@@ -64,7 +55,8 @@ int build(const std::string& text, const std::string& path) {
   TextFilePtr file =
       PBopenCompressedTextFile(standardInput ? "/dev/stdin" : text, "r", false, kTextGzip);
   if (!file) {
-    return fail(kCantRead, text, fmt::format("the text can't be opened: {}", takePostedReasons()));
+    return refuse(kCantRead, fmt::format("the text can't be opened: {}", takePostedReasons()),
+                  text);
   }
   DumpScanner in(std::move(file), standardInput ? "<stdin>" : text, printMessage);
   const std::string fresh = fmt::format("{}.tmp{}", path, getpid());
@@ -72,7 +64,7 @@ int build(const std::string& text, const std::string& path) {
   if (built && putInPlace(fresh, path)) return kExitYes;
   const std::string reason = std::strerror(errno);
   removeDatabaseDirectory(fresh);
-  return built ? fail(kCantWrite, path, reason) : kExitFailed;
+  return built ? refuse(kCantWrite, reason, path) : kExitFailed;
 }
 
 }  // namespace

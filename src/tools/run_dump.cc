@@ -9,22 +9,13 @@
 
 namespace {
 
-int fail(MessageCode code, const std::string& file, std::string text) {
-  Message message;
-  message.code = code;
-  message.file = file;
-  message.text = std::move(text);
-  printMessage(message);
-  return kExitFailed;
-}
-
 int dumpToFile(int database, const std::string& path) {
   OutputFile file;
-  if (!file.open(path)) return fail(kCantWrite, path, std::strerror(errno));
+  if (!file.open(path)) return refuse(kCantWrite, std::strerror(errno), path);
   TextSink sink = streamSink(file.stream());
   const bool whole = dumpDatabase(database, sink, printMessage);
   if (!whole && sink.good()) return kExitFailed;
-  if (!whole || !file.commit()) return fail(kCantWrite, path, std::strerror(errno));
+  if (!whole || !file.commit()) return refuse(kCantWrite, std::strerror(errno), path);
   return kExitYes;
 }
 
@@ -40,12 +31,12 @@ int runDump(std::span<const std::string> arguments) {
   usage.app.add_flag("--force", force, "Replace the file when it is there");
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (!output.empty() && !force && fileExists(output)) {
-    return fail(kExists, output, "the file is there already");
+    return refuse(kExists, "the file is there already", output);
   }
   ReadDatabase database;
   if (!database.open(databasePath(path), printMessage)) return kExitFailed;
   if (!output.empty()) return dumpToFile(database.handle(), output);
   TextSink sink = streamSink(stdout);
   if (dumpDatabase(database.handle(), sink, printMessage)) return kExitYes;
-  return sink.good() ? kExitFailed : fail(kOutputLost, "", "standard output can't be written");
+  return sink.good() ? kExitFailed : refuse(kOutputLost, "standard output can't be written");
 }

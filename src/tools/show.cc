@@ -320,14 +320,6 @@ constexpr std::array<Section, 12> kSections = {{{"overview", showOverview},
                                                 {"findings", showFindings},
                                                 {"files", showFiles}}};
 
-int refuse(std::string text) {
-  Message message;
-  message.code = kBadUsage;
-  message.text = std::move(text);
-  printMessage(message);
-  return kExitFailed;
-}
-
 const Section* findSection(std::string_view name) {
   const auto found =
       std::ranges::find_if(kSections, [name](const Section& row) { return row.name == name; });
@@ -369,21 +361,17 @@ int runShow(std::span<const std::string> arguments) {
   if (section == nullptr) {
     std::vector<std::string_view> names;
     for (const Section& row : kSections) names.push_back(row.name);
-    return refuse(fmt::format("'{}' is no section{}", name, didYouMean(name, names)));
+    return refuse(kBadUsage, fmt::format("'{}' is no section{}", name, didYouMean(name, names)));
   }
   RowRange range;
   if (!rows.empty() && !readRange(rows, range)) {
-    return refuse(fmt::format("'{}' is no range of rows", rows));
+    return refuse(kBadUsage, fmt::format("'{}' is no range of rows", rows));
   }
   ReadDatabase database;
   if (!database.open(databasePath(path), printMessage)) return kExitFailed;
   TextSink out = streamSink(stdout);
   const Show show{database.handle(), out, usage.format(), range};
   if (section->show(show)) return kExitYes;
-  Message message;
-  message.code = kRowsNotReadable;
-  message.file = path;
-  message.text = "not everything could be read";
-  if (out.good()) printMessage(message);
-  return kExitFailed;
+  return out.good() ? refuse(kRowsNotReadable, "not everything could be read", path)
+                    : refuse(kOutputLost, "standard output can't be written");
 }

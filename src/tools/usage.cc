@@ -10,14 +10,6 @@
 
 namespace {
 
-int fail(MessageCode code, std::string text) {
-  Message message;
-  message.code = code;
-  message.text = std::move(text);
-  printMessage(message);
-  return kExitFailed;
-}
-
 // The nearest option of the first word that isn't one.
 std::string unknownOption(const CLI::App& app, const std::vector<std::string>& extras) {
   std::vector<std::string> names;
@@ -35,6 +27,15 @@ std::string unknownOption(const CLI::App& app, const std::vector<std::string>& e
 }
 
 }  // namespace
+
+int refuse(MessageCode code, std::string text, std::string file) {
+  Message message;
+  message.code = code;
+  message.text = std::move(text);
+  message.file = std::move(file);
+  printMessage(message);
+  return kExitFailed;
+}
 
 Usage::Usage(std::string_view verb) : verb_(verb) {
   app.set_help_flag();
@@ -60,9 +61,9 @@ std::optional<int> Usage::parse(std::span<const std::string> arguments) {
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ExtrasError&) {
-    return fail(kBadUsage, unknownOption(app, app.remaining()));
+    return refuse(kBadUsage, unknownOption(app, app.remaining()));
   } catch (const CLI::ParseError& error) {
-    return fail(kBadUsage, error.what());
+    return refuse(kBadUsage, error.what());
   }
   setMessageColor(color_ == "always"  ? ColorMode::always
                   : color_ == "never" ? ColorMode::never

@@ -11,11 +11,15 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/message.h"
 #include "tools/table_output.h"
 
 inline constexpr int kExitYes = 0;
 inline constexpr int kExitNo = 1;
 inline constexpr int kExitFailed = 2;
+
+// Prints an error; the exit code of what could not be done.
+int refuse(MessageCode code, std::string text, std::string file = {});
 
 // A verb's command line: declare options and arguments on `app`, then parse.
 class Usage {

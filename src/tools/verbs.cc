@@ -81,11 +81,7 @@ const Verb* findVerb(std::string_view name) {
 int unknownVerb(std::string_view name) {
   std::vector<std::string_view> names;
   for (const Verb& verb : kVerbs) names.push_back(verb.name);
-  Message message;
-  message.code = kUnknownVerb;
-  message.text = fmt::format("'{}' is no verb{}", name, didYouMean(name, names));
-  printMessage(message);
-  return kExitFailed;
+  return refuse(kUnknownVerb, fmt::format("'{}' is no verb{}", name, didYouMean(name, names)));
 }
 
 void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
@@ -134,13 +130,7 @@ int runExplain(std::span<const std::string> arguments) {
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (code.empty()) return listCodes();
   const MessageRow* row = messageRow(codeNumber(code));
-  if (row == nullptr) {
-    Message message;
-    message.code = kUnknownCode;
-    message.text = fmt::format("'{}' is no message code", code);
-    printMessage(message);
-    return kExitFailed;
-  }
+  if (row == nullptr) return refuse(kUnknownCode, fmt::format("'{}' is no message code", code));
   print(fmt::format("{}: {}\n\n{}\n\nWhat to do: {}\n", messageCodeText(row->code), row->title,
                     row->explanation, row->remedy));
   return kExitYes;
@@ -178,12 +168,8 @@ int runCompanion(std::span<const std::string> arguments) {
   if (word == "-h" || word == "--help") return runHelp({});
   const Verb* verb = findVerb(word);
   if (verb == nullptr) return unknownVerb(word);
-  int exit = verb->run(arguments.subspan(1));
+  const int exit = verb->run(arguments.subspan(1));
   PBdiscardErrors();
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exit;
-  Message message;
-  message.code = kOutputLost;
-  message.text = "standard output can't be written";
-  printMessage(message);
-  return kExitFailed;
+  return refuse(kOutputLost, "standard output can't be written");
 }

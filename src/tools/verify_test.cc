@@ -64,9 +64,7 @@ done
 
 class VerifyTest : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(directory_.build(kText)) << directory_.firstMessage();
-  }
+  void SetUp() override { ASSERT_TRUE(directory_.build(kText)) << directory_.firstMessage(); }
 
   // Lines "FILE PLACE CODE"; "note" in front of a note.
   std::vector<std::string> findings() {
@@ -120,6 +118,21 @@ TEST_F(VerifyTest, FindsNothingInASoundDatabaseAndLeavesItAlone) {
     const std::string name = entry.path().filename().string();
     EXPECT_EQ(directory_.directory().read("db/" + name), before.at(name)) << name;
   }
+}
+
+// Such calls stand for no time.
+TEST_F(VerifyTest, TakesSubroutinesThatCallThemselves) {
+  ASSERT_TRUE(
+      directory_.build("pvb-dump 1\ndatabase version=501 row-width=8\n"
+                       "timeplate 0 \"tp\" period=1nS\nsubroutine 0 \"a\"\n"
+                       "subroutine 1 \"b\"\nrows main\n  call \"a\" x3\n  loop x2\n"
+                       "    call \"b\"\n  end\nrows 0\n  row \"tp\"\n"
+                       "  call \"b\" x2\nrows 1\n  row \"tp\" x7\n  call \"a\"\ndone\n",
+                       "circle"))
+      << directory_.firstMessage();
+  const VerifyCounts counts = verifyDatabase(
+      directory_.path("circle"), [](const Message& message) { ADD_FAILURE() << message.text; });
+  EXPECT_EQ(counts.faults, 0);
 }
 
 TEST_F(VerifyTest, FindsDamagedHeaders) {
