@@ -328,6 +328,7 @@ PVBscanRunIterator PVBcreateScanRunIterator(int database, const PVBrow& row) {
   PVBscanRunIterator iterator;
   ScanRunWalk walk(database, row);
   while (walk.next()) iterator.runs.push_back(walk.id());
+  iterator.whole = walk.good();
   return iterator;
 }
 

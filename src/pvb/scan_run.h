@@ -57,6 +57,7 @@ PVBid PVBscanRunNext(int database, PVBid run);
 // chain of links those before the damage, with a status.
 struct PVBscanRunIterator {
   PVBidList runs;
+  bool whole = true;  // false: a run couldn't be read, and those behind it are missing
   int position = -1;
 };
 PVBscanRunIterator PVBcreateScanRunIterator(int database, const PVBrow& row);

@@ -104,7 +104,7 @@ TEST(CompressedFile, TellsABlockThatCannotBeUnpacked) {
   const std::string path = directory.path("f");
   for (const std::string& packed : {std::string("\1"), std::string("\0\0short", 7)}) {
     std::unique_ptr<CompressedFile> file = CompressedFile::create(path);
-    EXPECT_TRUE(writeAt(*file, 0, "data"));
+    EXPECT_TRUE(writeAt(*file, 0, std::string(kZipBlockSize, 'd')));
     EXPECT_EQ(file->close(), 0);
     VPageFilePtr store = VPageOpen(path, 1);
     std::copy(packed.begin(), packed.end(),

@@ -202,7 +202,7 @@ TEST(Cio, WhatAFullDiskRefusedArrivesOnceThereIsRoom) {
   faults.setDiskSpace(10);
   const int file = PBcfopenPlain(directory.path("file"), kCfNew);
   const std::string small(100, 'x');
-  const std::string large(9000, 'y');
+  const std::string large(70000, 'y');
   EXPECT_EQ(PBcfwrite(file, small.data(), small.size()), 100);
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(PBcfflush(file), -2);
@@ -211,7 +211,7 @@ TEST(Cio, WhatAFullDiskRefusedArrivesOnceThereIsRoom) {
   EXPECT_EQ(PBcfwrite(file, large.data(), large.size()), -2);
   EXPECT_EQ(PBcfsize(file), 100);
   faults.freeDiskSpace();
-  EXPECT_EQ(PBcfwrite(file, large.data(), large.size()), 9000);
+  EXPECT_EQ(PBcfwrite(file, large.data(), large.size()), 70000);
   EXPECT_EQ(PBcfclose(file), 0);
   EXPECT_EQ(directory.read("file"), small + large);
   errno = 0;

@@ -244,11 +244,11 @@ bool RowDump::belowRow(const PVBrow& row) {
 
 bool RowDump::runs(const PVBrow& row) {
   PVBscanRunIterator iterator = PVBcreateScanRunIterator(database_, row);
+  bool good = iterator.whole;
   for (PVBid id = PVBscanRunIterFirst(iterator); id != UNDEF; id = PVBscanRunIterNext(iterator)) {
     PVBscanRun run;
-    if (!PVBscanRunInq(database_, id, run)) {
-      return dump_.fail(kRowsNotReadable, "pvb.rd: a scan run can't be read");
-    }
+    good = good && PVBscanRunInq(database_, id, run);
+    if (!good) break;
     indent(loops_.size() + 1);
     dump_.text() += "run ";
     appendWord(dump_.text(), kRunTypeWords, run.type);
@@ -257,7 +257,7 @@ bool RowDump::runs(const PVBrow& row) {
     vector(run.state);
     dump_.end();
   }
-  return true;
+  return good || dump_.fail(kRowsNotReadable, "pvb.rd: a scan run can't be read");
 }
 
 // By name, or by its place among all vectors, from 1; `none` for one that isn't there.

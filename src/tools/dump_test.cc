@@ -221,7 +221,7 @@ TEST(Build, FailsWithAMessageOrMakesTheWholeDatabase) {
     whole = directory.dump();
   }
   testing::internal::CaptureStderr();  // closing prints why it failed
-  for (int n = 1, failed = 1; failed != 0; n += n < 200 ? 1 : 37) {
+  for (int n = 1, failed = 1; failed != 0; n += n < 300 ? 1 : 37) {
     DumpDirectory directory;
     bool built = false;
     {
