@@ -25,6 +25,9 @@ constexpr std::size_t kTableAt = 16;
 constexpr std::size_t kFirstTableSize = 32;
 constexpr std::int64_t kMaxBlocks = std::int64_t{1} << 28;  // a table of a gigabyte
 constexpr auto kBlockSize = static_cast<std::int64_t>(kZipBlockSize);
+// More than any block packs to: pages that lie over each other in a damaged file
+// would be read again and again.
+constexpr std::int64_t kMaxPacked = 2 * kBlockSize;
 constexpr int kBadFormat = 87;
 constexpr int kOldFormat = 106;
 
@@ -243,6 +246,11 @@ bool CompressedFile::startBlock(Block& block) {
     std::fill(block.data.begin(), block.data.end(), std::uint8_t{0});
     block.ready = kBlockSize;
     return true;
+  }
+  if (VPageSize(*store_, page) > kMaxPacked) {
+    errno = 0;
+    PBpostError("unzip", 0, "Error decoding");
+    return false;
   }
   const auto* packed = static_cast<const std::uint8_t*>(VPageGet(*store_, page));
   if (packed == nullptr) return postStore("Get");
