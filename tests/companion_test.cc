@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <memory>
 
 #include "support/program.h"
 #include "support/temp_dir.h"
+#include "support/untouched.h"
 
 namespace {
 
@@ -17,6 +20,8 @@ using testing::StartsWith;
 class CompanionTest : public testing::Test {
  protected:
   ProgramResult run(std::vector<std::string> arguments) {
+    std::unique_ptr<Untouched> untouched;
+    if (arguments.front() != "build") untouched = std::make_unique<Untouched>(dir_.path("db"));
     ProgramCall call;
     call.arguments = std::move(arguments);
     call.directory = dir_.path();

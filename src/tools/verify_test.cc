@@ -68,6 +68,7 @@ class VerifyTest : public testing::Test {
 
   // Lines "FILE PLACE CODE"; "note" in front of a note.
   std::vector<std::string> findings() {
+    const Untouched untouched(directory_.path());
     std::vector<std::string> lines;
     const VerifyCounts counts = verifyDatabase(directory_.path(), [&](const Message& message) {
       std::string line = message.severity == Severity::note ? "note " : "";

@@ -1,17 +1,19 @@
 #pragma once
 
-// A database in a directory of its own, open from construction to destruction, for
-// tests and benchmarks; with hashes of its files, to see that reading changes none.
+// A database in a directory of its own, open from construction to destruction.
+// While it is open for reading only, its files are watched: they must not change.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "base/temp_directory.h"
 #include "pvb/database.h"
 #include "support/temp_dir.h"
+#include "support/untouched.h"
 
 class TestDatabase {
  public:
@@ -24,6 +26,7 @@ class TestDatabase {
   }
   ~TestDatabase() {
     if (handle_ >= 0 && PVBget(handle_) != nullptr) PVBcloseUnsaved(handle_);
+    untouched_.reset();
     PBsetTempDirectory("");
   }
 
@@ -34,11 +37,13 @@ class TestDatabase {
 
   // False when the database couldn't be opened; handle() is then -1.
   bool open(bool writable = true) {
+    if (!writable) untouched_ = std::make_unique<Untouched>(path());
     handle_ = PVBopenAny(path(), writable, rowWidth_, numBuffers_, sections_, false);
     return handle_ >= 0;
   }
   void close() {
     EXPECT_EQ(PVBclose(handle_), 0);
+    untouched_.reset();
     handle_ = -1;
   }
   void reopen(bool writable = true) {
@@ -47,14 +52,7 @@ class TestDatabase {
   }
 
   // Name and content of every file of the database directory.
-  std::map<std::string, std::string> files() const {
-    std::map<std::string, std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator(path())) {
-      const std::string name = entry.path().filename().string();
-      result[name] = dir_.read("db/" + name);
-    }
-    return result;
-  }
+  std::map<std::string, std::string> files() const { return directoryContent(path()); }
   // Files left in the temporary directory.
   std::size_t temporaryFiles() const {
     std::size_t count = 0;
@@ -71,4 +69,5 @@ class TestDatabase {
   int numBuffers_;
   std::uint32_t sections_;
   int handle_ = -1;
+  std::unique_ptr<Untouched> untouched_;
 };

@@ -9,6 +9,7 @@
 #include "base/temp_directory.h"
 #include "pvb/database.h"
 #include "support/temp_dir.h"
+#include "support/untouched.h"
 #include "tools/build.h"
 #include "tools/dump.h"
 #include "tools/open_database.h"
@@ -25,6 +26,7 @@ class DumpDirectory {
     return buildDatabase(in, path(name));
   }
   std::string dump(const std::string& name = "db") {
+    const Untouched untouched(path(name));
     std::string text;
     ReadDatabase database;
     if (!database.open(path(name), keep())) return "can't be opened: " + firstMessage();
