@@ -21,7 +21,9 @@ class CompanionTest : public testing::Test {
  protected:
   ProgramResult run(std::vector<std::string> arguments) {
     std::unique_ptr<Untouched> untouched;
-    if (arguments.front() != "build") untouched = std::make_unique<Untouched>(dir_.path("db"));
+    if (arguments.empty() || arguments.front() != "build") {
+      untouched = std::make_unique<Untouched>(dir_.path("db"));
+    }
     ProgramCall call;
     call.arguments = std::move(arguments);
     call.directory = dir_.path();

@@ -71,7 +71,10 @@ int PBcopyFile(const std::string& from, const std::string& to) {
   if (source.get() < 0 || platform().status(from.c_str(), status) != 0) return -2;
   TempFile target(to + ".new");
   const mode_t rights = (status.st_mode & 0777) | S_IWUSR;
-  Descriptor copy(platform().open(target.path().c_str(), O_RDWR | O_CREAT | O_TRUNC, rights));
+  // What an interrupted run has left makes way; never write through a link that
+  // someone else has put there.
+  platform().remove(target.path().c_str());
+  Descriptor copy(platform().open(target.path().c_str(), O_RDWR | O_CREAT | O_EXCL, rights));
   if (copy.get() < 0) {
     target.release();
     return -2;
