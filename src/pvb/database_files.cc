@@ -54,7 +54,7 @@ int PVBcopy(const std::string& toPath, const std::string& fromPath) {
   int result = 0;
   for (const std::string_view name : databaseFiles(true)) {
     const std::string source = PVBfilePath(fromPath, name);
-    if (name == kLockFile || !fileExists(source)) continue;
+    if (name == kLockFile || presenceOf(source) == Presence::absent) continue;
     if (PBcopyFile(source, PVBfilePath(toPath, name)) == 0) continue;
     PBpostError("PVBcopy", 85, source);
     result = -2;
@@ -72,7 +72,8 @@ int PVBdelete(const std::string& path, bool sideFilesToo) {
   int result = 0;
   for (const std::string_view name : databaseFiles(sideFilesToo)) {
     const std::string file = PVBfilePath(path, name);
-    if (fileExists(file) && platform().remove(file.c_str()) != 0) result = -2;
+    if (presenceOf(file) == Presence::absent) continue;
+    if (platform().remove(file.c_str()) != 0) result = -2;
   }
   return removeDirectory(path) == 0 ? result : -2;
 }

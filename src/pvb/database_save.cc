@@ -24,7 +24,7 @@ int copySectionFiles(const SectionRow& row, const std::string& from, const std::
   int result = 0;
   for (const std::string_view name : row.files) {
     const std::string source = PVBfilePath(from, name);
-    if (!fileExists(source)) continue;
+    if (presenceOf(source) == Presence::absent) continue;
     if (PBcopyFile(source, PVBfilePath(to, name)) == 0) continue;
     PBpostError("PVBsaveAs", 85, source);
     result = -2;

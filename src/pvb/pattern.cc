@@ -49,7 +49,7 @@ int badFormat(const std::string& path) {
 std::string pathToOpen(const PVBdatabase& slot, PVBpatternData& data, std::string_view name) {
   const std::string path = PVBfilePath(slot.path, name);
   if (slot.writable) return path;
-  if (fileExists(path)) {
+  if (presenceOf(path) != Presence::absent) {
     data.copies.push_back(PBprivateCopy(path));
   } else {
     errno = 0;

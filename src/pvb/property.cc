@@ -155,7 +155,8 @@ int PVBpropertyOpen(int database, int numBuffers) {
   if (slot == nullptr) return -2;
   if (slot->properties) return 0;
   auto data = std::make_unique<PVBpropertyData>();
-  const bool exists = fileExists(PVBfilePath(slot->path, kListsName));
+  // One that can't be looked at is opened, which fails, rather than made anew.
+  const bool exists = presenceOf(PVBfilePath(slot->path, kListsName)) != Presence::absent;
   FilePair files;
   if (choosePaths(*slot, exists, *data, files) != 0) return -2;
   if (openFiles(files, exists, numBuffers, *data) != 0) return -2;

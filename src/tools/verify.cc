@@ -128,14 +128,14 @@ void Verification::note(MessageCode code, std::string_view file, std::string pla
 void verifyFiles(Verification& verification) {
   for (const std::string_view name : kContainers) {
     const std::string path = PVBfilePath(verification.path(), name);
-    if (!fileExists(path)) continue;
+    if (presenceOf(path) == Presence::absent) continue;
     const int faults = PBcfCheck(path, [&](std::string_view text) {
       verification.fault(kContainerFault, name, "", std::string(text));
     });
     if (faults < 0) verification.fault(kFileFault, name, "", "can't be read");
   }
   const std::string vectors = PVBfilePath(verification.path(), "pvb.st");
-  if (fileExists(vectors)) {
+  if (presenceOf(vectors) != Presence::absent) {
     const int faults = VPageCheck(vectors, [&](std::string_view line) {
       if (line.starts_with("INDEX OK") || line.starts_with("INDEX MISSING")) return;
       verification.fault(kPageFileFault, "pvb.st", "", std::string(line));
