@@ -47,7 +47,7 @@ int badFormat(const std::string& path) {
 // The path to open a file under: its own, or that of a private copy, which is new
 // when there is no such file. Empty after a post.
 std::string pathToOpen(const PVBdatabase& slot, PVBpatternData& data, std::string_view name) {
-  const std::string path = PVBfilePath(slot.path, name);
+  std::string path = PVBfilePath(slot.path, name);
   if (slot.writable) return path;
   if (presenceOf(path) != Presence::absent) {
     data.copies.push_back(PBprivateCopy(path));
@@ -55,7 +55,7 @@ std::string pathToOpen(const PVBdatabase& slot, PVBpatternData& data, std::strin
     errno = 0;
     data.copies.emplace_back(PBtempFileName("pvb"));
   }
-  const std::string copy = data.copies.back().path();
+  std::string copy = data.copies.back().path();
   if (copy.empty()) PBpostError(kOpen, 81, path);
   return copy;
 }

@@ -112,8 +112,7 @@ CallGraph& callGraph(int database, PVBpatternData& data) {
       if (pattern >= 0 && data.subroutines[static_cast<std::size_t>(pattern)].root == kNoNode) {
         continue;
       }
-      data.calls->calls[static_cast<std::size_t>(pattern + 1)] =
-          countCalls(database, pattern, data.calls->callers);
+      data.calls->calls[callerIndex(pattern)] = countCalls(database, pattern, data.calls->callers);
     }
     PVBidList marked;
     orderByCalls(database, data, marked);
@@ -138,7 +137,7 @@ std::vector<std::uint32_t> orderByCalls(int database, PVBpatternData& data, PVBi
 void noteCall(int database, PVBpatternData& data, int pattern, std::uint32_t callee, int delta) {
   if (!data.calls || callee >= data.subroutines.size()) return;
   CallGraph& graph = callGraph(database, data);
-  Calls& calls = graph.calls[static_cast<std::size_t>(pattern + 1)];
+  Calls& calls = graph.calls[callerIndex(pattern)];
   const bool before = calls.count(callee) != 0;
   if (delta > 0) {
     ++calls[callee];

@@ -130,7 +130,7 @@ bool takeSums(const PVBpatternData& data, PVBsubroutine& subroutine) {
 }
 
 bool callsVisited(const PVBpatternData& data, int pattern) {
-  const auto& calls = data.calls->calls[static_cast<std::size_t>(pattern + 1)];
+  const auto& calls = data.calls->calls[callerIndex(pattern)];
   return std::any_of(calls.begin(), calls.end(),
                      [&](const auto& call) { return data.subroutines[call.first].visited; });
 }

@@ -104,6 +104,8 @@ struct CallGraph {
   std::vector<std::map<std::uint32_t, std::uint32_t>> calls;
   std::vector<std::uint32_t> callers;  // by subroutine
 };
+// Where the calls of a pattern stand in CallGraph::calls.
+constexpr std::size_t callerIndex(int pattern) { return static_cast<std::size_t>(pattern) + 1; }
 CallGraph& callGraph(int database, PVBpatternData& data);
 bool hasSubroutines(const PVBpatternData& data);
 // A call row came (1) or went (-1). Circles of calls are marked; the sums follow.

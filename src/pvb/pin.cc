@@ -231,7 +231,7 @@ bool enterPin(PVBpinData& data, PinKind kind, std::unique_ptr<PVBpin> pin) {
     return false;
   }
   if (kind == PinKind::ate) ++data.atePinCount;
-  pin.release();  // the table by id owns it
+  static_cast<void>(pin.release());  // the table by id owns it
   return true;
 }
 
@@ -242,7 +242,7 @@ bool enterColumn(PVBpinData& data, std::unique_ptr<PVBcolumn> column) {
     data.columns.remove(column.get());
     return false;
   }
-  column.release();  // the table by id owns it
+  static_cast<void>(column.release());  // the table by id owns it
   return true;
 }
 

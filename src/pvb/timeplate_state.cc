@@ -54,11 +54,11 @@ constexpr std::array<State, 32> kStates = {{
 }};
 
 // From character to place in kStates.
-constexpr std::array<signed char, 256> kStateIndex = [] {
-  std::array<signed char, 256> index{};
+constexpr std::array<int, 256> kStateIndex = [] {
+  std::array<int, 256> index{};
   index.fill(kNoState);
   for (std::size_t i = 0; i < kStates.size(); ++i) {
-    index[static_cast<unsigned char>(kStates[i].character)] = static_cast<signed char>(i);
+    index[static_cast<unsigned char>(kStates[i].character)] = static_cast<int>(i);
   }
   return index;
 }();

@@ -16,6 +16,7 @@ int tableBuckets(const PVBdatabase& slot) {
 template <typename T>
 std::vector<std::size_t> orderOf(const std::vector<std::unique_ptr<T>>& records, int buckets) {
   std::vector<PVBid> ids;
+  ids.reserve(records.size());
   for (const auto& record : records) ids.push_back(record->id);
   return entryOrder(ids, buckets);
 }

@@ -360,6 +360,7 @@ int runShow(std::span<const std::string> arguments) {
   const Section* section = findSection(name);
   if (section == nullptr) {
     std::vector<std::string_view> names;
+    names.reserve(std::size(kSections));
     for (const Section& row : kSections) names.push_back(row.name);
     return refuse(kBadUsage, fmt::format("'{}' is no section{}", name, didYouMean(name, names)));
   }

@@ -60,7 +60,7 @@ void appendJsonText(std::string& out, std::string_view text) {
   out += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-TableOutput::TableOutput(TextSink& out, TableFormat format, std::string schema,
+TableOutput::TableOutput(TextSink& out, TableFormat format, std::string_view schema,
                          std::vector<std::string> columns)
     : out_(out), format_(format), columns_(std::move(columns)), numeric_(columns_.size(), true) {
   for (const std::string& column : columns_) widths_.push_back(column.size());

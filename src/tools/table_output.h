@@ -24,7 +24,7 @@ using Cell = std::variant<std::monostate, std::int64_t, std::string>;
 class TableOutput {
  public:
   // `schema` names what the rows are, with a version: "pvb-verify/1".
-  TableOutput(TextSink& out, TableFormat format, std::string schema,
+  TableOutput(TextSink& out, TableFormat format, std::string_view schema,
               std::vector<std::string> columns);
   // As many cells as there are columns.
   void row(const std::vector<Cell>& cells);

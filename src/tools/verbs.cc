@@ -80,6 +80,7 @@ const Verb* findVerb(std::string_view name) {
 
 int unknownVerb(std::string_view name) {
   std::vector<std::string_view> names;
+  names.reserve(kVerbs.size());
   for (const Verb& verb : kVerbs) names.push_back(verb.name);
   return refuse(kUnknownVerb, fmt::format("'{}' is no verb{}", name, didYouMean(name, names)));
 }
