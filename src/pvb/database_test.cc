@@ -315,14 +315,14 @@ TEST_F(DatabaseFiles, RenameMovesWhatBeginsWithPvb) {
 // Whichever call of a save fails, the save says so or all is there, and a repeated
 // save makes the database whole.
 TEST(Database, AFailedSaveMayBeRepeated) {
-  for (int n = 1;; n += 3) {
+  for (int n = 1;; ++n) {
     TestDatabase database;
     fill(database.handle(), 60);
     bool failed = false;
     int result = 0;
     {
       FaultPlatform faults;
-      faults.failFileCall(n, ENOSPC);
+      faults.failFileCall(n, n % 2 == 0 ? ENOSPC : EIO);
       result = PVBsave(database.handle());
       failed = faults.failed();
     }
