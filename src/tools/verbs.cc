@@ -167,6 +167,10 @@ int runCompanion(std::span<const std::string> arguments) {
   }
   const std::string& word = arguments.front();
   if (word == "-h" || word == "--help") return runHelp({});
+  if (word == "--version") {
+    print("pvb " PVB_VERSION "\n");
+    return kExitYes;
+  }
   const Verb* verb = findVerb(word);
   if (verb == nullptr) return unknownVerb(word);
   const int exit = verb->run(arguments.subspan(1));
