@@ -276,8 +276,7 @@ class Unpacker {
   // Until `wanted` bytes stand in the output or the text ends. false: an item that
   // can't be.
   bool unpack(std::size_t wanted) {
-    const std::uint8_t* enough = begin_ + wanted;
-    while (in_ != inEnd_ && out_ < enough) {
+    while (in_ != inEnd_ && size() < wanted) {
       if (!group(*in_++)) return false;
     }
     return true;

@@ -101,6 +101,25 @@ std::int64_t blockOffset(std::uint32_t blockSize, std::uint32_t block, const cha
   assertFail(__FILE__, __LINE__);
 }
 
+namespace {
+
+// The dirty blocks that share a packed block with one that was just written: now
+// they cost a copy, later they would cost packing it again. Not those in someone's
+// hands, who may change them yet. One that fails stays dirty, and its own eviction
+// tells.
+void writeNeighbours(PageFile& file, std::uint32_t block) {
+  constexpr std::int64_t kPackedTogether = 65536;
+  const std::uint32_t size = file.header.blockSize;
+  const std::int64_t place = blockOffset(size, block, "write") / kPackedTogether;
+  for (const PlatformPtr<PageBuffer>& buffer : file.buffers) {
+    if (!buffer->dirty || buffer->reserved || buffer->block == kNoBlock) continue;
+    if (blockOffset(size, buffer->block, "write") / kPackedTogether != place) continue;
+    if (writeBuf(file, *buffer) != 0) return;
+  }
+}
+
+}  // namespace
+
 PageBuffer* newBuf(PageFile& file) {
   if (file.numBuffers < file.maxBuffers) return allocateBuf(file);
   PageBuffer* victim = file.lruTail;
@@ -109,10 +128,12 @@ PageBuffer* newBuf(PageFile& file) {
     std::fflush(stderr);
     return nullptr;
   }
-  if (victim->dirty && writeBuf(file, *victim) != 0) {
+  const bool wasDirty = victim->dirty;
+  if (wasDirty && writeBuf(file, *victim) != 0) {
     PBpostError("newBuf", 0, "can't write buffer to free space for new one");
     return nullptr;
   }
+  if (wasDirty && file.compressed) writeNeighbours(file, victim->block);
   reserveBuf(file, *victim);
   removeFromChain(file, *victim);
   return victim;
