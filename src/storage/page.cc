@@ -132,6 +132,7 @@ int ensureOpen(PageFile& file) {
   file.descriptor = open(file.path, file.onDisk ? kCfUpdate : kCfNew);
   if (file.descriptor >= 0) {
     file.onDisk = true;
+    file.packed = PBcfisCompressed(file.descriptor);
     return 0;
   }
   PBpostError("openFile", 0, "Can't open paged file");

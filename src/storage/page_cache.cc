@@ -133,7 +133,7 @@ PageBuffer* newBuf(PageFile& file) {
     PBpostError("newBuf", 0, "can't write buffer to free space for new one");
     return nullptr;
   }
-  if (wasDirty && file.compressed) writeNeighbours(file, victim->block);
+  if (wasDirty && file.packed) writeNeighbours(file, victim->block);
   reserveBuf(file, *victim);
   removeFromChain(file, *victim);
   return victim;

@@ -82,7 +82,8 @@ struct PageFile {
   std::uint32_t fileBlocks = 0;     // the most blocks that the file on disk has held
   std::int64_t freeHint = kNoHint;  // a block between firstFree and lastFree
   std::string tempDir;
-  bool compressed = false;
+  bool compressed = false;  // what a new file is to be
+  bool packed = false;      // what the open one is
   bool headerDirty = false;
   bool onDisk = false;
   std::vector<PlatformPtr<PageBuffer>> buffers;
