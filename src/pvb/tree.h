@@ -110,9 +110,12 @@ int PVBtreeFree(int file, std::uint32_t root,
 // A fault in the structure or the sums of a tree, with its node and what is wrong.
 using TreeFault = std::function<void(std::uint32_t node, const char* what)>;
 // Walks the whole tree: links, counts, self numbers, depth, sums; `onRow` is called
-// for each leaf entry in order. The count of faults.
+// for each leaf entry in order. `seen`, a bit for each node of the file, tells which
+// were met in other trees and is added to: no node may be met twice. The count of
+// faults.
 int PVBtreeCheck(int file, std::uint32_t root, const TreeFault& fault,
-                 const std::function<void(const PVBnodeEntry& entry)>& onRow);
+                 const std::function<void(const PVBnodeEntry& entry)>& onRow,
+                 std::vector<bool>* seen = nullptr);
 
 // Walks the leaf entries of a tree in order. The tree must not change meanwhile.
 class TreeCursor {

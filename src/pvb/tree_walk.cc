@@ -108,8 +108,10 @@ namespace {
 class TreeCheck {
  public:
   TreeCheck(int file, const TreeFault& fault,
-            const std::function<void(const PVBnodeEntry& entry)>& onRow)
-      : file_(file), fault_(fault), onRow_(onRow), seen_(countNodes(file)) {}
+            const std::function<void(const PVBnodeEntry& entry)>& onRow, std::vector<bool>& seen)
+      : file_(file), fault_(fault), onRow_(onRow), seen_(seen) {
+    seen_.resize(countNodes(file));
+  }
 
   int run(std::uint32_t root) {
     enter(root, nullptr);
@@ -164,7 +166,7 @@ class TreeCheck {
   int file_;
   const TreeFault& fault_;
   const std::function<void(const PVBnodeEntry& entry)>& onRow_;
-  std::vector<bool> seen_;
+  std::vector<bool>& seen_;
   std::vector<Step> path_;
   int faults_ = 0;
 };
@@ -172,6 +174,8 @@ class TreeCheck {
 }  // namespace
 
 int PVBtreeCheck(int file, std::uint32_t root, const TreeFault& fault,
-                 const std::function<void(const PVBnodeEntry& entry)>& onRow) {
-  return TreeCheck(file, fault, onRow).run(root);
+                 const std::function<void(const PVBnodeEntry& entry)>& onRow,
+                 std::vector<bool>* seen) {
+  std::vector<bool> own;
+  return TreeCheck(file, fault, onRow, seen != nullptr ? *seen : own).run(root);
 }

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 
 #include "pvb/pattern.h"
@@ -15,59 +14,10 @@
 
 namespace {
 
-constexpr std::size_t kSelfOffset = (kNodeEntries + 1) * sizeof(PVBnodeEntry);
-constexpr std::size_t kCountOffset = kSelfOffset + 4;
-constexpr std::size_t kLeafOffset = kCountOffset + 4;
 constexpr std::uint32_t kRunIdClass = static_cast<std::uint32_t>(kClassScanRun) << 24;
 
-// What a walk needs of a node, copied so that no block stays reserved.
-struct Node {
-  std::uint32_t self = 0;
-  std::uint32_t count = 0;
-  bool leaf = false;
-  std::vector<PVBnodeEntry> entries;
-};
-
-bool readNode(int file, std::uint32_t block, Node& node) {
-  const auto bytes = BlockHandle<std::uint8_t>::get(file, block, typePVBnode);
-  if (!bytes) return false;
-  std::memcpy(&node.self, bytes.data() + kSelfOffset, 4);
-  std::memcpy(&node.count, bytes.data() + kCountOffset, 4);
-  node.leaf = bytes.data()[kLeafOffset] == 1;
-  if (node.count == 0 || node.count > kNodeEntries) return true;
-  node.entries.resize(node.count);
-  std::memcpy(node.entries.data(), bytes.data(), node.count * sizeof(PVBnodeEntry));
-  return true;
-}
-
-// Sums of entries; times as femtoseconds modulo 2^64.
-struct Sums {
-  std::uint64_t time = 0;
-  std::uint32_t rows = 0;
-  std::uint32_t cycles = 0;
-  std::uint32_t addresses = 0;
-
-  friend bool operator==(const Sums&, const Sums&) = default;
-};
-std::uint64_t femtoseconds(TIME time) {
-  constexpr std::uint64_t kUnit = 1000000000;
-  return static_cast<std::uint64_t>(time.major) * kUnit + static_cast<std::uint64_t>(time.minor);
-}
-Sums sumsOf(const PVBnodeEntry& entry) {
-  return {femtoseconds(entry.time), entry.rows, entry.cycles, entry.addresses};
-}
-Sums sumsOf(const Node& node) {
-  Sums sums;
-  for (const PVBnodeEntry& entry : node.entries) {
-    sums.time += femtoseconds(entry.time);
-    sums.rows += entry.rows;
-    sums.cycles += entry.cycles;
-    sums.addresses += entry.addresses;
-  }
-  return sums;
-}
-Sums sumsOf(const PVBposition& position) {
-  return {femtoseconds(position.time), position.row, position.cycle, position.address};
+bool sameSums(const PVBposition& a, const PVBposition& b) {
+  return a.time == b.time && a.row == b.row && a.cycle == b.cycle && a.address == b.address;
 }
 
 std::uint32_t blocksOf(int file) {
@@ -139,14 +89,9 @@ class PatternCheck {
     bool body;
     std::uint32_t count;  // of the loop
   };
-  struct Step {
-    Node node;
-    std::size_t index;
-  };
 
   void pattern(std::uint32_t root);
   void tree(const Tree& tree);
-  bool enter(std::uint32_t block, const PVBnodeEntry* parent);
   void entry(const Tree& tree, const PVBnodeEntry& entry);
   void row(const PVBrow& row, const PVBnodeEntry& entry);
   void compare(const PVBrow& row, const PVBnodeEntry& entry);
@@ -170,7 +115,6 @@ class PatternCheck {
   PropertyCheck& properties_;
   CallCircles circles_;
   std::vector<bool> nodes_, rows_, runs_;  // blocks met so far
-  std::vector<Step> path_;
   std::vector<Tree> open_;
   std::uint32_t lastType_ = ROW_LITERAL;  // of the tree's last entry so far
 };
@@ -200,50 +144,13 @@ void PatternCheck::pattern(std::uint32_t root) {
 
 void PatternCheck::tree(const Tree& tree) {
   lastType_ = ROW_LITERAL;
-  path_.clear();
-  if (!enter(tree.root, nullptr)) return;
-  while (!path_.empty()) {
-    Step& step = path_.back();
-    if (step.index == step.node.entries.size()) {
-      path_.pop_back();
-      continue;
-    }
-    const PVBnodeEntry next = step.node.entries[step.index++];
-    if (step.node.leaf) {
-      entry(tree, next);
-    } else {
-      enter(next.child, &next);
-    }
-  }
-  if (tree.body && lastType_ != ROW_END_LOOP) {
+  const auto fault = [&](std::uint32_t node, const char* what) { nodeFault(node, what); };
+  const auto row = [&](const PVBnodeEntry& next) { entry(tree, next); };
+  const int faults = PVBtreeCheck(data_.nodes, tree.root, fault, row, &nodes_);
+  if (tree.body && faults == 0 && lastType_ != ROW_END_LOOP) {
     verification_.fault(kLoopFault, "pvb.pk", fmt::format("node {}", tree.root),
                         "the body of a loop has no end row");
   }
-}
-
-bool PatternCheck::enter(std::uint32_t block, const PVBnodeEntry* parent) {
-  Node node;
-  std::string what;
-  if (block >= nodes_.size() || !readNode(data_.nodes, block, node)) {
-    what = "can't be read";
-  } else if (nodes_[block]) {
-    what = "is reached twice";
-  } else if (node.self != block) {
-    what = fmt::format("calls itself {}", node.self);
-  } else if (node.count > kNodeEntries) {
-    what = fmt::format("has {} entries", node.count);
-  } else if (path_.size() >= static_cast<std::size_t>(kMaxTreeDepth)) {
-    what = "lies too deep";
-  } else if (parent != nullptr && !(sumsOf(*parent) == sumsOf(node))) {
-    nodeFault(block, "has other sums than the node above it says");
-  }
-  if (block < nodes_.size()) nodes_[block] = true;
-  if (!what.empty()) {
-    nodeFault(block, std::move(what));
-    return false;
-  }
-  path_.push_back({std::move(node), 0});
-  return true;
 }
 
 // --- Rows ----------------------------------------------------------------------------
@@ -294,8 +201,8 @@ void PatternCheck::compare(const PVBrow& row, const PVBnodeEntry& entry) {
                      : entry.rows != expected.rows           ? "number of rows"
                      : entry.cycles != expected.cycles       ? "number of cycles"
                      : entry.addresses != expected.addresses ? "number of addresses"
-                     : femtoseconds(entry.time) != femtoseconds(expected.time) ? "time"
-                                                                               : nullptr;
+                     : entry.time != expected.time           ? "time"
+                                                             : nullptr;
   if (what == nullptr) return;
   const bool timeless = entry.cycles == 0 && entry.time == TIME_ZERO;
   if (row.type == ROW_SUBR_CALL && timeless && circles_.contains(row.link)) return;
@@ -369,7 +276,7 @@ void PatternCheck::tableSums(std::size_t index) {
   PVBposition sums;
   const PVBsubroutine& subroutine = data_.subroutines[index];
   if (subroutine.recursive || PVBtreeSums(data_.nodes, subroutine.root, sums) != 0) return;
-  if (sumsOf(sums) == sumsOf(subroutine.sums)) return;
+  if (sameSums(sums, subroutine.sums)) return;
   verification_.fault(kTableSumsFault, "pvb.ps", fmt::format("subroutine {}", index),
                       "its sums aren't those of its tree");
 }
