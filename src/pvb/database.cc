@@ -56,13 +56,6 @@ int freeSlot() {
   return -1;
 }
 
-bool makeDirectory(const std::string& path) {
-  if (directoryExists(path)) return true;
-  if (platform().makeDirectory(path.c_str(), 0777) == 0) return true;
-  PBpostError("PVBopen", 0, "Could not create PVB directory.");
-  return false;
-}
-
 struct OpenMode {
   bool strict;  // the classic data model only
   bool upgrade;
@@ -104,7 +97,10 @@ int openSlot(int database, const std::string& path, bool writable, int rowWidth,
   PVBdatabase& slot = slotAt(database);
   slot = PVBdatabase();
   slot.writable = writable;
-  if (!makeDirectory(path)) return -1;
+  if (!haveDirectory(path)) {
+    PBpostError("PVBopen", 0, "Could not create PVB directory.");
+    return -1;
+  }
   slot.path = path;
   if (!loadHeader(slot, rowWidth, mode)) return -1;
   slot.inUse = true;

@@ -40,14 +40,14 @@ int removeDirectory(const std::string& path) {
   return notEmpty ? 0 : -2;
 }
 
-bool makeDirectory(const std::string& path) {
+}  // namespace
+
+bool haveDirectory(const std::string& path) {
   return directoryExists(path) || platform().makeDirectory(path.c_str(), 0777) == 0;
 }
 
-}  // namespace
-
 int PVBcopy(const std::string& toPath, const std::string& fromPath) {
-  if (!makeDirectory(toPath)) {
+  if (!haveDirectory(toPath)) {
     PBpostError("PVBcopy", 81, toPath);
     return -2;
   }
@@ -83,7 +83,7 @@ int PVBdeleteAll(const std::string& path) { return PVBdelete(path, true); }
 int PVBrename(const std::string& fromPath, const std::string& toPath) {
   std::vector<std::string> names;
   if (PVBinqByPath(fromPath) >= 0 || !platform().list(fromPath.c_str(), names)) return -2;
-  if (!makeDirectory(toPath)) return -2;
+  if (!haveDirectory(toPath)) return -2;
   int result = 0;
   for (const std::string& name : names) {
     if (!std::string_view(name).starts_with(kNamePrefix)) continue;

@@ -16,6 +16,9 @@ int ReadPVBheader(const std::string& path, bool strict, PVBheader& header);
 // 0, or -2 after a post; the old file stands when it fails.
 int WritePVBheader(const std::string& path, const PVBheader& header);
 
+// Whether the directory of a database is there, made if need be; errno on failure.
+bool haveDirectory(const std::string& path);
+
 // What a close has to write.
 enum class CloseMode { save, unsaved };
 

@@ -46,15 +46,11 @@ int saveSections(PVBdatabase& slot, int database, const std::string& directory) 
   return result;
 }
 
-bool makeDirectory(const std::string& path) {
-  if (directoryExists(path)) return true;
-  if (platform().makeDirectory(path.c_str(), 0777) == 0) return true;
-  PBpostError("PVBsaveAs", 81, path);
-  return false;
-}
-
 int saveInto(PVBdatabase& slot, int database, const std::string& directory) {
-  if (!makeDirectory(directory)) return -2;
+  if (!haveDirectory(directory)) {
+    PBpostError("PVBsaveAs", 81, directory);
+    return -2;
+  }
   PVBsignalRenumber(database);
   int result = writeHeader(slot, directory);
   if (saveSections(slot, database, directory) != 0) result = -2;

@@ -86,6 +86,7 @@ TEST_F(DatabaseFiles, HeadersAreJudgedByVersionAndHost) {
   };
   for (const HeaderCase& row : cases) {
     write("pvb.h", row.bytes);
+    const Untouched untouched(path());
     const int database = PVBopen(path(), false, 0, 4, 0);
     EXPECT_EQ(database, row.result) << row.post;
     EXPECT_THAT(lastPost(), HasSubstr(row.post));
@@ -246,6 +247,7 @@ TEST(Database, IsSavedUnderAnotherPath) {
   const std::string other = database.directory().path("other");
   EXPECT_EQ(PVBsaveAs(database.handle(), other), 0);
   EXPECT_EQ(database.directory().read("other/pvb.sdb"), "equations");
+  const Untouched untouched(other);
   const int copy = PVBopen(other, false, 0, 8, kAllSections);
   ASSERT_GE(copy, 0);
   EXPECT_EQ(rowCount(copy), 60U);

@@ -75,12 +75,10 @@ int SectionReader::get() {
   if (c < 0) return c;
   ++next_;
   ++taken_;
-  if (c == '\n') ++line_;
   return c;
 }
 
 bool SectionReader::fail() {
-  ended_ = ended_ || peek() < 0;
   good_ = false;
   return false;
 }
@@ -148,12 +146,6 @@ bool SectionReader::number(std::uint16_t& out) {
 
 bool SectionReader::character(char& out) {
   if (!good_ || !skipSpace()) return fail();
-  out = static_cast<char>(get());
-  return true;
-}
-
-bool SectionReader::rawCharacter(char& out) {
-  if (!good_ || peek() < 0) return fail();
   out = static_cast<char>(get());
   return true;
 }

@@ -43,7 +43,6 @@ class SectionReader {
   bool number(std::int16_t& out);           // fits as signed or unsigned 16 bits
   bool number(std::uint16_t& out);          // the same
   bool character(char& out);                // the next one that isn't white space
-  bool rawCharacter(char& out);             // the very next one
   bool lineEnd();                           // blanks, then a new line, which must be there
   bool time(TIME& out);                     // a word that is a time
   // "%d\n", then so many characters and a new line; none for length 0.
@@ -59,10 +58,6 @@ class SectionReader {
   bool atEnd();
   // Whether nothing at all is left.
   bool atExactEnd();
-  // Whether the reading stopped because the file ended.
-  bool ended() const { return ended_; }
-  // Lines begun so far, from 1.
-  int line() const { return line_; }
 
  private:
   int get();  // -1 at the end and after a failure
@@ -78,8 +73,6 @@ class SectionReader {
   std::size_t next_ = 0;
   std::size_t filled_ = 0;
   bool good_ = true;
-  bool ended_ = false;
-  int line_ = 1;
   std::array<char, 8192> buffer_;
 };
 

@@ -373,11 +373,8 @@ std::int64_t CompressedFile::write(const char* data, std::size_t size) {
 
 int CompressedFile::seek(std::int64_t offset, int whence) {
   const std::int64_t base = whence == SEEK_CUR ? position_ : whence == SEEK_END ? length_ : 0;
-  std::int64_t target = 0;
-  if (__builtin_add_overflow(base, offset, &target) || target < 0) {
-    errno = EINVAL;
-    return -2;
-  }
+  const std::int64_t target = seekTarget(base, offset);
+  if (target < 0) return -2;
   position_ = target;
   return 0;
 }

@@ -10,6 +10,13 @@
 
 #include "base/platform.h"
 
+std::int64_t seekTarget(std::int64_t base, std::int64_t offset) {
+  std::int64_t target = 0;
+  if (!__builtin_add_overflow(base, offset, &target) && target >= 0) return target;
+  errno = EINVAL;
+  return -2;
+}
+
 std::unique_ptr<PlainFile> PlainFile::open(const std::string& path, int flags) {
   const int fd = platform().open(path.c_str(), flags, 0666);
   if (fd < 0) return nullptr;
@@ -148,11 +155,8 @@ int PlainFile::seek(std::int64_t offset, int whence) {
   std::int64_t base = whence == SEEK_CUR ? position_ : 0;
   if (whence == SEEK_END) base = size();
   if (base < 0) return -2;
-  std::int64_t target = 0;
-  if (__builtin_add_overflow(base, offset, &target) || target < 0) {
-    errno = EINVAL;
-    return -2;
-  }
+  const std::int64_t target = seekTarget(base, offset);
+  if (target < 0) return -2;
   position_ = target;
   return 0;
 }

@@ -19,6 +19,9 @@
 #include <memory>
 #include <string>
 
+// Where `offset` bytes from `base` is; -2 with errno set for no place of a file.
+std::int64_t seekTarget(std::int64_t base, std::int64_t offset);
+
 // Results are those of the PBcf functions.
 //
 // Invariant: the buffer stands for the file's bytes from bufferStart_ on, `used_`
