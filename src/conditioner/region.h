@@ -2,16 +2,29 @@
 
 // A region, the operand of every operation: a named stretch of time of the main
 // pattern of one database. Regions are plain records; the run's RegionTable owns
-// them from the reading of the parameters to the end.
+// them from the reading of the parameters to the end. An operation opens the
+// database, walks the rows between the bounds and closes; the next operation of the
+// run may use the same region again.
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "base/time.h"
+#include "equations/equation_merge.h"
+#include "pvb/id.h"
+#include "pvb/pattern.h"
+#include "timeplate/split.h"
+
+// A scan object of a source and its copy in the destination.
+struct ScanIdPair {
+  PVBid from;
+  PVBid to;
+};
 
 struct PVBregion {
   std::string regionName;  // as printed in reports and messages
@@ -22,11 +35,69 @@ struct PVBregion {
   std::int32_t pvbHandle = -1;  // -1: no database is open for the region
   TIME start = TIME_ZERO;
   TIME stop = TIME_MAX;
+
+  // The rest is working state of the operation under way.
+
+  // By signal id of this database: the id of the same signal in the destination, -1
+  // where it isn't carried over. Empty until an operation needs it.
+  std::vector<PVBid> sigIDMap;
+  PVBposition cursor;  // the row that the walk is at
+  std::optional<eqSheetTable> sheets;
+  std::vector<ScanIdPair> scanIDMap;
 };
 
 std::unique_ptr<PVBregion> PVBregionNew();
 void PVBregionInit(PVBregion& region, std::string_view name, std::string_view path, TIME start,
                    TIME stop);
+// Closes the database where it is still open and forgets the working state; bounds and
+// handle stay. 0, or -2 when the close failed. Null is no failure.
+int PVBregionClose(PVBregion* region);
+// Whether both paths lead to one directory that exists.
+bool sameDirectory(const std::string& a, const std::string& b);
+// The same record, or the same directory and bounds.
+bool PVBregionEqual(const PVBregion& a, const PVBregion& b);
+// Rows between the bounds, for progress displays.
+std::int64_t PVBregionRowCount(const PVBregion& region);
+bool PVBregionHasEquations(const PVBregion& region);
+
+// --- Walking -------------------------------------------------------------------------
+
+// Whether walks take repeats, loops, calls and scan rows as they are. Off, they refuse
+// them. Set by StructuresAllowed only.
+extern bool structuresAllowed;
+// Allows structures to the end of a scope.
+class StructuresAllowed {
+ public:
+  StructuresAllowed() { structuresAllowed = true; }
+  ~StructuresAllowed() { structuresAllowed = false; }
+  StructuresAllowed(const StructuresAllowed&) = delete;
+  StructuresAllowed& operator=(const StructuresAllowed&) = delete;
+};
+
+// How PVBregionPatternInqNext steps.
+enum RegionStep : int { kStepRow = 0, kStepCycle = 1 };
+
+// A row of a walk. The timeplate is null for a row without one, and a piece (see
+// isPiece) where a bound of the region cuts the cycle. `count` is how many cycles of
+// the row lie in the region: that of the row unless the region begins inside it.
+struct RegionRow {
+  RowHandle row;
+  PlatePtr plate;
+  std::uint32_t count = 1;
+};
+
+// The row that holds the start: 0, or -2, silent when there is no row there.
+int PVBregionPatternInqFirst(PVBregion& region, RegionRow& row);
+// The next row: 0, -1 at the end of the region, -2 for a row that is refused. `row` is
+// emptied first.
+int PVBregionPatternInqNext(PVBregion& region, int step, RegionRow& row);
+
+struct SigCategories;
+// Whether two regions may be merged: see signal_transfer.h for the categories.
+bool PVBregionCompatible(PVBregion& region1, PVBregion& region2, int equationState,
+                         const SigCategories& categories);
+
+// --- The regions of a run ------------------------------------------------------------
 
 // The regions of a run by key. A key may be given again: look-ups find the newer
 // region. A region that is taken out of look-up stays alive with the table,
@@ -37,6 +108,8 @@ class RegionTable {
   PVBregion& insert(std::string_view key, std::unique_ptr<PVBregion> region);
   // Null when no region has this key.
   PVBregion* find(std::string_view key) const;
+  // Takes a region out of look-up.
+  void remove(const PVBregion& region);
   std::size_t size() const { return regions_.size(); }
 
  private:
