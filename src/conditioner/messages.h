@@ -11,6 +11,7 @@ enum ConditionerMessage : int {
   kInvalidOperation = 17,
   kNoFileName = 18,
   kNoSuchFile = 21,
+  kTooManyTimePlates = 22,
   kNoParameter = 29,
   kRenameListArgument = 34,
   kAddListArgument = 35,
