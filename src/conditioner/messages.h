@@ -3,6 +3,7 @@
 // Names for the rows of PBconditionerError that the front end pushes.
 
 enum ConditionerMessage : int {
+  kDeleteFailed = 10,
   kOptimizerFailed = 11,
   kCommandLine = 12,
   kInvalidTime = 13,
@@ -11,6 +12,12 @@ enum ConditionerMessage : int {
   kInvalidOperation = 17,
   kNoFileName = 18,
   kNoSuchFile = 21,
+  kTooManyTimePlates = 22,
+  kNoSuchDatabase = 23,
+  kSignalsDisjoint = 24,
+  kSheetsOverlap = 26,
+  kEquationMergeFailed = 27,
+  kConcatRegionFailed = 28,
   kNoParameter = 29,
   kRenameListArgument = 34,
   kAddListArgument = 35,
@@ -19,7 +26,17 @@ enum ConditionerMessage : int {
   kRegionArgument = 38,
   kOperationArgument = 39,
   kTooManyArguments = 43,
+  kStartMisaligned = 45,
+  kStopMisaligned = 46,
+  kSameDatabase = 48,
+  kCannotOpen = 50,
+  kCompression = 51,
   kThirdOperandMissing = 64,
+  kCannotClose = 80,
+  kCannotSave = 81,
+  kCopyFailed = 82,
+  kNoPatternRows = 84,
+  kConcatFailed = 85,
   kFunctionAndText = 88,
   kText = 90,
 };

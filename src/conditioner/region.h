@@ -42,6 +42,8 @@ struct PVBregion {
   // where it isn't carried over. Empty until an operation needs it.
   std::vector<PVBid> sigIDMap;
   PVBposition cursor;  // the row that the walk is at
+  // Cycles of that row which follow a cut first cycle and are the walk's next row.
+  std::uint32_t cyclesPending = 0;
   std::optional<eqSheetTable> sheets;
   std::vector<ScanIdPair> scanIDMap;
 };
