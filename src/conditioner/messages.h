@@ -4,6 +4,7 @@
 
 enum ConditionerMessage : int {
   kCopyOperationFailed = 3,
+  kDeleteFailed = 10,
   kOptimizerFailed = 11,
   kCommandLine = 12,
   kInvalidTime = 13,
@@ -14,9 +15,11 @@ enum ConditionerMessage : int {
   kNoSuchFile = 21,
   kTooManyTimePlates = 22,
   kNoSuchDatabase = 23,
+  kSignalsDisjoint = 24,
   kTwoColumns = 25,
   kSheetsOverlap = 26,
   kEquationMergeFailed = 27,
+  kConcatRegionFailed = 28,
   kNoParameter = 29,
   kIncompatibleRegions = 30,
   kPatternMergeFailed = 32,
@@ -39,6 +42,10 @@ enum ConditionerMessage : int {
   kTooManyDisjoint = 52,
   kThirdOperandMissing = 64,
   kCannotClose = 80,
+  kCannotSave = 81,
+  kCopyFailed = 82,
+  kNoPatternRows = 84,
+  kConcatFailed = 85,
   kFunctionAndText = 88,
   kText = 90,
 };
