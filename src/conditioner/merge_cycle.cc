@@ -152,7 +152,7 @@ class CycleMerge {
         side2_{src2, {}, TIME_ZERO},
         length_(std::min(lengthOf(src1), lengthOf(src2))),
         base_(baseTimePlate(dest.pvbHandle)),
-        pairs_(buildScalarPairs(categories, dest)),
+        pairs_(buildScalarPairs(categories, src1, src2, dest)),
         now_(src1.start) {}
 
   int mergeRows() {
