@@ -43,7 +43,9 @@ struct PVBregion {
   std::vector<PVBid> sigIDMap;
   PVBposition cursor;  // the row that the walk is at
   std::optional<eqSheetTable> sheets;
-  std::vector<ScanIdPair> scanIDMap;
+  std::vector<ScanIdPair> scanIDMap;  // in rising index of `from`
+  // State vectors without a name, which can't be found again in the destination.
+  std::unordered_map<PVBid, PVBid> vectorIDMap;
 };
 
 std::unique_ptr<PVBregion> PVBregionNew();
