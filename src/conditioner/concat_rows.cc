@@ -32,7 +32,8 @@ int failRow(const RowCopy& copy, std::uint32_t number, const char* reason) {
 
 RowCopy makeRowCopy(PVBregion& dest, PVBregion& src, const SignalTable& table) {
   const PVBpatternData& rows = *PVBget(src.pvbHandle)->patterns;
-  RowCopy copy = {dest, src, table, baseTimePlate(dest.pvbHandle), buildScalarPairs(table, dest)};
+  RowCopy copy = {dest, src, table, baseTimePlate(dest.pvbHandle),
+                  buildScalarPairs(table, src, dest)};
   copy.extended = PVBmodelExtended(dest.pvbHandle, true) || PVBmodelExtended(src.pvbHandle, true);
   copy.plates.assign(kNoTimePlate, UNDEF);
   copy.subroutines.assign(rows.subroutines.size(), -1);
