@@ -3,7 +3,6 @@
 // What the sources of concatenate share: the copying of the rows of one region.
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <vector>
 
@@ -19,10 +18,10 @@ struct PatternCopy {
   std::vector<std::uint32_t> sourceEnds;  // end rows of the loops around, outermost first
 };
 
-// A subroutine under way: how far its rows have been read and written.
-struct SubroutineCopy {
-  PatternWalk walk;
-  PatternCopy to;
+// A subroutine of the source and its copy, by their indices.
+struct SubroutinePair {
+  int from;
+  int to;
 };
 
 // What the rows of one region have in common while they are copied. Both databases
@@ -38,9 +37,8 @@ struct RowCopy {
   // that isn't known.
   std::vector<PVBid> plates = {};
   std::vector<int> subroutines = {};
-  // Subroutines whose rows are still to come, the one at work last. A deque, since rows
-  // being copied refer to its elements while it grows.
-  std::deque<SubroutineCopy> pending = {};
+  // Those made here, in this order; their rows come behind those of the main pattern.
+  std::vector<SubroutinePair> made = {};
   // How many more rows the source can have: each row has a block of its own.
   std::uint64_t rowsLeft = 0;
 };
@@ -56,6 +54,8 @@ struct SourceRow {
   std::uint32_t count;
 };
 
-// Copies one row to the next place of `to`, and with a call the subroutine that the
+// Copies one row to the next place of `to`; with a call, makes the subroutine that the
 // destination doesn't have by name. 0, or -2 after a push.
 int concatRow(RowCopy& copy, PatternCopy& to, const SourceRow& source);
+// Copies the rows of the subroutines that were made, and of those that these call.
+int concatSubroutines(RowCopy& copy);

@@ -54,7 +54,8 @@ int copyRows(RowCopy& copy, PatternCopy& to, RegionRow& row, bool quiet) {
     ++walked;
     step = PVBregionPatternInqNext(copy.src, kStepRow, row);
   }
-  return step == -1 ? batch.end() : -2;
+  if (step != -1 || concatSubroutines(copy) != 0) return -2;
+  return batch.end();
 }
 
 // --- Marks ---------------------------------------------------------------------------

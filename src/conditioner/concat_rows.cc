@@ -135,7 +135,7 @@ int copyLoop(const RowCopy& copy, PatternCopy& to, const SourceRow& source) {
 
 // The destination's subroutine of the same name as that of a call, or -1 after a push.
 // One that isn't there is made, and its rows are put off: a subroutine may call itself
-// or stand at the end of a long line of calls.
+// or stand at the end of a long line of calls, and the main pattern's rows stay together.
 int subroutineFor(RowCopy& copy, std::uint32_t index) {
   if (index < copy.subroutines.size() && copy.subroutines[index] >= 0) {
     return copy.subroutines[index];
@@ -148,8 +148,7 @@ int subroutineFor(RowCopy& copy, std::uint32_t index) {
   if (made < 0) {
     made = PVBsubroutineNew(copy.dest.pvbHandle, name);
     if (made < 0) return fail(copy, fmt::sprintf("subroutine '%s' can't be made", name)), -1;
-    copy.pending.push_back(
-        {PatternWalk(copy.src.pvbHandle, static_cast<int>(index)), {made, 0, {}}});
+    copy.made.push_back({static_cast<int>(index), made});
   }
   return copy.subroutines[index] = made;
 }
@@ -193,7 +192,9 @@ int copyByType(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   }
 }
 
-int copyOne(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
+}  // namespace
+
+int concatRow(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   if (copy.rowsLeft-- == 0) {
     copy.rowsLeft = 0;
     return failRow(copy, source.number, "the pattern holds rows more than once");
@@ -206,37 +207,35 @@ int copyOne(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
 
 // --- Subroutines ---------------------------------------------------------------------
 
-int copySubroutineRow(RowCopy& copy, SubroutineCopy& at) {
-  const std::uint32_t number = at.walk.rowNumber();
-  const RowHandle row(copy.src.pvbHandle, PVBrowGet(copy.src.pvbHandle, at.walk.entry().child));
-  if (!row || row->type != at.walk.entry().type) {
-    return failRow(copy, number, "it can't be read");
+namespace {
+
+int copySubroutineRow(RowCopy& copy, PatternCopy& to, const PatternWalk& at) {
+  const int database = copy.src.pvbHandle;
+  const RowHandle row(database, PVBrowGet(database, at.entry().child));
+  if (!row || row->type != at.entry().type) {
+    return failRow(copy, at.rowNumber(), "it can't be read");
   }
   const bool timed = row->type == ROW_LITERAL || row->type == ROW_SCAN;
   PVBtimePlate* plate = timed && row->timeplate != kNoTimePlate
-                            ? PVBtimePlateInqByID(copy.src.pvbHandle, row->timeplate)
+                            ? PVBtimePlateInqByID(database, row->timeplate)
                             : nullptr;
-  return copyOne(copy, at.to, {*row, number, plate, row->count});
+  return concatRow(copy, to, {*row, at.rowNumber(), plate, row->count});
 }
 
-// Down into the subroutines that rows call, back up when one has ended.
-int copyPending(RowCopy& copy) {
-  while (!copy.pending.empty()) {
-    SubroutineCopy& at = copy.pending.back();
-    if (at.walk.next()) {
-      if (copySubroutineRow(copy, at) != 0) return -2;
-    } else if (at.walk.failed()) {
-      return fail(copy, "the order of a subroutine's rows can't be read");
-    } else {
-      copy.pending.pop_back();
-    }
+int copySubroutine(RowCopy& copy, const SubroutinePair& pair) {
+  PatternCopy to = {pair.to, 0, {}};
+  PatternWalk walk(copy.src.pvbHandle, pair.from);
+  while (walk.next()) {
+    if (copySubroutineRow(copy, to, walk) != 0) return -2;
   }
-  return 0;
+  return walk.failed() ? fail(copy, "the order of a subroutine's rows can't be read") : 0;
 }
 
 }  // namespace
 
-int concatRow(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
-  if (copyOne(copy, to, source) != 0) return -2;
-  return copyPending(copy);
+int concatSubroutines(RowCopy& copy) {
+  for (std::size_t i = 0; i < copy.made.size(); ++i) {
+    if (copySubroutine(copy, SubroutinePair(copy.made[i])) != 0) return -2;
+  }
+  return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/printf.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string>
@@ -19,15 +20,17 @@
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
 #include "pvb/database_copy.h"
+#include "pvb/label.h"
 #include "pvb/property.h"
 
 namespace {
 
 constexpr std::string_view kFunction = "copy";
 constexpr std::string_view kVectorFile = "pvb.st";
+constexpr std::string_view kLabelFile = "pvb.lb";
 // Taken whole from the source after the rows, in this order.
 constexpr std::array<std::string_view, 5> kWholeFiles = {"pvb.sdb", "pvb.m", "pvb.mt", kVectorFile,
-                                                         "pvb.lb"};
+                                                         kLabelFile};
 
 // --- Files ---------------------------------------------------------------------------
 
@@ -39,8 +42,9 @@ int copyFile(const PVBregion& dest, const PVBregion& src, std::string_view name)
   return -2;
 }
 
-int copyWholeFiles(const PVBregion& dest, const PVBregion& src) {
+int copyWholeFiles(const PVBregion& dest, const PVBregion& src, bool ownLabels) {
   for (const std::string_view name : kWholeFiles) {
+    if (ownLabels && name == kLabelFile) continue;
     if (copyFile(dest, src, name) != 0) return -2;
   }
   return PVBadoptHeader(dest.pvbName, src.pvbName);
@@ -111,6 +115,54 @@ SignalTable copyAllSignals(PVBregion& dest, PVBregion& src) {
   return table;
 }
 
+// --- Labels --------------------------------------------------------------------------
+
+// The destination's subroutine with the name of one of the source, -1 for none.
+std::int32_t subroutineLike(int dest, int src, std::int32_t subroutine) {
+  const std::string_view name = PVBsubroutineName(src, subroutine);
+  return name.empty() ? -1 : PVBsubroutineByName(dest, name);
+}
+
+PVBid rowIdAt(int database, std::int32_t subroutine, std::uint32_t rowNumber) {
+  PVBposition position;
+  position.row = rowNumber;
+  const RowHandle row(database, PVBpatternInqRow(database, subroutine, position, BY_ROW));
+  return row ? static_cast<PVBid>(row->id) : UNDEF;
+}
+
+// Whether a label of the source means the row of its number in the destination too.
+bool labelFits(int dest, int src, const PVBlabel& label) {
+  if (label.subroutine != kMainPattern &&
+      subroutineLike(dest, src, label.subroutine) != label.subroutine) {
+    return false;
+  }
+  if (label.rowNumber == kNoRowNumber) return true;
+  const PVBid row = rowIdAt(dest, label.subroutine, label.rowNumber);
+  return row == UNDEF || row == label.rowId;
+}
+
+// The destination's labels are those of the whole source, its file as it stands. Where
+// the rows or subroutines got other ids the labels keep all but these.
+bool needsOwnLabels(int dest, int src) {
+  return !std::ranges::all_of(PVBlabels(src),
+                              [&](const PVBlabel& label) { return labelFits(dest, src, label); });
+}
+
+void makeOwnLabels(int dest, int src) {
+  for (const PVBlabel& label : PVBlabels(src)) {
+    std::int32_t subroutine = label.subroutine;
+    std::uint32_t rowNumber = label.rowNumber;
+    if (subroutine != kMainPattern) {
+      subroutine = subroutineLike(dest, src, subroutine);
+      if (subroutine < 0) rowNumber = kNoRowNumber;
+    }
+    PVBlabelAdd(dest, subroutine, label.name.c_str(), label.kind, rowNumber);
+    if (label.text) PVBlabelSetText(dest, *label.text);
+  }
+}
+
+// --- Steps ---------------------------------------------------------------------------
+
 int copyContent(PVBregion& dest, PVBregion& src, bool quiet) {
   copyDatabaseProperties(dest.pvbHandle, src.pvbHandle);
   expandTimePlates(src.pvbHandle);
@@ -135,72 +187,10 @@ int copy(PVBregion& dest, PVBregion& src, bool quiet) {
   if (copyContent(dest, src, quiet) != 0) return -2;
   PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(src.pvbHandle));
   PVBsetPmode(dest.pvbHandle, PVBpmode(src.pvbHandle));
+  const bool ownLabels = needsOwnLabels(dest.pvbHandle, src.pvbHandle);
+  if (ownLabels) makeOwnLabels(dest.pvbHandle, src.pvbHandle);
   closeOperands(kFunction, dest, {&src});
-  if (copyWholeFiles(dest, src) != 0) return -2;
+  if (copyWholeFiles(dest, src, ownLabels) != 0) return -2;
   if (!quiet) PBprogressEnd(rows);
-  return 0;
-}
-
-// --- Deleting ------------------------------------------------------------------------
-
-namespace {
-
-// The total of a display that has no steps.
-constexpr std::int64_t kWholeDelete = 100;
-
-// Removes one name: a file, a link without what it leads to, an empty directory.
-bool removeOne(const char* path) {
-  if (platform().remove(path) == 0) return true;
-  const int reason = errno;
-  if (reason != EISDIR && reason != EPERM) return false;
-  if (platform().removeDirectory(path) == 0) return true;
-  if (errno == ENOTDIR) errno = reason;
-  return false;
-}
-
-// Removes a directory with all it holds. False with errno set; what could be removed by
-// then is gone.
-bool removeTree(const std::string& path) {
-  std::vector<std::string> left = {path};
-  std::vector<std::string> names;
-  while (!left.empty()) {
-    const std::string at = left.back();
-    if (removeOne(at.c_str())) {
-      left.pop_back();
-      continue;
-    }
-    if (errno != ENOTEMPTY && errno != EEXIST) return false;
-    if (!platform().list(at.c_str(), names) || names.empty()) return false;
-    for (const std::string& name : names) left.push_back(PVBfilePath(at, name));
-  }
-  errno = 0;
-  return true;
-}
-
-}  // namespace
-
-int deleteObject(const PVBregion& region) {
-  if (region.pvbName.empty()) assertFail(__FILE__, __LINE__);
-  PBprogressStart(kWholeDelete, fmt::sprintf("...deleting %s", region.regionName));
-  report("\n");
-  report(fmt::sprintf("\nDelete %s", region.regionName));
-  report("\n");
-  printRegionHead();
-  printRegionLine(region);
-  report("\n");
-  if (directoryExists(region.pvbName) && !removeTree(region.pvbName)) {
-    PBerrPush(PBconditionerError, kDeleteFailed, "deleteObject", region.pvbName);
-    return -2;
-  }
-  PBprogressEnd(kWholeDelete);
-  return 0;
-}
-
-int deleteDB(OpSpec& operation, RegionTable& regions) {
-  for (const PVBregion* region : {operation.src1, operation.src2, operation.dest}) {
-    if (region == nullptr) continue;
-    if (deleteObject(*region) != 0) return -2;
-    regions.remove(*region);
-  }
   return 0;
 }

@@ -47,21 +47,22 @@ bool sameWave(const PVBtrack& a, const PVBtrack& b) {
   return a.eventTimes == b.eventTimes && a.stateChars == b.stateChars;
 }
 
-// Whether the rows say the same in a column that both signals have.
-bool sameState(const PVBrow& row1, std::uint16_t column1, const PVBrow& row2,
-               std::uint16_t column2) {
-  if (column1 == kNoColumn || column2 == kNoColumn) return true;
-  return rowCode(row1.states(), column1) == rowCode(row2.states(), column2);
+// The code in a column; as unset where the rows don't reach.
+int codeIn(int database, const PVBrow& row, std::uint16_t column) {
+  return column / 2 < PVBrowDataSize(database) ? rowCode(row.states(), column) : 0;
 }
 
 bool sameSignal(int database1, int database2, const CommonSignal& signal, const RowPair& rows) {
   const PVBtrack* track1 = drivingTrack(database1, *signal.in1, rows.row1);
   const PVBtrack* track2 = drivingTrack(database2, *signal.in2, rows.row2);
   if (track1 == nullptr || track2 == nullptr || !sameWave(*track1, *track2)) return false;
-  const PVBrow& row1 = *rows.row1.row;
-  const PVBrow& row2 = *rows.row2.row;
-  return sameState(row1, signal.in1->inColumn, row2, signal.in2->inColumn) &&
-         sameState(row1, signal.in1->outColumn, row2, signal.in2->outColumn);
+  // Only a column that both have is compared.
+  const auto sameState = [&](std::uint16_t column1, std::uint16_t column2) {
+    return column1 == kNoColumn || column2 == kNoColumn ||
+           codeIn(database1, *rows.row1.row, column1) == codeIn(database2, *rows.row2.row, column2);
+  };
+  return sameState(signal.in1->inColumn, signal.in2->inColumn) &&
+         sameState(signal.in1->outColumn, signal.in2->outColumn);
 }
 
 bool sameRow(int database1, int database2, const std::vector<CommonSignal>& common,

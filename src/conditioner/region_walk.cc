@@ -87,6 +87,14 @@ int refuseBound(std::string_view function, int message, TIME bound, const PVBreg
 
 // --- Rows ----------------------------------------------------------------------------
 
+// For rows that the tree has but that can't be had.
+int failDamaged(std::string_view function, const PVBregion& region, RegionRow& row) {
+  row = RegionRow();
+  errno = 0;
+  PBpostError(function, 87, region.pvbName);
+  return -2;
+}
+
 bool lookUp(PVBregion& region, int kind, RegionRow& row) {
   row.row = RowHandle(region.pvbHandle,
                       PVBpatternInqRow(region.pvbHandle, kMainPattern, region.cursor, kind));
@@ -117,7 +125,7 @@ bool findOutermost(const PVBregion& region, PVBposition& position, PVBnodeEntry&
 // The region begins in a loop or a call: such a row is taken whole or not at all.
 int beginAtStructure(PVBregion& region, const PVBposition& outermost, RegionRow& first) {
   region.cursor = outermost;
-  if (!lookUp(region, BY_ROW, first)) return -2;
+  if (!lookUp(region, BY_ROW, first)) return failDamaged(kFirst, region, first);
   if (!isRefused(*first.row) && PBeqTIME(region.cursor.time, region.start)) return 0;
   return refuse(kFirst, first, structureText(*first.row, region.cursor));
 }
@@ -156,7 +164,7 @@ int PVBregionPatternInqFirst(PVBregion& region, RegionRow& row) {
   PVBposition& cursor = region.cursor;
   cursor = PVBposition();
   cursor.time = region.start;
-  if (!lookUp(region, BY_TIME, row)) return -2;
+  if (!lookUp(region, BY_TIME, row)) return failDamaged(kFirst, region, row);
   const bool repeated = !structuresAllowed && row.count >= 2;
   if (isRefused(*row.row) || repeated) return refuse(kFirst, row, structureText(*row.row, cursor));
   if (beginsInsideRuns(region, outermost, *row.row)) {
@@ -198,12 +206,7 @@ int step(PVBregion& region, int stepKind, RegionRow& next) {
   const bool found = lookUp(region, kind, next);
   if (!found && isAtEnd(region, kind, wanted)) return -1;
   // Sums that put the row at another place would keep the walk going for ever.
-  if (!found || place != wanted) {
-    next = RegionRow();
-    errno = 0;
-    PBpostError(kNext, 87, region.pvbName);
-    return -2;
-  }
+  if (!found || place != wanted) return failDamaged(kNext, region, next);
   if (restOfRow) next.count = pending;
   if (stepKind == kStepCycle) next.count = 1;
   return 0;
