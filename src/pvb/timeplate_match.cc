@@ -77,13 +77,17 @@ bool contentEqual(const PVBtimePlate& a, const PVBtimePlate& b, TIME tolerance) 
 }
 
 struct MatchTable {
+  struct Entry {
+    std::uint64_t key;
+    PVBtimePlate* plate;
+  };
   TIME tolerance = TIME_ZERO;
-  std::vector<PVBtimePlate*> plates;  // in the order of their entering
+  std::vector<Entry> entries;  // in the order of their entering
   std::unordered_map<std::uint64_t, std::vector<PVBtimePlate*>> byKey;
 
-  void enter(PVBtimePlate* plate) {
-    plates.push_back(plate);
-    byKey[contentKey(*plate, tolerance)].push_back(plate);
+  void enter(std::uint64_t key, PVBtimePlate* plate) {
+    entries.push_back({key, plate});
+    byKey[key].push_back(plate);
   }
 };
 
@@ -100,25 +104,28 @@ void matchTimePlateEnd() { table = MatchTable(); }
 void matchTimePlateSetTolerance(TIME tolerance) {
   const MatchTable before = std::exchange(table, MatchTable());
   table.tolerance = tolerance;
-  for (PVBtimePlate* plate : before.plates) table.enter(plate);
+  for (const MatchTable::Entry& entry : before.entries) {
+    table.enter(contentKey(*entry.plate, tolerance), entry.plate);
+  }
 }
 
 int matchTimePlate(PVBtimePlate* plate, PVBtimePlate*& existing) {
   existing = nullptr;
   if (plate == nullptr) return 1;
-  std::vector<PVBtimePlate*>& alike = table.byKey[contentKey(*plate, table.tolerance)];
-  for (PVBtimePlate* other : alike) {
-    if (!contentEqual(*plate, *other, table.tolerance)) continue;
-    existing = other;
-    return 0;
+  const std::uint64_t key = contentKey(*plate, table.tolerance);
+  if (const auto alike = table.byKey.find(key); alike != table.byKey.end()) {
+    for (PVBtimePlate* other : alike->second) {
+      if (!contentEqual(*plate, *other, table.tolerance)) continue;
+      existing = other;
+      return 0;
+    }
   }
-  alike.push_back(plate);
-  table.plates.push_back(plate);
+  table.enter(key, plate);
   return 1;
 }
 
 void matchTimePlateForget() {
-  if (table.plates.empty()) return;
-  table.byKey[contentKey(*table.plates.back(), table.tolerance)].pop_back();
-  table.plates.pop_back();
+  if (table.entries.empty()) return;
+  table.byKey[table.entries.back().key].pop_back();
+  table.entries.pop_back();
 }

@@ -18,5 +18,5 @@ void matchTimePlateSetTolerance(TIME tolerance);
 // several the one entered first. 0 with `existing` when there is one, else 1 with the
 // plate entered: from then on it must stay at its address. Null gives 1.
 int matchTimePlate(PVBtimePlate* plate, PVBtimePlate*& existing);
-// Takes out the plate that was entered last, since it isn't going to be stored.
+// Takes out the plate that was entered last, which couldn't be stored and may be gone.
 void matchTimePlateForget();
