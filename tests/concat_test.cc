@@ -50,8 +50,8 @@ TEST_F(ConcatTest, PutsTheRowsBehindEachOtherAndMarksBothStretches) {
                   regionTable({{"A", "A", "begin", "end"}, {"B", "B", "begin", "end"}}) + "\n\n");
     EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp\" |10\n" + property(4, "A_PATTERN_BEGIN") +
                                   "  row \"tp\" |01\n" + property(4, "A_PATTERN_END") +
-                                  "  row \"tp\" |11\n" + property(4, "B_PATTERN_END") +
-                                  property(4, "B_PATTERN_BEGIN"));
+                                  "  row \"tp\" |11\n" + property(4, "B_PATTERN_BEGIN") +
+                                  property(4, "B_PATTERN_END"));
     EXPECT_EQ(linesOf("dest", "label "),
               "label \"A\" row=0 kind=begin\nlabel \"A\" row=1 kind=end\n"
               "label \"B\" row=2 kind=begin\nlabel \"B\" row=2 kind=end\n");
@@ -207,9 +207,8 @@ TEST_F(ConcatTest, ListsTheSignalsThatOnlyOneSourceHas) {
   const std::string err = concatAB().err;
   const std::string tooMany =
       "Too many disjoint signals to list; Correct known disjoint signals and re-run.\n";
-  EXPECT_THAT(err, testing::EndsWith(tooMany + tooMany + kFailed));
-  EXPECT_THAT(err, HasSubstr(line("A", "s20")));
-  EXPECT_EQ(err.find("s30"), std::string::npos);
+  // The stack of messages is full then, so the operation's own line finds no room.
+  EXPECT_THAT(err, testing::EndsWith(line("A", "s27") + tooMany));
 }
 
 TEST_F(ConcatTest, TellsEverySignalOfAnotherDirection) {

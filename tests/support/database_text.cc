@@ -101,7 +101,8 @@ std::string DatabaseText::idsOf(const std::string& names) const {
 std::string DatabaseText::text() const {
   std::string text = "pvb-dump 1\ndatabase version=" + std::to_string(version_) + " row-width=32\n";
   text += "signals" + numbered("next-column", nextColumn_) +
-          numbered("next-id", static_cast<int>(signals_.size()) + 1) + "\n";
+          numbered("next-id", static_cast<int>(signals_.size()) + 1) +
+          "\n  groups 100000 100001 100002 100003 100004\n";
   text += signalRecords_;
   std::string all;
   std::string byDirection[3];
@@ -120,6 +121,7 @@ std::string DatabaseText::text() const {
   group("100001 \"ALLINPUT\"", byDirection[0]);
   group("100002 \"ALLOUTPUT\"", byDirection[1]);
   group("100003 \"ALLBIDIR\"", byDirection[2]);
+  group("100004 \"ALLMUX\"", "");
   text += "timeplates" + numbered("mode", mode_) + "\n" + plates_ + beforeRows_ + subroutines_;
   return text + "rows main\n" + rows_ + subroutineRows_ + more_ + "done\n";
 }
