@@ -71,8 +71,8 @@ TEST_F(ConcatTest, TakesRegionsAndReportsTheirBounds) {
       HasSubstr(regionTable({{"late", "./A/", "14nS", "end"}, {"early", "A", "begin", "10nS"}})));
   EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_4nS\" |01\n" + property(4, "A_PATTERN_BEGIN") +
                                 "  row \"tp\" |11\n" + property(4, "A_PATTERN_END") +
-                                "  row \"tp\" |10\n" + property(4, "A_PATTERN_END") +
-                                property(4, "A_PATTERN_BEGIN"));
+                                "  row \"tp\" |10\n" + property(4, "A_PATTERN_BEGIN") +
+                                property(4, "A_PATTERN_END"));
   EXPECT_EQ(linesOf("dest", "timeplate "),
             "timeplate 0 \"tp_4nS\" period=6nS\ntimeplate 1 \"tp\" period=10nS\n");
 }

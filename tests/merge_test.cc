@@ -238,8 +238,9 @@ TEST_F(MergeTest, NamesComeFromTheReference) {
             "  row \"ref_0pS\" |1011\n  row \"ref_20nS\" |1000\n  row \"other_30nS\" |0100\n"
             "  row \"other_40nS\" |011Z\n");
   build("R", chip("r", "s", "ref", "25nS").rows(steps("ref", {"00"})));
-  // No row to name after from 25 nanoseconds on: the run ends with nothing to say.
-  expectRefused(mergeAB({"ReferencePVB=R"}), "");
+  // No row to name after from 25 nanoseconds on.
+  expectRefused(mergeAB({"ReferencePVB=R"}),
+                "mergeCycle: the reference PVB has no timeplate at time 30nS.\n");
   expectRefused(mergeAB({"ReferencePVB=none"}),
                 "merge: PVB: (none) does not exist.\n" + std::string(kFailed));
   // By parameters the reference is the first source's path, in an operation file its

@@ -186,8 +186,9 @@ class Player {
     for (const Slot& slot : plate.slots) {
       for (const int id : slot.signals) playSignal(row, slot, reader_.signals.at(id));
     }
-    const bool cuttable = top && row.kind == "row" && row.count < 2;
-    model_.cycles.push_back({model_.duration, plate.period, topRow_, cuttable});
+    const bool literal = top && row.kind == "row";
+    model_.cycles.push_back(
+        {model_.duration, plate.period, topRow_, literal, literal && row.count < 2});
     model_.duration += plate.period;
   }
 

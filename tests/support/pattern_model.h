@@ -14,7 +14,8 @@ struct ModelCycle {
   std::int64_t start = 0;
   std::int64_t period = 0;
   std::size_t topRow = 0;  // which row of the main pattern, loops and calls as one
-  bool cuttable = false;   // a literal row of one cycle at the top
+  bool literal = false;    // of a literal row that stands at the top
+  bool single = false;     // and of one cycle only
 };
 
 // A signal from a time on: the direction of its slot, the event's state, and the row's
