@@ -148,6 +148,9 @@ int subroutineFor(RowCopy& copy, std::uint32_t index) {
   if (made < 0) {
     made = PVBsubroutineNew(copy.dest.pvbHandle, name);
     if (made < 0) return fail(copy, fmt::sprintf("subroutine '%s' can't be made", name)), -1;
+    PVBsubroutine& record =
+        PVBget(copy.dest.pvbHandle)->patterns->subroutines[static_cast<std::size_t>(made)];
+    record.addressBase = PVBsubroutineInq(copy.src.pvbHandle, static_cast<int>(index))->addressBase;
     copy.made.push_back({static_cast<int>(index), made});
   }
   return copy.subroutines[index] = made;
@@ -171,6 +174,19 @@ int copyCycles(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   return insert(copy, to, source, *row);
 }
 
+// The end row came with its loop; what is noted on the source's goes to it.
+int copyEnd(const RowCopy& copy, PatternCopy& to, const SourceRow& source) {
+  const int database = copy.dest.pvbHandle;
+  PVBposition position;
+  position.row = to.next++;
+  if (source.row.tag == UNDEF) return 0;
+  const RowHandle end(database, PVBpatternInqRow(database, to.pattern, position, BY_ROW));
+  if (!end || end->type != ROW_END_LOOP) assertFail(__FILE__, __LINE__);
+  copyRowProperties(*end, source.row, database, copy.src.pvbHandle);
+  PVBrowDirty(database, *end);
+  return 0;
+}
+
 int copyByType(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   switch (source.row.type) {
     case ROW_SUBR_CALL:
@@ -178,8 +194,7 @@ int copyByType(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
     case ROW_LOOP:
       return copyLoop(copy, to, source);
     case ROW_END_LOOP:
-      ++to.next;  // came with its loop
-      return 0;
+      return copyEnd(copy, to, source);
     case ROW_LITERAL:
     case ROW_SCAN:
       return copyCycles(copy, to, source);

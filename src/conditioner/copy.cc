@@ -165,6 +165,7 @@ void makeOwnLabels(int dest, int src) {
 
 int copyContent(PVBregion& dest, PVBregion& src, bool quiet) {
   copyDatabaseProperties(dest.pvbHandle, src.pvbHandle);
+  PVBget(dest.pvbHandle)->patterns->addressBase = PVBget(src.pvbHandle)->patterns->addressBase;
   expandTimePlates(src.pvbHandle);
   const SignalTable table = copyAllSignals(dest, src);
   SigCategories categories;
