@@ -153,11 +153,11 @@ TEST_F(ConcatTest, CopiesScanChainsRunsAndVectors) {
     text.beforeRows("vector \"" + vector + "\" value=0\n  cells |" + cells + "\n");
     return text.rows("  scan \"tp\" x3 |10\n    run in 9:1 \"" + vector + "\"\n");
   };
-  build("A", scanned("load", "-011"));
-  build("B", scanned("check", "-1ZX"));
+  build("A", scanned("load", "X011"));
+  build("B", scanned("check", "X1ZX"));
   expectDone(concatAB());
   EXPECT_EQ(linesOf("dest", "    run "), "    run in 9:1 \"load\"\n    run in 9:1 \"check\"\n");
-  EXPECT_EQ(sectionOf("dest", "vector \"load\""), "vector \"load\" value=0\n  cells |-011\n");
+  EXPECT_EQ(sectionOf("dest", "vector \"load\""), "vector \"load\"\n  cells |X011\n");
   EXPECT_THAT(linesOf("dest", "signal 9:"), StartsWith("signal 9:1 \"chain\" type=chain"));
 }
 
@@ -183,7 +183,7 @@ TEST_F(ConcatTest, FormsBusesAndTellsWhichItCannot) {
               HasSubstr("Bus g is not being formed because the name already exists.\n"));
   EXPECT_THAT(
       sectionOf("dest", "signal 9 "),
-      StartsWith("signal 9 \"d\" type=bus direction=input left=1 right=0\n  members 1 2\n"));
+      StartsWith("signal 9 \"d\" type=bus direction=input left=0 right=1\n  members 1 2\n"));
 }
 
 // --- Refusals ------------------------------------------------------------------------

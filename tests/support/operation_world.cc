@@ -5,7 +5,9 @@
 
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "support/untouched.h"
 
@@ -136,6 +138,19 @@ std::string OperationWorld::sectionOf(const std::string& name, const std::string
     if (!section.empty() || line.starts_with(begin)) section += line + "\n";
   }
   return section;
+}
+
+std::string OperationWorld::recordsOf(const std::string& name) const {
+  std::istringstream in(dump(name));
+  std::multiset<std::string> records;
+  std::string record;
+  for (std::string line; std::getline(in, line); record += line + "\n") {
+    if (line.starts_with(' ')) continue;
+    records.insert(std::exchange(record, ""));
+  }
+  std::string all;
+  for (const std::string& each : records) all += each;
+  return all;
 }
 
 void OperationWorld::expectSame(const std::string& a, const std::string& b,

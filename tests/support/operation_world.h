@@ -54,6 +54,9 @@ class OperationWorld {
   // The first line that begins with a text, and what stands below it.
   std::string sectionOf(const std::string& name, const std::string& begin) const;
   std::string rowsOf(const std::string& name) const { return sectionOf(name, "rows main"); }
+  // The records of the dump in the order of their text, for databases whose signals were
+  // made in another order.
+  std::string recordsOf(const std::string& name) const;
   // Whether `pvb diff` finds the two the same in meaning.
   void expectSame(const std::string& a, const std::string& b,
                   std::vector<std::string> options = {}) const;
