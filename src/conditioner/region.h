@@ -42,8 +42,12 @@ struct PVBregion {
   // where it isn't carried over. Empty until an operation needs it.
   std::vector<PVBid> sigIDMap;
   PVBposition cursor;  // the row that the walk is at
+  // Cycles of that row which follow a cut first cycle and are the walk's next row.
+  std::uint32_t cyclesPending = 0;
   std::optional<eqSheetTable> sheets;
-  std::vector<ScanIdPair> scanIDMap;
+  std::vector<ScanIdPair> scanIDMap;  // in rising index of `from`
+  // State vectors without a name, which can't be found again in the destination.
+  std::unordered_map<PVBid, PVBid> vectorIDMap;
 };
 
 std::unique_ptr<PVBregion> PVBregionNew();

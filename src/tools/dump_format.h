@@ -38,6 +38,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/quote.h"
 #include "pvb/database.h"
 #include "pvb/label.h"
 #include "pvb/message_store.h"
@@ -46,7 +47,6 @@
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
 #include "tools/dump_text.h"
-#include "tools/quote.h"
 
 inline constexpr std::string_view kDumpMark = "pvb-dump";
 inline constexpr int kDumpFormat = 1;

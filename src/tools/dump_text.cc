@@ -5,8 +5,8 @@
 #include <cerrno>
 
 #include "base/errors.h"
+#include "base/quote.h"
 #include "tools/nearest.h"
-#include "tools/quote.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 // (NAME=VALUE), and for rows the states behind a bar. Blank lines and lines that
 // begin with "#" are passed over; indentation means nothing.
 //
-//   TEXT    between double quotes (quote.h)      ID     number, CLASS:NUMBER, none
+//   TEXT    between double quotes (base/quote.h)      ID     number, CLASS:NUMBER, none
 //   TIME    10nS, or MAJOR:MINOR as stored       STATES |01-ZX up to the line's end
 //
 // The first failure is told to the sink with file, line and column; from then on
