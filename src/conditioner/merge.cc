@@ -2,6 +2,7 @@
 
 #include <fmt/printf.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <initializer_list>
 
@@ -10,6 +11,7 @@
 #include "conditioner/copy.h"
 #include "conditioner/merge_internal.h"
 #include "conditioner/messages.h"
+#include "conditioner/operand_database.h"
 #include "conditioner/region_report.h"
 #include "conditioner/run.h"
 #include "conditioner/timeplate_transfer.h"
@@ -19,11 +21,12 @@
 namespace {
 
 constexpr std::string_view kFunction = "merge";
-constexpr int kBuffers = 8;
-constexpr std::uint32_t kMergedFlag = 0x40000000;
+// The one flag of a database that its successor takes over.
+constexpr std::uint32_t kInheritedFlag = 0x40000000;
 constexpr int kPercent = 100;
 
 int fail(int message, std::string_view arg1, ErrArg arg2 = {}) {
+  errno = 0;
   PBerrPush(PBconditionerError, message, kFunction, arg1, arg2);
   return -2;
 }
@@ -37,32 +40,19 @@ int checkExistence(std::initializer_list<const std::string*> paths) {
   return 0;
 }
 
-int openSource(PVBregion& src) {
-  src.pvbHandle = PVBopenAny(src.pvbName, false, 0, kBuffers, kAllSections, false);
-  return src.pvbHandle >= 0 ? 0 : fail(kCannotOpen, src.pvbName);
+// Extended sources hold what only an extended destination can.
+bool needsExtended(const PVBregion& src1, const PVBregion& src2) {
+  return PVBmodelExtended(src1.pvbHandle, true) || PVBmodelExtended(src2.pvbHandle, true);
 }
 
-// Two extended sources hold what only an extended destination can.
-int openDestination(PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
-  const bool upgrade =
-      PVBmodelExtended(src1.pvbHandle, true) || PVBmodelExtended(src2.pvbHandle, true);
-  dest.pvbHandle = PVBopenAny(dest.pvbName, true, 0, kBuffers, kAllSections, upgrade);
-  return dest.pvbHandle >= 0 ? 0 : fail(kCannotOpen, dest.pvbName);
-}
-
-// Removes a database that stands where the destination goes. Opened for reading only:
-// it may turn out to be a source.
-int clearDestination(const std::string& dest, const PVBregion& src1, const PVBregion& src2,
-                     const std::string& refPvb) {
-  if (!PVBexists(dest)) return 0;
-  const int database = PVBopenAny(dest, false, 0, kBuffers, kAllSections, false);
-  if (database < 0) return fail(kCannotOpen, dest);
-  for (const PVBregion* src : {&src1, &src2}) {
-    if (sameDirectory(dest, src->pvbName)) return fail(kSameDatabase, dest, src->pvbName);
+int makeRoom(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2,
+             const std::string& refPvb) {
+  const bool isSource =
+      sameDirectory(dest.pvbName, src1.pvbName) || sameDirectory(dest.pvbName, src2.pvbName);
+  if (!isSource && sameDirectory(dest.pvbName, refPvb)) {
+    return fail(kSameReference, dest.pvbName, refPvb);
   }
-  if (sameDirectory(dest, refPvb)) return fail(kSameReference, dest, refPvb);
-  if (PVBclose(database) != 0) fatalExit();
-  return PVBdeleteAll(dest) == 0 ? 0 : -2;
+  return clearDestination(kFunction, dest, {&src1, &src2});
 }
 
 // --- Equal regions -------------------------------------------------------------------
@@ -88,16 +78,17 @@ int copyInstead(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::st
       "\nThe merge operation is changed to a copy because the two source PVB regions are the "
       "same.");
   if (copy(dest, src1) == 0) return 0;
+  errno = 0;
   PBerrPush(PBconditionerError, kCopyOperationFailed, kFunction);
   fatalExit();
 }
 
 // --- Combining -----------------------------------------------------------------------
 
-void carryFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
+void inheritFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
   const std::uint32_t flags = PVBdatabaseFlags(src1.pvbHandle) | PVBdatabaseFlags(src2.pvbHandle);
-  if ((flags & kMergedFlag) == 0) return;
-  PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(dest.pvbHandle) | kMergedFlag);
+  if ((flags & kInheritedFlag) == 0) return;
+  PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(dest.pvbHandle) | kInheritedFlag);
 }
 
 void loadSheets(PVBregion& region) {
@@ -157,11 +148,11 @@ void saveAndClose(const PVBregion& dest, PVBregion& src1, PVBregion& src2,
 
 int merge(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::string& refPvb) {
   if (checkExistence({&src1.pvbName, &src2.pvbName, &refPvb}) != 0) return -2;
-  if (openSource(src1) != 0 || openSource(src2) != 0) return -2;
-  if (clearDestination(dest.pvbName, src1, src2, refPvb) != 0) return -2;
+  if (openSource(kFunction, src1) != 0 || openSource(kFunction, src2) != 0) return -2;
+  if (makeRoom(dest, src1, src2, refPvb) != 0) return -2;
   if (PVBregionEqual(src1, src2)) return copyInstead(dest, src1, src2, refPvb);
-  if (openDestination(dest, src1, src2) != 0) return -2;
-  carryFlag(dest, src1, src2);
+  if (openDestination(kFunction, dest, needsExtended(src1, src2)) != 0) return -2;
+  inheritFlag(dest, src1, src2);
 
   PBprogressStart(kPercent, fmt::sprintf("...merging PVB regions: %s %s to %s", src1.regionName,
                                          src2.regionName, dest.pvbName));

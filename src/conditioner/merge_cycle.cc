@@ -2,6 +2,7 @@
 // that is longer is used for the next row of the destination too.
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <unordered_map>
 #include <utility>
@@ -23,6 +24,11 @@ constexpr std::string_view kFunction = "mergeCycle";
 
 // Of the short names, which several merges of a run go on counting.
 std::uint32_t tpNameCounter = 0;
+
+void push(int message, std::string_view arg1, ErrArg arg2 = {}) {
+  errno = 0;
+  PBerrPush(PBconditionerError, message, kFunction, arg1, arg2);
+}
 
 std::string timeText(TIME time) {
   std::string text;
@@ -52,8 +58,7 @@ struct Side {
 
 void requirePlate(const Side& side) {
   if (side.row.row && side.row.plate != nullptr) return;
-  PBerrPush(PBconditionerError, kFunctionAndText, kFunction,
-            "a pattern row without a timeplate can't be merged.");
+  push(kFunctionAndText, "a pattern row without a timeplate can't be merged.");
   fatalExit();
 }
 
@@ -130,8 +135,7 @@ std::string generatedName(int database, TIME now) {
     }
   }
   if (std::optional<std::string> name = refTimePlateName(now)) return *std::move(name);
-  PBerrPush(PBconditionerError, kFunctionAndText, kFunction,
-            "the reference PVB has no timeplate at time " + timeText(now) + ".");
+  push(kFunctionAndText, "the reference PVB has no timeplate at time " + timeText(now) + ".");
   fatalExit();
 }
 
@@ -189,8 +193,7 @@ class CycleMerge {
 
   PVBid generate(TIME duration) {
     if (PBcmpTIME(duration, run.minPeriod) < 0) {
-      PBerrPush(PBconditionerError, kPeriodTooShort, kFunction, timeText(duration),
-                timeText(run.minPeriod));
+      push(kPeriodTooShort, timeText(duration), timeText(run.minPeriod));
       return UNDEF;
     }
     auto merged = mergeTimePlates(side1_, side2_, categories_, duration, *base_);

@@ -1,13 +1,14 @@
 // The reference database of a merge, after whose timeplates generated ones are named.
 
+#include <cerrno>
+
 #include "base/errors.h"
 #include "conditioner/merge.h"
 #include "conditioner/messages.h"
+#include "conditioner/operand_database.h"
 #include "pvb/database.h"
 
 namespace {
-
-constexpr int kBuffers = 8;
 
 // -1 while none is open. A path that is a source's too shares the source's handle.
 int reference = -1;
@@ -15,7 +16,7 @@ int reference = -1;
 }  // namespace
 
 int initRefPVB(const std::string& path) {
-  reference = PVBopenAny(path, false, 0, kBuffers, kAllSections, false);
+  reference = PVBopenAny(path, false, 0, kOperandBuffers, kAllSections, false);
   if (reference >= 0) return 0;
   PBerrPush(PBconditionerError, kCannotOpen, "initRefPVB", path);
   return -2;
@@ -23,6 +24,7 @@ int initRefPVB(const std::string& path) {
 
 int closeRefPVB(const std::string& path) {
   if (reference < 0) {
+    errno = 0;
     PBerrPush(PBconditionerError, kCannotClose, "closeRefPVB", path);
     return -2;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <span>
 #include <tuple>
@@ -327,6 +328,7 @@ std::unique_ptr<PVBtimePlate> translateTimePlate(const PVBtimePlate& srcPlate,
 PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
   const int count = PVBtimePlateCount(database);
   if (run.tpGenLimit >= 0 && run.tpGenLimit <= count) {
+    errno = 0;
     PBerrPush(PBconditionerError, kTooManyTimePlates, "insertTimePlate", std::to_string(count + 1),
               std::to_string(run.tpGenLimit));
     return nullptr;
