@@ -22,6 +22,7 @@ struct World {
   World() {
     auto signal = PVBsignalNew();
     signal->name = "s";
+    signal->direction = INPUT;
     s = PVBsignalAdd(db(), std::move(signal));
     addPlate("tp", 10, "DU");
   }

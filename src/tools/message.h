@@ -90,6 +90,10 @@ enum MessageCode : int {
   kRowsNotReadable = 501,
   kPropertiesNotReadable = 502,
   kVectorsNotReadable = 503,
+
+  kNotComparable = 601,
+  kNoSuchSignal = 602,
+  kBadStretch = 603,
 };
 
 struct MessageRow {

@@ -189,6 +189,17 @@ constexpr std::array kTable = {
                "A property list or its records can't be read."},
     MessageRow{kVectorsNotReadable, "state vectors can't be read",
                "`pvb verify` tells what is wrong.", "A state vector can't be unpacked."},
+
+    MessageRow{kNotComparable, "pattern can't be compared", "`pvb verify` tells what is wrong.",
+               "A tree or a row can't be read, a subroutine calls itself or doesn't exist, or the "
+               "pattern is longer than a time can be, so its cycles can't be given in order."},
+    MessageRow{kNoSuchSignal, "no such signal", "`pvb show DB signals` lists the names.",
+               "Neither database has a signal of this name. Buses and groups are compared by their "
+               "parts."},
+    MessageRow{kBadStretch, "bad stretch of time",
+               "Give times such as 250nS, at the beginning of a cycle or with --ignore-cycles.",
+               "The beginning or the end of what is to be compared isn't a time, the end isn't "
+               "behind the beginning, or no cycle begins there."},
 };
 
 }  // namespace
