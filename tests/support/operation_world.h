@@ -42,8 +42,8 @@ class OperationWorld {
   Outcome runOperations(std::string_view rows, std::vector<std::string> parameters = {});
   // One operation by parameters alone.
   Outcome runParameters(std::vector<std::string> parameters);
-  // The operation file of the last run again.
-  Outcome runAgain(const ProgramCall& how);
+  // The operation file of the last runOperations again, under other circumstances.
+  Outcome runAgain(const ProgramCall& how = {});
   // `pvb VERB ...` in the directory.
   ProgramResult runCompanion(std::vector<std::string> arguments) const;
 
