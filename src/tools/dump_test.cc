@@ -8,10 +8,10 @@
 
 #include <filesystem>
 
+#include "base/quote.h"
 #include "support/dump_support.h"
 #include "support/fault_platform.h"
 #include "tools/dump_format.h"
-#include "tools/quote.h"
 
 namespace {
 
