@@ -19,12 +19,14 @@ constexpr std::array<Dimension, 6> kTypeDimensions = {Dimension{},       Dimensi
 
 bool fitsType(ssType type, Quantity& value) {
   if (type == ssType::any) return true;
-  const Dimension& wanted = kTypeDimensions[static_cast<std::size_t>(type)];
+  const Dimension wanted = typeDimension(type);
   if (value.plainZero()) value.dimension = wanted;
   return value.dimension == wanted;
 }
 
 }  // namespace
+
+Dimension typeDimension(ssType type) { return kTypeDimensions[static_cast<std::size_t>(type)]; }
 
 // A variable that was evaluated, or is being.
 struct ExpressionScope::Memo {

@@ -239,6 +239,14 @@ Quantity quantityOfTime(TIME time) {
   return out;
 }
 
+Quantity quantityOfNumber(double number, Dimension dimension) {
+  Quantity out;
+  out.dimension = dimension;
+  out.exact = false;
+  out.number = number * std::pow(kFemtosecondsPerSecond, dimension.time);
+  return out;
+}
+
 bool quantityToTime(const Quantity& value, TIME& time, std::string& reason) {
   if (value.dimension != kTimeDimension && !value.plainZero()) {
     reason = fmt::format("{} isn't a time", dimensionText(value.dimension));

@@ -1,0 +1,3 @@
+#include "tools/diff.h"
+
+DiffResult diffStructures(int, int, const DifferenceSink&, const MessageSink&) { return {}; }
