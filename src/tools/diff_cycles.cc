@@ -18,7 +18,8 @@ class CycleDiff {
         store_(store),
         tally_(tally),
         bytes_(a.meaning().usedBytes()),
-        usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()) {}
+        usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()),
+        leftAlike_(a.previous() == b.previous()) {}
 
   bool run();
 
@@ -40,7 +41,7 @@ class CycleDiff {
   PassSkip skip_;
   std::size_t bytes_;
   bool usesPrevious_;
-  bool leftAlike_ = true;  // both sides left all signals in the same states
+  bool leftAlike_;  // both sides left all signals in the same states
   std::unordered_map<std::uint32_t, bool> samePlates_;
   std::uint32_t lastPlates_ = 0;
   bool lastSame_ = false;
