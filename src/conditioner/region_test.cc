@@ -22,6 +22,7 @@ struct World {
   World() {
     auto signal = PVBsignalNew();
     signal->name = "s";
+    signal->direction = INPUT;
     s = PVBsignalAdd(db(), std::move(signal));
     addPlate("tp", 10, "DU");
   }
@@ -177,6 +178,23 @@ TEST(RegionWalk, BeginsARepeatedRowWithTheCyclesLeft) {
   EXPECT_THAT(world.walk(ns(25), ns(50)), ElementsAre(cut, "1:LITERALx2 tp"));
   EXPECT_THAT(world.walk(ns(25), ns(30)), ElementsAre(cut));
   EXPECT_THAT(world.walk(ns(25), ns(40)), ElementsAre(cut, stopRefusal("40nS")));
+}
+
+TEST(RegionWalk, KeepsCyclesWithEquationsWhole) {
+  World world;
+  world.add(ROW_LITERAL);
+  world.add(ROW_LITERAL);
+  world.add(ROW_LITERAL, 2);
+  world.database.directory().write("db/pvb.sdb",
+                                   "SDB 1\nsheet \"S\"\n  variable \"v\" time \"1nS\"\n"
+                                   "  set \"Set1\" selected\nend\n");
+  const StructuresAllowed allowed;
+  EXPECT_THAT(world.walk(ns(4)),
+              ElementsAre("PVBregionPatternInqFirst: Start time (4nS) of equation containing PVB "
+                          "region (r) does not align with cycle boundary."));
+  EXPECT_THAT(world.walk(TIME_ZERO, ns(14)), ElementsAre("0:LITERALx1 tp", stopRefusal("14nS")));
+  // But a repeated row is cut.
+  EXPECT_THAT(world.walk(ns(24)), ElementsAre("2:LITERALx1 tp_4nS", "2:LITERALx1 tp"));
 }
 
 TEST(RegionWalk, TakesScanRowsWithoutATestForTheEnd) {

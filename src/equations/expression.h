@@ -44,6 +44,9 @@ struct ExpressionError {
 // `variable "tck", column 3: there is no variable "x"`.
 std::string expressionErrorText(const ExpressionError& error);
 
+// The unit of a type; `any` has none.
+Dimension typeDimension(ssType type);
+
 class ExpressionScope {
  public:
   // Evaluates in the selected sheet. `data` must stay as it is while the scope lives.

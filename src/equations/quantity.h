@@ -50,6 +50,8 @@ std::string quantityText(const Quantity& value);
 std::string dimensionText(Dimension dimension);
 
 Quantity quantityOfTime(TIME time);
+// A number in seconds, hertz, volts, amperes.
+Quantity quantityOfNumber(double number, Dimension dimension);
 // To the nearest femtosecond, a tie going up. False for what isn't a time, for one below
 // zero and for one above TIME_MAX.
 bool quantityToTime(const Quantity& value, TIME& time, std::string& reason);

@@ -181,7 +181,7 @@ void ssWriteLines(const ssData& data, const std::function<void(std::string_view 
 }
 
 bool ssLineReader::take(std::string_view line) {
-  line_ = line;
+  line_ = line.substr(0, line.find_last_not_of(kBlanks) + 1);
   place_ = 0;
   const std::string_view keyword = word("\"");
   if (!hasContent(keyword)) return true;

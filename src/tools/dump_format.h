@@ -16,6 +16,8 @@
 //   rows main|SLOT base=0                   below: the rows
 //   label NAME row=3 ...
 //   heading NUMBER SHORT TEXT ...           below: finding, item
+//   equations                               below: the lines of "pvb.sdb", from its
+//                                           second one to the last but one
 //   file NAME                               below: data BASE64
 //   done
 //

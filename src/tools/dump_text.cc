@@ -105,6 +105,10 @@ bool DumpScanner::failLine(MessageCode code, std::string_view text) {
   return report(code, text, line_.find_first_not_of(kBlanks) + 1, true);
 }
 
+bool DumpScanner::failColumn(MessageCode code, std::string_view text, std::size_t column) {
+  return report(code, text, column, true);
+}
+
 bool DumpScanner::failText(MessageCode code, std::string_view text) {
   return report(code, text, 0, false);
 }

@@ -38,12 +38,15 @@ class DumpScanner {
   bool nextLine();
   // Its first word.
   std::string_view keyword() const { return keyword_; }
+  // All of it, for a reader of its own.
+  std::string_view line() const { return line_; }
   bool failed() const { return failed_; }
 
-  // Tell what is wrong with the word read last, with the whole line, or with the
-  // text as a whole. Always false.
+  // Tell what is wrong with the word read last, with the whole line, at a column of it,
+  // or with the text as a whole. Always false.
   bool fail(MessageCode code, std::string_view text);
   bool failLine(MessageCode code, std::string_view text);
+  bool failColumn(MessageCode code, std::string_view text, std::size_t column);
   bool failText(MessageCode code, std::string_view text);
 
   // Whether nothing is left on the line.

@@ -8,6 +8,7 @@
 
 #include "base/errors.h"
 #include "tools/build.h"
+#include "tools/diff.h"
 #include "tools/dump.h"
 #include "tools/message.h"
 #include "tools/nearest.h"
@@ -20,7 +21,7 @@ namespace {
 int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
-constexpr std::array<Verb, 6> kVerbs = {{
+constexpr std::array<Verb, 7> kVerbs = {{
     {"dump",
      "write a database as text",
      "DB [-o FILE] [--force]",
@@ -43,11 +44,24 @@ constexpr std::array<Verb, 6> kVerbs = {{
      "show what is in a database",
      "DB [SECTION] [--rows FROM..TO] [--format FORM]",
      "Shows a database in tables. Without a section, an overview; the sections are signals, "
-     "timeplates, rows, labels, subroutines, properties, pins, columns, vectors, findings and "
-     "files.",
+     "timeplates, rows, labels, subroutines, properties, pins, columns, vectors, findings, "
+     "equations (each variable in each set, evaluated there) and files.",
      {"pvb show design.pvb", "pvb show design.pvb rows --rows 100..120",
       "pvb show design.pvb signals --json"},
      runShow},
+    {"diff",
+     "compare what two databases mean",
+     "A B [options]",
+     "Compares signals by name, then the main patterns cycle by cycle: periods, and for each "
+     "signal the events of the cycle with the states that they drive or expect. Loops, calls, "
+     "repeats and scan rows are taken apart, so a loop equals its rows written out; ids, names of "
+     "timeplates and comments don't count. With --ignore-cycles only the waves over time count: "
+     "where cycles begin and levels that are said again make no difference. Cycles are counted "
+     "from the beginning of what is compared; rows of subroutines are shown as NAME:ROW.",
+     {"pvb diff old.pvb new.pvb",
+      "pvb diff merged.pvb source.pvb --signals clk,reset --ignore-cycles",
+      "pvb diff joined.pvb second.pvb --a-from 250uS --literal-previous"},
+     runDiff},
     {"verify",
      "check the structure of a database on disk",
      "DB [--format FORM]",
