@@ -116,7 +116,7 @@ std::int32_t destinationSlot(const PVBtimePlate& plate, PVBid signal, int direct
   if (direction == INPUT || direction == OUTPUT) {
     return tracks->track[static_cast<std::size_t>(direction)];
   }
-  for (const std::size_t d : {BIDIR, INPUT, OUTPUT}) {
+  for (const std::size_t d : {std::size_t{BIDIR}, std::size_t{INPUT}, std::size_t{OUTPUT}}) {
     if (tracks->track[d] >= 0) return tracks->track[d];
   }
   return kNoTrack;
