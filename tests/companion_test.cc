@@ -113,6 +113,31 @@ TEST_F(CompanionTest, LeavesNothingOfABadText) {
   EXPECT_THAT(names(), testing::ElementsAre("bad.pvbt", "small.pvbt", "tmp"));
 }
 
+TEST_F(CompanionTest, ComparesDatabases) {
+  ASSERT_EQ(run({"build", "small.pvbt", "db"}).exitCode, 0);
+  std::string other = dir_.read("small.pvbt");
+  other.replace(other.find("|01"), 3, "|11");
+  dir_.write("other.pvbt", other);
+  ASSERT_EQ(run({"build", "other.pvbt", "db2"}).exitCode, 0);
+  const ProgramResult same = run({"diff", "db", "db/"});
+  EXPECT_EQ(same.exitCode, 0);
+  EXPECT_THAT(same.out, StartsWith("same: "));
+  const ProgramResult different = run({"diff", "db", "db2", "--structure", "--json"});
+  EXPECT_EQ(different.exitCode, 1);
+  EXPECT_THAT(different.out, StartsWith("{\"schema\":\"pvb-diff/1\""));
+  const std::vector<std::vector<std::string>> wrong = {{"diff", "db"},
+                                                       {"diff", "db", "none"},
+                                                       {"diff", "db", "db2", "--signals", "nope"},
+                                                       {"diff", "db", "db2", "--a-from", "soon"},
+                                                       {"diff", "db", "db2", "--a-to", "0ns"}};
+  for (const auto& arguments : wrong) {
+    const ProgramResult result = run(arguments);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.err, HasSubstr("[PVB0"));
+  }
+  EXPECT_THAT(names("tmp"), IsEmpty());
+}
+
 TEST_F(CompanionTest, ReadsCompressedTexts) {
   const std::string text = dir_.read("small.pvbt");
   gzFile file = gzopen(dir_.path("small.gz").c_str(), "wb");

@@ -13,6 +13,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -158,6 +159,23 @@ TEST_F(Diff, DifferencesAreFoundAtTheirPlaces) {
                   "length  /3 3 x1: ends / goes on"));
 }
 
+TEST_F(Diff, WavesDifferFromChangeToChange) {
+  options_.ignoreCycles = true;
+  const std::string same = "row \"tp1\" |0\nrow \"tp1\" |11\nrow \"tp1\" |1\n";
+  const auto rows = [&](std::string_view a, std::string_view b) {
+    return fmt::format("rows main\n{}row \"tp1\" |{}\n{}row \"tp1\" x9 |{}\n{}", same, a, same, b,
+                       same);
+  };
+  EXPECT_THAT(diffRows(rows("10", "0"), rows("10", "0")), IsEmpty());
+  EXPECT_THAT(diffRows(rows("0", "0"), rows("1", "0")),
+              ElementsAre("wave a 3/ 3 x1: force high to force low / force high",
+                          "wave a /4 4 x1: force low / force high to force low"));
+  EXPECT_THAT(
+      diffRows(rows("1", "0"), rows("1", "01")),
+      Contains("wave q /7 7 x1: expect unknown level / expect unknown level to expect high"));
+  EXPECT_EQ(result_.differences, 18u);  // to high and back in each of nine cycles
+}
+
 TEST_F(Diff, SignalsAreMatchedByName) {
   std::string other = signalLines();
   other.replace(other.find("\"q\""), 3, "\"x\"");
@@ -268,7 +286,8 @@ TEST_F(Diff, CutCyclesHaveTheSameWaves) {
   std::string high = cut;
   high.replace(high.rfind("|00"), 3, "|10");
   EXPECT_THAT(diff(whole, late), testing::SizeIs(12));
-  EXPECT_THAT(diff(whole, high), ElementsAre("wave a /5 11 x1: force low / force high"));
+  EXPECT_THAT(diff(whole, high),
+              ElementsAre("wave a /5 11 x1: force low / force low to force high"));
 }
 
 TEST_F(Diff, StretchesAreComparedFromTheirBeginnings) {

@@ -374,6 +374,7 @@ void WaveDiff::tell(std::size_t side, std::size_t index, const Change& change, c
   mine.row = sides_[side]->place(change.place.pattern, change.place.row);
   mine.time = sides_[side]->stretch().from + change.time;
   mine.text = levelText(change.state);
+  if (change.before != kNothing) mine.text = levelText(change.before) + " to " + mine.text;
   other.time = sides_[1 - side]->stretch().from + change.time;
   other.text = levelText(otherLevel);
   tally_.tell(found);
