@@ -15,11 +15,12 @@ namespace {
 constexpr std::string_view kFirstLine = "SDB 1";
 constexpr std::string_view kLastLine = "end";
 
-int postBadFile(const PBtextFile* file, std::string_view reason) {
+std::nullopt_t refuse(const PBtextFile* file, std::string_view reason) {
   errno = 0;
-  return PBpostError(
+  PBpostError(
       "ssOpen", 87,
       fmt::format("{} line {}: {}", PBtextFileName(file), PBgetTextLineNumber(file), reason));
+  return std::nullopt;
 }
 
 // The next line with content: 1, 0 at the end, -2 after a post.
@@ -36,20 +37,20 @@ int nextLine(PBtextFile* file, std::string_view& line) {
 std::optional<ssData> readFile(PBtextFile* file) {
   std::string_view line;
   int got = nextLine(file, line);
-  if (got == 1 && ssLineContent(line) != kFirstLine) got = 0;
-  if (got == 0) postBadFile(file, fmt::format("the file doesn't begin with \"{}\"", kFirstLine));
-  if (got != 1) return std::nullopt;
-  ssLineReader reader;
-  while ((got = nextLine(file, line)) == 1 && ssLineContent(line) != kLastLine) {
-    if (reader.take(line)) continue;
-    postBadFile(file, fmt::format("column {}: {}", reader.column(), reader.error()));
-    return std::nullopt;
+  if (got < 0) return std::nullopt;
+  if (got == 0 || ssLineContent(line) != kFirstLine) {
+    return refuse(file, fmt::format("the file doesn't begin with \"{}\"", kFirstLine));
   }
-  if (got == 0) postBadFile(file, fmt::format("the file ends without \"{}\"", kLastLine));
-  if (got != 1) return std::nullopt;
+  ssLineReader reader;
+  while ((got = nextLine(file, line)) > 0 && ssLineContent(line) != kLastLine) {
+    if (reader.take(line)) continue;
+    return refuse(file, fmt::format("column {}: {}", reader.column(), reader.error()));
+  }
+  if (got < 0) return std::nullopt;
+  if (got == 0) return refuse(file, fmt::format("the file ends without \"{}\"", kLastLine));
   got = nextLine(file, line);
-  if (got == 1) postBadFile(file, fmt::format("there is more behind \"{}\"", kLastLine));
-  if (got != 0) return std::nullopt;
+  if (got < 0) return std::nullopt;
+  if (got > 0) return refuse(file, fmt::format("there is more behind \"{}\"", kLastLine));
   return std::move(reader.data());
 }
 
