@@ -84,6 +84,23 @@ inline int openPvb(const std::string& path, const Load& load, bool writable) {
   return database;
 }
 
+// A plate that drives every signal of the database at the beginning of the cycle.
+inline void addPlate(int database) {
+  auto plate = PVBtimePlateNew();
+  plate->name = "tp";
+  plate->period = PBlongToTIME(static_cast<std::int32_t>(kPeriodFs));
+  int slot = 0;
+  for (const PVBid signal : PVBsignalInqByID(database, kGroupAll)->members) {
+    check(PVBallocAsNecessary(*plate, slot) == 0, "PVBallocAsNecessary");
+    PVBlistInsert(*plate, slot, signal);
+    PVBtrackSetDirection(*plate, slot, INPUT);
+    PVBallocLevelAsNecessary(*plate, 0, slot, -1, TIME_ZERO, 'D', 1);
+    PVBtrackSetSignals(*plate, slot, {signal});
+    ++slot;
+  }
+  check(PVBtimePlateInsert(database, std::move(plate)) == 0, "PVBtimePlateInsert");
+}
+
 // A new database of signals named `prefix` and their number.
 inline void appendPvb(const std::string& path, const Load& load, const std::string& prefix = "s") {
   const int database = openPvb(path, load, true);
@@ -93,10 +110,7 @@ inline void appendPvb(const std::string& path, const Load& load, const std::stri
     signal->direction = INPUT;
     check(PVBsignalAdd(database, std::move(signal)) > 0, "PVBsignalAdd");
   }
-  auto plate = PVBtimePlateNew();
-  plate->name = "tp";
-  plate->period = PBlongToTIME(static_cast<std::int32_t>(kPeriodFs));
-  check(PVBtimePlateInsert(database, std::move(plate)) == 0, "PVBtimePlateInsert");
+  addPlate(database);
   StateSource source(load.signals);
   PVBproperty comment = {kCommentKey, std::string()};
   for (std::uint32_t i = 0; i < load.rows; ++i) {

@@ -1,9 +1,9 @@
-// The operations at full size, as a user runs them: concat and merge of two
-// patterns, copy of a stretch out of a long pattern, insert in front of a pattern.
-// Beside each the same job in SQLite, row by row in the order of positions, one
-// transaction, prepared statements, synchronous off;
-// the calls of the pattern store that the job needs and nothing else ("store"), and
-// copying the files of the result. Every measurement is a process of its own.
+// The operations at full size, as a user runs them ("program"): concat and merge of two
+// patterns, copy of a stretch out of a long pattern, insert in front of a pattern. Beside
+// each the same job in SQLite (row by row in the order of positions, one transaction,
+// prepared statements, synchronous off), the calls of the pattern store that the job
+// needs and nothing else ("store"), and copying the files of the result. Every
+// measurement is a process of its own.
 //
 //   region_bench [ROWS [SIGNALS]]     default: 1000000 rows, 64 and 512 signals
 
@@ -25,7 +25,9 @@
 
 namespace {
 
-// Rows of one source, and where they go.
+constexpr std::uint32_t kLongFactor = 10;
+
+// Rows of one source.
 struct Stretch {
   std::string path;
   std::uint32_t first;
@@ -34,13 +36,12 @@ struct Stretch {
 
 struct Job {
   std::string name;
-  std::vector<std::string> arguments;  // of the program
+  std::vector<std::string> arguments;  // of the program, besides the databases
   std::vector<Stretch> sources;
   std::string destination;
-  bool together;      // the sources are joined row by row
-  bool intoExisting;  // the destination is a copy of `base` before
-  std::string base;
-  int signals;  // of the destination
+  int signals;      // of the destination
+  bool together;    // the sources are joined row by row
+  bool intoSecond;  // the first source goes in front of a copy of the second
 };
 
 // --- The calls of the store ----------------------------------------------------------
@@ -124,26 +125,22 @@ void storeRow(int database, std::uint32_t place, std::span<const std::unique_ptr
 }
 
 void makeDestination(int database, int signals) {
-  auto plate = PVBtimePlateNew();
-  plate->name = "tp";
-  plate->period = PBlongToTIME(static_cast<std::int32_t>(kPeriodFs));
-  check(PVBtimePlateInsert(database, std::move(plate)) == 0, "PVBtimePlateInsert");
   for (int i = 0; i < signals; ++i) {
     auto signal = PVBsignalNew();
     signal->name = "d" + std::to_string(i);
     signal->direction = INPUT;
     check(PVBsignalAdd(database, std::move(signal)) > 0, "PVBsignalAdd");
   }
+  addPlate(database);
 }
 
 void runStore(const Job& job) {
-  if (job.intoExisting) {
-    std::filesystem::copy(job.base, job.destination, std::filesystem::copy_options::recursive);
-  }
-  const auto readers = openReaders(job);
+  if (job.intoSecond) std::filesystem::copy(job.sources[1].path, job.destination);
+  auto readers = openReaders(job);
+  if (job.intoSecond) readers.pop_back();
   const int database = PVBopenAny(job.destination, true, job.signals, 8, kAllSections, false);
   check(database >= 0, "PVBopenAny");
-  if (!job.intoExisting) makeDestination(database, job.signals);
+  if (!job.intoSecond) makeDestination(database, job.signals);
   std::uint32_t place = 0;
   const std::span all(readers);
   if (job.together) {
@@ -196,21 +193,12 @@ void appendStates(std::vector<std::uint8_t>& states, sqlite3_stmt* row) {
   states.insert(states.end(), blob, blob + sqlite3_column_bytes(row, 3));
 }
 
+// Positions are keys, so what stands behind an insertion is written anew too.
 void runSqlite(const Job& job) {
   std::filesystem::create_directories(job.destination);
-  if (job.intoExisting) {
-    std::filesystem::copy(job.base + "/rows.db", job.destination + "/rows.db");
-  }
   Sqlite destination(job.destination);
   sqlite3_stmt* insert = destination.prepare("INSERT INTO rows VALUES(?,?,?,?,?)");
   destination.run("BEGIN");
-  // Positions are keys: what stands behind an insertion gets new ones, in an order
-  // that meets no key twice.
-  if (job.intoExisting) {
-    const std::string shift = std::to_string(job.sources[0].rows);
-    destination.run("UPDATE rows SET position = -1 - position");
-    destination.run(("UPDATE rows SET position = " + shift + " - 1 - position").c_str());
-  }
   std::vector<std::unique_ptr<SqliteReader>> readers;
   for (const Stretch& stretch : job.sources) {
     readers.push_back(std::make_unique<SqliteReader>(stretch));
@@ -243,12 +231,22 @@ void runSqlite(const Job& job) {
   std::_Exit(1);
 }
 
-// The job where the databases of the other store lie.
-Job inSqlite(Job job) {
-  for (Stretch& stretch : job.sources) stretch.path += ".sqlite";
-  job.destination += ".sqlite";
-  job.base += ".sqlite";
+// The job over databases stored that way.
+Job withEnding(Job job, const std::string& ending) {
+  for (Stretch& stretch : job.sources) stretch.path += ending;
+  job.destination += ending;
   return job;
+}
+
+[[noreturn]] void runProgram(const Job& job) {
+  std::vector<std::string> words = {PVBCONDITIONER_BINARY, "UseOpFile=no"};
+  words.insert(words.end(), job.arguments.begin(), job.arguments.end());
+  for (std::size_t i = 0; i < job.sources.size(); ++i) {
+    words.push_back("SourcePVB" + std::to_string(i + 1) + "=" + job.sources[i].path);
+  }
+  words.push_back("DestinationPVB=" + job.destination);
+  setenv("MVKDIR", "/tmp", 1);
+  execute(words);
 }
 
 void print(const Job& job, const char* what, const Measured& measured, double sqlite, double disk) {
@@ -262,13 +260,16 @@ void print(const Job& job, const char* what, const Measured& measured, double sq
       sqlite / measured.cpuSeconds, measured.megabytes, disk);
 }
 
-void measureOurs(const Job& job, bool packed, double sqlite) {
-  const auto step = [&](const char* what, const std::function<void()>& work) {
+void measureOurs(const Job& plainJob, bool packed, double sqlite) {
+  const std::string storage = packed ? "packed" : "plain";
+  const Job job = withEnding(plainJob, "." + storage);
+  const auto step = [&](const std::string& what, const std::function<void()>& work) {
     std::filesystem::remove_all(job.destination);
     const Measured measured = measure(packed, work);
-    print(job, what, measured, sqlite, diskMegabytes(job.destination));
+    print(job, (what + ", " + storage).c_str(), measured, sqlite, diskMegabytes(job.destination));
   };
-  step(packed ? "store, packed" : "store, plain", [&] { runStore(job); });
+  step("store", [&] { runStore(job); });
+  step("program", [&] { runProgram(job); });
   const std::string copy = job.destination + ".copy";
   const Measured copied = measure(true, [&] { execute({"cp", "-r", job.destination, copy}); });
   print(job, "cp -r", copied, sqlite, diskMegabytes(copy));
@@ -277,7 +278,7 @@ void measureOurs(const Job& job, bool packed, double sqlite) {
 }
 
 double measureSqlite(const Job& job) {
-  const Job theirs = inSqlite(job);
+  const Job theirs = withEnding(job, ".sqlite");
   const Measured measured = measure(true, [&] { runSqlite(theirs); });
   print(job, "SQLite", measured, measured.cpuSeconds, diskMegabytes(theirs.destination));
   std::filesystem::remove_all(theirs.destination);
@@ -292,44 +293,74 @@ struct Source {
   const char* prefix;
 };
 
-void makeSources(const std::string& directory, const std::vector<Source>& sources) {
-  for (const Source& source : sources) {
-    const std::string path = directory + "/" + source.name;
-    for (const bool packed : {true, false}) {
-      const std::string ours = path + (packed ? ".packed" : ".plain");
-      std::filesystem::create_directories(ours);
-      measure(packed, [&] { appendPvb(ours, source.load, source.prefix); });
-    }
-    std::filesystem::create_directories(path + ".sqlite");
-    measure(true, [&] { appendSqlite(path + ".sqlite", source.load); });
+void makeSource(const Source& source, const std::string& directory) {
+  const std::string path = directory + "/" + source.name;
+  for (const bool packed : {true, false}) {
+    const std::string ours = path + (packed ? ".packed" : ".plain");
+    std::filesystem::create_directories(ours);
+    measure(packed, [&] { appendPvb(ours, source.load, source.prefix); });
   }
+  std::filesystem::create_directories(path + ".sqlite");
+  measure(true, [&] { appendSqlite(path + ".sqlite", source.load); });
 }
 
+std::string timeOf(std::uint32_t row) { return std::to_string(row * (kPeriodFs / 1000000)) + "nS"; }
+
+// A stretch of `rows` rows from the middle of a pattern ten times as long, and insertions
+// of a thousandth and a tenth of the rows.
 std::vector<Job> jobsOf(const std::string& directory, const Load& load) {
   const std::string a = directory + "/a";
-  const std::string b = directory + "/b";
   const std::string dest = directory + "/dest";
   const std::uint32_t n = load.rows;
+  const std::uint32_t middle = kLongFactor / 2 * n - n / 2;
+  const int signals = load.signals;
   return {
-      {"concat", {}, {{a, 0, n}, {a + "2", 0, n}}, dest, false, false, {}, load.signals},
-      {"merge", {}, {{a, 0, n}, {b, 0, n}}, dest, true, false, {}, 2 * load.signals},
+      {"concat", {"Operation=concat"}, {{a, 0, n}, {a + "2", 0, n}}, dest, signals, false, false},
+      {"merge",
+       {"Operation=merge"},
+       {{a, 0, n}, {directory + "/b", 0, n}},
+       dest,
+       2 * signals,
+       true,
+       false},
+      {"copy of the middle",
+       {"Operation=copy", "Start1=" + timeOf(middle), "Stop1=" + timeOf(middle + n)},
+       {{directory + "/long", middle, n}},
+       dest,
+       signals,
+       false,
+       false},
+      {"insert of a 1000th",
+       {"Operation=insert"},
+       {{directory + "/few", 0, n / 1000}, {a, 0, n}},
+       dest,
+       signals,
+       false,
+       true},
+      {"insert of a 10th",
+       {"Operation=insert"},
+       {{directory + "/many", 0, n / 10}, {a, 0, n}},
+       dest,
+       signals,
+       false,
+       true},
   };
-}
-
-Job withStorage(Job job, const char* ending) {
-  for (Stretch& stretch : job.sources) stretch.path += ending;
-  job.base += ending;
-  return job;
 }
 
 void measureAll(const Load& load) {
   const std::string path = PBtempDirectory() + "/region_bench." + std::to_string(getpid());
+  const auto part = [&](std::uint32_t rows) { return Load{rows, load.signals}; };
+  for (const Source& source :
+       {Source{"a", load, "s"}, Source{"a2", load, "s"}, Source{"b", load, "t"},
+        Source{"few", part(load.rows / 1000), "s"}, Source{"many", part(load.rows / 10), "s"},
+        Source{"long", part(load.rows * kLongFactor), "s"}}) {
+    makeSource(source, path);
+  }
   std::printf("%u rows, %d signals (CPU seconds, peak memory)\n", load.rows, load.signals);
-  makeSources(path, {{"a", load, "s"}, {"a2", load, "s"}, {"b", load, "t"}});
   for (const Job& job : jobsOf(path, load)) {
     const double sqlite = measureSqlite(job);
-    measureOurs(withStorage(job, ".packed"), true, sqlite);
-    measureOurs(withStorage(job, ".plain"), false, sqlite);
+    measureOurs(job, true, sqlite);
+    measureOurs(job, false, sqlite);
   }
   std::filesystem::remove_all(path);
 }

@@ -22,6 +22,7 @@
 #include "pvb/database_copy.h"
 #include "pvb/label.h"
 #include "pvb/property.h"
+#include "pvb/state_vector.h"
 
 namespace {
 
@@ -115,6 +116,16 @@ SignalTable copyAllSignals(PVBregion& dest, PVBregion& src) {
   return table;
 }
 
+// The vectors without a name, which only their ids tell apart, are those of the file that
+// was placed; those with one are found by it.
+void keepNamelessVectors(PVBregion& src) {
+  const int database = src.pvbHandle;
+  for (PVBid id = PVBstateVectorNext(database, UNDEF); id != UNDEF;
+       id = PVBstateVectorNext(database, id)) {
+    if (PVBstateVectorName(database, id).empty()) src.vectorIDMap[id] = id;
+  }
+}
+
 // --- Labels --------------------------------------------------------------------------
 
 // The destination's subroutine with the name of one of the source, -1 for none.
@@ -171,6 +182,7 @@ int copyContent(PVBregion& dest, PVBregion& src, bool quiet) {
   SigCategories categories;
   if (categorizeSignals(src, dest, categories) != 0) assertFail(__FILE__, __LINE__);
   copyScanChains(src, dest, categories[SRC1_ALL_SCALARS], false);
+  keepNamelessVectors(src);
   const StructuresAllowed allowed;
   ConcatOptions options;
   options.quiet = quiet;

@@ -76,7 +76,6 @@ TEST_F(SignalTransfer, TheListOfDisjointSignalsStopsWhenTheStackIsNearlyFull) {
   listDisjointSignals(categories, a.region, b.region);
   EXPECT_EQ(PBerrCount(), 32);
   const std::string lines = pending();
-  EXPECT_THAT(lines, HasSubstr("                 PVB Name   Disjoint Signals:"));
   EXPECT_THAT(lines, HasSubstr(a.region.pvbName + "   only1"));
   EXPECT_THAT(lines, HasSubstr("   s27"));
   EXPECT_THAT(lines, Not(HasSubstr("   s28 ")));
@@ -127,9 +126,6 @@ TEST_F(SignalTransfer, PinsAndColumnsComeOnceAndKnowEachOther) {
   for (const char* name : {"x", "y"}) a.named(name).lists3 = {ateId, 555};
   a.named("x").lists4 = {dutId};
   a.named("y").lists5 = {columnId};
-  auto taken = PVBpinNew();
-  taken->name = "another";
-  PVBatePinInsert(dest.handle(), std::move(taken));
 
   copySignals(dest.region, a.region, signalTableOf(a.region));
   const PVBpin& pin = *PVBatePinInqByName(dest.handle(), "channel");
@@ -164,18 +160,6 @@ TEST_F(SignalTransfer, FurtherTracksRaiseAClassicDestination) {
   EXPECT_EQ(a.region.sigIDMap[1], 1);
 }
 
-TEST_F(SignalTransfer, IdsBeyondAMapAreRefused) {
-  auto wide = PVBsignalNew();
-  wide->id = PVBidMake(13, 5);
-  wide->name = "wide";
-  ASSERT_GT(PVBsignalInsertAs(a.handle(), std::move(wide)), 0);
-  PVBsignalInqByID(a.handle(), kGroupAll)->members = {PVBidMake(13, 5), 123456, UNDEF};
-  EXPECT_TRUE(signalTableOf(a.region).empty());
-  EXPECT_THAT(pending(), HasSubstr("signal id out of range"));
-  makeSigIDMap(a.region);
-  EXPECT_LE(a.region.sigIDMap.size(), std::size_t{kMaxIdIndex} + 1);
-}
-
 TEST_F(SignalTransfer, PmodesMergeUnlessBothAreUsed) {
   const auto usePmode = [](const RegionDatabase& in) {
     auto plate = PVBtimePlateNew();
@@ -192,6 +176,4 @@ TEST_F(SignalTransfer, PmodesMergeUnlessBothAreUsed) {
   usePmode(a);
   EXPECT_EQ(mergePmode(dest.region, a.region, b.region), -2);
   EXPECT_THAT(pending(), HasSubstr("mergePmode: P modes of (" + a.region.pvbName + ") and ("));
-  PVBsetPmode(a.handle(), LAST_DRIVE);
-  EXPECT_EQ(mergePmode(dest.region, a.region, b.region), 0);
 }

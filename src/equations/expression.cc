@@ -88,7 +88,7 @@ class Evaluation {
   }
 
   bool fail(std::string text, std::size_t column) {
-    error_ = {std::move(text), column, frames_.empty() ? "" : frames_.back().variable};
+    error_ = {std::move(text), column, frames_.empty() ? "" : shownName(frames_.back().variable)};
     return false;
   }
 
@@ -114,7 +114,7 @@ class Evaluation {
   // Takes the variable's value, or begins with its expression.
   bool enter(const std::string& name, std::size_t column) {
     const std::optional<ExpressionScope::Place> place = scope_.find(name);
-    if (!place) return fail(fmt::format("there is no variable \"{}\"", name), column);
+    if (!place) return fail(fmt::format("there is no variable \"{}\"", shownName(name)), column);
     const auto [memo, fresh] = scope_.memo_.try_emplace(name);
     if (fresh) {
       memo->second = std::make_unique<ExpressionScope::Memo>();
@@ -136,7 +136,7 @@ class Evaluation {
     frame.variable = name;
     frame.memo = &memo;
     if (parseExpression(scope_.expression(place), frame.steps, error_)) return true;
-    error_.variable = name;
+    error_.variable = shownName(name);
     return false;
   }
 
@@ -174,10 +174,10 @@ class Evaluation {
     std::string text = "circular reference: ";
     for (std::size_t i = 0; i < count; ++i) {
       const bool shown = i < kShownNames || i + kShownNames >= count;
-      if (shown) text.append(frames_[first + i].variable).append(" -> ");
+      if (shown) text.append(shownName(frames_[first + i].variable)).append(" -> ");
       if (!shown && i == kShownNames) text += "... -> ";
     }
-    return text + name;
+    return text + shownName(name);
   }
 
   ExpressionScope& scope_;

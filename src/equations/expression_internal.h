@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "equations/expression.h"
+#include "equations/quantity_internal.h"
 
 struct ExpressionStep {
   std::size_t column = 0;  // from 1

@@ -109,7 +109,7 @@ class Parser {
     const QuantityFunction* function = name != "neg" ? quantityFunction(name) : nullptr;
     if (function != nullptr) return open({Pending::call, begin + 1, function, 0, 1});
     place_ = begin;
-    return fail(fmt::format("there is no function \"{}\"", name));
+    return fail(fmt::format("there is no function \"{}\"", shownName(name)));
   }
 
   bool quotedName() {

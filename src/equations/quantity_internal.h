@@ -1,8 +1,13 @@
 #pragma once
 
-// What the sources of quantities share: their exact side.
+// What the sources of quantities and expressions share: exact fractions, and words for
+// messages.
 
 #include "equations/quantity.h"
+
+// A name from a text as a message shows it. Messages are kept and copied, names may be
+// as long as a file.
+std::string shownName(std::string_view name);
 
 // Holds the product of any two words of a fraction, and the sum of two such products.
 using Wide = __int128;

@@ -8,31 +8,31 @@
 #include <cmath>
 #include <optional>
 
+#include "base/text.h"
 #include "equations/quantity_internal.h"
 
 namespace {
 
 struct UnitRow {
   std::string_view text;
-  bool anyCase;  // then `text` is in small letters
+  bool anyCase;  // letters may be of any case
   int power;     // of ten, to the unit that quantities are counted in
   Dimension dimension;
 };
 // Of each dimension in falling size.
 constexpr std::array<UnitRow, 21> kUnits = {{
-    {"s", true, 15, kTimeDimension},        {"ms", true, 12, kTimeDimension},
-    {"us", true, 9, kTimeDimension},        {"ns", true, 6, kTimeDimension},
-    {"ps", true, 3, kTimeDimension},        {"fs", true, 0, kTimeDimension},
-    {"thz", true, -3, kFrequencyDimension}, {"ghz", true, -6, kFrequencyDimension},
-    {"mhz", true, -9, kFrequencyDimension}, {"khz", true, -12, kFrequencyDimension},
-    {"hz", true, -15, kFrequencyDimension}, {"kV", false, 3, kVoltageDimension},
+    {"S", true, 15, kTimeDimension},        {"mS", true, 12, kTimeDimension},
+    {"uS", true, 9, kTimeDimension},        {"nS", true, 6, kTimeDimension},
+    {"pS", true, 3, kTimeDimension},        {"fS", true, 0, kTimeDimension},
+    {"THz", true, -3, kFrequencyDimension}, {"GHz", true, -6, kFrequencyDimension},
+    {"MHz", true, -9, kFrequencyDimension}, {"kHz", true, -12, kFrequencyDimension},
+    {"Hz", true, -15, kFrequencyDimension}, {"kV", false, 3, kVoltageDimension},
     {"V", false, 0, kVoltageDimension},     {"mV", false, -3, kVoltageDimension},
     {"uV", false, -6, kVoltageDimension},   {"nV", false, -9, kVoltageDimension},
     {"A", false, 0, kCurrentDimension},     {"mA", false, -3, kCurrentDimension},
     {"uA", false, -6, kCurrentDimension},   {"nA", false, -9, kCurrentDimension},
     {"pA", false, -12, kCurrentDimension},
 }};
-constexpr std::array<std::string_view, 5> kFrequencyTexts = {"THz", "GHz", "MHz", "kHz", "Hz"};
 constexpr double kFemtosecondsPerSecond = 1e15;
 
 // One more than the femtoseconds of TIME_MAX.
@@ -45,18 +45,10 @@ constexpr int kExponentLimit = 100000;
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
-std::string lowered(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
-
 const UnitRow* unitOf(std::string_view text) {
-  const std::string low = lowered(text);
-  const auto* found = std::ranges::find_if(
-      kUnits, [&](const UnitRow& row) { return row.text == (row.anyCase ? low : text); });
+  const auto* found = std::ranges::find_if(kUnits, [text](const UnitRow& row) {
+    return row.anyCase ? PBstrEq(row.text, text) : row.text == text;
+  });
   return found != kUnits.end() ? found : nullptr;
 }
 
@@ -132,7 +124,7 @@ std::optional<UnitRow> takeUnit(std::string_view text, std::size_t& position, st
   const std::string_view unit = text.substr(begin, end - begin);
   const UnitRow* row = unitOf(unit);
   if (row == nullptr) {
-    reason = fmt::format("\"{}\" is no unit", unit);
+    reason = fmt::format("\"{}\" is no unit", shownName(unit));
     return std::nullopt;
   }
   position = end;
@@ -141,22 +133,19 @@ std::optional<UnitRow> takeUnit(std::string_view text, std::size_t& position, st
 
 std::string numberText(double number) { return fmt::format("{:.12g}", number); }
 
-// In the largest unit that leaves a digit before the point, the smallest at least.
+// In the largest unit that leaves a digit before the point, else in the smallest.
 std::string scaledText(double number, Dimension dimension) {
+  // What came out a little below a unit by rounding is still shown in it.
+  constexpr double kRounding = 1 - 1e-12;
   const UnitRow* chosen = nullptr;
-  std::size_t index = 0;
   for (const UnitRow& row : kUnits) {
     if (row.dimension != dimension) continue;
-    if (chosen != nullptr) ++index;
     chosen = &row;
-    if (number == 0 ? row.text.size() == 1
-                    : std::abs(number) >= std::pow(10.0, row.power) * 0.9999999999) {
-      break;
-    }
+    const bool fits =
+        number == 0 ? row.power == 0 : std::abs(number) >= kRounding * std::pow(10.0, row.power);
+    if (fits) break;
   }
-  const std::string_view unit =
-      dimension == kFrequencyDimension ? kFrequencyTexts[index] : chosen->text;
-  return numberText(number / std::pow(10.0, chosen->power)).append(unit);
+  return numberText(number / std::pow(10.0, chosen->power)).append(chosen->text);
 }
 
 void appendPower(std::string& out, std::string_view unit, int power) {
@@ -210,6 +199,12 @@ bool readQuantity(std::string_view text, std::size_t& position, Quantity& out,
   position = begin;
   reason = "the number is out of range";
   return false;
+}
+
+std::string shownName(std::string_view name) {
+  constexpr std::size_t kLongest = 80;
+  if (name.size() <= kLongest) return std::string(name);
+  return std::string(name.substr(0, kLongest)) + "...";
 }
 
 std::string dimensionText(Dimension dimension) {

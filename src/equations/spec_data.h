@@ -151,6 +151,8 @@ int ssCopyFile(const std::string& toDirectory, const std::string& fromDirectory)
 // Gives the lines between the first and the last one, without line ends.
 void ssWriteLines(const ssData& data, const std::function<void(std::string_view line)>& write);
 
+// A line without the blanks around it; empty for one that is passed over.
+std::string_view ssLineContent(std::string_view line);
 // Makes equation data from these lines.
 class ssLineReader {
  public:

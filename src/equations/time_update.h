@@ -8,6 +8,7 @@
 // timeplate "tp1", "tp1.period". Both see the variables of the selected sheet, with its
 // selected set, and then those of the other sheets (expression.h). In an event's
 // expression "period" is the period of its own timeplate, unless a variable is named so.
+// Expressions of events are stored without blanks, and so are the names in them.
 
 #include <functional>
 #include <string>

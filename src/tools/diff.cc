@@ -159,10 +159,13 @@ class PatternDiff {
 
  private:
   bool reach(DiffSideWalk& side, const std::string& path) {
-    const bool reached = side.reach();
-    if (!reached) tellWalk(side, path);
-    if (!reached || options_.ignoreCycles || side.time() >= 0) return reached;
-    return tellFailure(sink_, kBadStretch, "no cycle begins where the comparison should", path);
+    if (!side.reach()) {
+      tellWalk(side, path);
+      return false;
+    }
+    const bool begins = side.time() >= 0 || (options_.ignoreCycles && side.ready());
+    return begins ||
+           tellFailure(sink_, kBadStretch, "no cycle begins where the comparison should", path);
   }
   void tellWalk(DiffSideWalk& side, const std::string& path) {
     if (side.walk().failed()) tellFailure(sink_, kNotComparable, side.walk().failure(), path);

@@ -1,8 +1,5 @@
 // Cycle by cycle.
 
-#include <cstring>
-#include <unordered_map>
-
 #include "tools/diff_internal.h"
 #include "tools/dump_format.h"
 
@@ -17,8 +14,9 @@ class CycleDiff {
         signals_(signals),
         store_(store),
         tally_(tally),
-        bytes_(a.meaning().usedBytes()),
-        usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()) {}
+        rows_(a, b),
+        usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()),
+        leftAlike_(a.previous() == b.previous()) {}
 
   bool run();
 
@@ -27,8 +25,6 @@ class CycleDiff {
   void kinds(std::uint64_t cycles);
   void periods(std::uint64_t cycles);
   void signals(std::uint64_t cycles);
-  bool quicklyEqual();
-  bool samePlates(std::uint16_t a, std::uint16_t b);
   void end(bool moreA, bool moreB);
   Difference difference(std::string what, std::uint64_t cycles) const;
 
@@ -38,12 +34,9 @@ class CycleDiff {
   const EventStore& store_;
   DiffTally& tally_;
   PassSkip skip_;
-  std::size_t bytes_;
+  EqualRows rows_;
   bool usesPrevious_;
-  bool leftAlike_ = true;  // both sides left all signals in the same states
-  std::unordered_map<std::uint32_t, bool> samePlates_;
-  std::uint32_t lastPlates_ = 0;
-  bool lastSame_ = false;
+  bool leftAlike_;  // both sides left all signals in the same states
 };
 
 // --- Steps ---------------------------------------------------------------------------
@@ -126,28 +119,8 @@ void CycleDiff::periods(std::uint64_t cycles) {
 
 // --- Signals -------------------------------------------------------------------------
 
-bool CycleDiff::samePlates(std::uint16_t a, std::uint16_t b) {
-  const std::uint32_t key = static_cast<std::uint32_t>(a) << 16 | b;
-  if (!samePlates_.empty() && key == lastPlates_) return lastSame_;
-  const auto [place, isNew] = samePlates_.try_emplace(key, false);
-  if (isNew) {
-    place->second =
-        sameMeaning(a_.meaning(), a_.meaning().plate(a), b_.meaning(), b_.meaning().plate(b));
-  }
-  lastPlates_ = key;
-  return lastSame_ = place->second;
-}
-
-// The same bytes under plates that mean the same.
-bool CycleDiff::quicklyEqual() {
-  const PVBrow& rowA = *a_.step().row;
-  const PVBrow& rowB = *b_.step().row;
-  return leftAlike_ && samePlates(rowA.timeplate, rowB.timeplate) &&
-         std::memcmp(rowA.states(), rowB.states(), bytes_) == 0;
-}
-
 void CycleDiff::signals(std::uint64_t cycles) {
-  if (quicklyEqual()) {
+  if (leftAlike_ && rows_.equal()) {
     if (!usesPrevious_) return;
     a_.leaveAll();
     b_.previous() = a_.previous();

@@ -4,6 +4,7 @@
 // pattern, where differences go, and the passes of loops that needn't be compared.
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/diff.h"
@@ -55,6 +56,24 @@ class DiffSideWalk {
   Meaning meaning_;
   std::vector<std::uint8_t> previous_;
   std::uint64_t firstCycle_ = 0;
+};
+
+// Whether both sides stand at rows of the same bytes under plates that mean the same to
+// all signals: then the events are the same where the signals were left alike.
+class EqualRows {
+ public:
+  EqualRows(DiffSideWalk& a, DiffSideWalk& b) : a_(a), b_(b), bytes_(a.meaning().usedBytes()) {}
+  bool equal();
+
+ private:
+  bool samePlates(std::uint16_t a, std::uint16_t b);
+
+  DiffSideWalk& a_;
+  DiffSideWalk& b_;
+  std::size_t bytes_;
+  std::unordered_map<std::uint32_t, bool> samePlates_;
+  std::uint32_t lastPlates_ = 0;
+  bool lastSame_ = false;
 };
 
 // Counts differences and tells them; a difference of n cycles counts n.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "pvb/database.h"
 #include "tools/diff_internal.h"
@@ -102,6 +103,27 @@ void DiffSideWalk::leaveAll() {
   for (std::size_t i = 0; i < previous_.size(); ++i) {
     leave(i, meaning_.events(plate, *step().row, i));
   }
+}
+
+// --- Equal rows ----------------------------------------------------------------------
+
+bool EqualRows::samePlates(std::uint16_t a, std::uint16_t b) {
+  const std::uint32_t key = static_cast<std::uint32_t>(a) << 16 | b;
+  if (!samePlates_.empty() && key == lastPlates_) return lastSame_;
+  const auto [place, isNew] = samePlates_.try_emplace(key, false);
+  if (isNew) {
+    place->second =
+        sameMeaning(a_.meaning(), a_.meaning().plate(a), b_.meaning(), b_.meaning().plate(b));
+  }
+  lastPlates_ = key;
+  return lastSame_ = place->second;
+}
+
+bool EqualRows::equal() {
+  const PVBrow& rowA = *a_.step().row;
+  const PVBrow& rowB = *b_.step().row;
+  return samePlates(rowA.timeplate, rowB.timeplate) &&
+         std::memcmp(rowA.states(), rowB.states(), bytes_) == 0;
 }
 
 // --- Passes --------------------------------------------------------------------------

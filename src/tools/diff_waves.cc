@@ -59,13 +59,30 @@ struct Lane {
   }
 };
 
+// What the events of a cycle leave in the lanes of their signal.
+struct ChannelEffect {
+  char last = kNothing;    // nothing: no events
+  char before = kNothing;  // at an earlier time of the cycle
+  std::int64_t time = 0;   // of the last one
+};
+struct WaveEffect {
+  bool known = false;
+  std::array<ChannelEffect, kChannels> channels;
+};
+
 std::string levelText(char state) { return state == kNothing ? "nothing" : PVBstateText(state); }
 
 class WaveDiff {
  public:
   WaveDiff(DiffSideWalk& a, DiffSideWalk& b, const DiffSignals& signals, const EventStore& store,
            DiffTally& tally)
-      : sides_{&a, &b}, signals_(signals), store_(store), tally_(tally) {
+      : sides_{&a, &b},
+        signals_(signals),
+        store_(store),
+        tally_(tally),
+        rows_(a, b),
+        usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()) {
+    events_.resize(signals.a.size());
     for (auto& lanes : lanes_) lanes.resize(signals.a.size() * kChannels);
   }
 
@@ -76,6 +93,11 @@ class WaveDiff {
   void together();
   void upToEnd(std::size_t side);
   void skipSteady();
+  bool sameEvents();
+  bool inStep() const;
+  void cyclesAlike();
+  void separate();
+  const WaveEffect& effect(EventListId id);
   void cycle(std::size_t side);
   void events(std::size_t side, const RowPlace& place);
   void commit(std::size_t side, std::size_t lane);
@@ -90,7 +112,14 @@ class WaveDiff {
   const EventStore& store_;
   DiffTally& tally_;
   PassSkip skip_;
-  std::array<std::vector<Lane>, 2> lanes_;  // by signal and channel
+  EqualRows rows_;
+  bool usesPrevious_;
+  // By signal and channel. While both sides do the same those of the first stand for
+  // both.
+  std::array<std::vector<Lane>, 2> lanes_;
+  bool alike_ = true;
+  std::vector<EventListId> events_;  // of a cycle that is the same on both sides
+  std::vector<WaveEffect> effects_;  // by list of events
 };
 
 // --- Steps ---------------------------------------------------------------------------
@@ -133,6 +162,8 @@ void WaveDiff::together() {
   const bool alike = a.step().period == b.step().period;
   if (alike && std::min(a.left(), b.left()) > kSteadyCycles) {
     skipSteady();
+  } else if (alike && sameEvents()) {
+    cyclesAlike();
   } else if (a.step().period == 0) {
     cycle(0);
   } else {
@@ -157,6 +188,7 @@ void WaveDiff::skipSteady() {
 }
 
 void WaveDiff::cycle(std::size_t side) {
+  separate();
   DiffSideWalk& walk = *sides_[side];
   if (!walk.isSpacer()) {
     events(side, {walk.step().pattern, walk.step().rowNumber, walk.cycle()});
@@ -180,12 +212,99 @@ void WaveDiff::events(std::size_t side, const RowPlace& place) {
       if (time >= end) break;
       const std::size_t index = signal * kChannels + channel;
       Lane& lane = lanes_[side][index];
+      if (lane.waitingState == event.state) continue;
       if (lane.waitingState != kNothing && time > lane.waitingTime) commit(side, index);
       lane.waitingState = event.state;
       lane.waitingTime = time;
       lane.waitingPlace = place;
     }
   }
+}
+
+// --- Cycles that are the same on both sides ------------------------------------------
+
+// Whether all signals have the same events in the cycle, all of them within the stretch,
+// and both sides did the same up to here. The events are then in `events_`.
+bool WaveDiff::sameEvents() {
+  DiffSideWalk& a = *sides_[0];
+  DiffSideWalk& b = *sides_[1];
+  if (a.isSpacer() || b.isSpacer() || a.time() < 0) return false;
+  for (const DiffSideWalk* side : sides_) {
+    if (side->stretch().to - side->step().period < side->step().start) return false;
+  }
+  PlateMeaning& plateA = a.meaning().plate(a.step().row->timeplate);
+  const bool equal = (!usesPrevious_ || a.previous() == b.previous()) && rows_.equal();
+  PlateMeaning* plateB = equal ? nullptr : &b.meaning().plate(b.step().row->timeplate);
+  for (std::size_t signal = 0; signal < events_.size(); ++signal) {
+    events_[signal] = a.settled(plateA, signal);
+    if (!equal && events_[signal] != b.settled(*plateB, signal)) return false;
+  }
+  return alike_ || (alike_ = inStep());
+}
+
+bool WaveDiff::inStep() const {
+  const auto same = [](const Lane& a, const Lane& b) {
+    return !a.hasChanges() && !b.hasChanges() && a.level == b.level &&
+           a.waitingState == b.waitingState && a.waitingTime == b.waitingTime;
+  };
+  return std::equal(lanes_[0].begin(), lanes_[0].end(), lanes_[1].begin(), same);
+}
+
+void WaveDiff::cyclesAlike() {
+  DiffSideWalk& walk = *sides_[0];
+  const RowPlace place = {walk.step().pattern, walk.step().rowNumber, walk.cycle()};
+  const std::int64_t begin = walk.time();
+  for (std::size_t signal = 0; signal < events_.size(); ++signal) {
+    if (usesPrevious_) walk.leave(signal, events_[signal]);
+    const WaveEffect& left = effect(events_[signal]);
+    for (std::size_t channel = 0; channel < kChannels; ++channel) {
+      const ChannelEffect& last = left.channels[channel];
+      if (last.last == kNothing) continue;
+      Lane& lane = lanes_[0][signal * kChannels + channel];
+      if (last.before != kNothing) {
+        lane.level = last.before;
+      } else if (lane.waitingState == last.last) {
+        continue;
+      } else if (lane.waitingState != kNothing && lane.waitingTime < begin + last.time) {
+        lane.level = lane.waitingState;
+      }
+      lane.waitingState = last.last;
+      lane.waitingTime = begin + last.time;
+      lane.waitingPlace = place;
+    }
+  }
+  if (usesPrevious_) sides_[1]->previous() = walk.previous();
+  for (DiffSideWalk* side : sides_) side->take(1);
+}
+
+// From here on each side has lanes of its own.
+void WaveDiff::separate() {
+  if (!alike_) return;
+  alike_ = false;
+  for (std::size_t index = 0; index < lanes_[0].size(); ++index) {
+    const Lane& from = lanes_[0][index];
+    Lane& to = lanes_[1][index];
+    to.level = from.level;
+    to.waitingState = from.waitingState;
+    to.waitingTime = from.waitingTime;
+    to.waitingPlace = from.waitingPlace;
+  }
+}
+
+const WaveEffect& WaveDiff::effect(EventListId id) {
+  if (id >= effects_.size()) effects_.resize(id + 1);
+  WaveEffect& found = effects_[id];
+  if (found.known) return found;
+  found.known = true;
+  for (const MeaningEvent& event : store_.events(id)) {
+    const std::uint8_t channel = kChannelOf[static_cast<unsigned char>(event.state)];
+    if (event.time < 0 || channel == kNoChannel) continue;
+    ChannelEffect& left = found.channels[channel];
+    if (left.last != kNothing && left.time < event.time) left.before = left.last;
+    left.last = event.state;
+    left.time = event.time;
+  }
+  return found;
 }
 
 // --- Lanes ---------------------------------------------------------------------------
@@ -235,6 +354,7 @@ void WaveDiff::catchUp(std::size_t side, std::size_t index, std::int64_t time) {
 }
 
 void WaveDiff::catchUpAll(std::int64_t time) {
+  separate();
   for (std::size_t index = 0; index < lanes_[0].size(); ++index) {
     for (std::size_t side = 0; side < 2; ++side) {
       Lane& lane = lanes_[side][index];
@@ -254,6 +374,7 @@ void WaveDiff::tell(std::size_t side, std::size_t index, const Change& change, c
   mine.row = sides_[side]->place(change.place.pattern, change.place.row);
   mine.time = sides_[side]->stretch().from + change.time;
   mine.text = levelText(change.state);
+  if (change.before != kNothing) mine.text = levelText(change.before) + " to " + mine.text;
   other.time = sides_[1 - side]->stretch().from + change.time;
   other.text = levelText(otherLevel);
   tally_.tell(found);
