@@ -18,7 +18,7 @@ const char kSpeed[] =
     "  variable \"rate\" frequency \"100MHz\"\n"
     "  variable \"edge\" time \"1/rate/4\"\n"
     "  set \"Set1\"\n"
-    "    value \"rate\" min=90000000 max=110000000\n"
+    "    value \"rate\" min=9e+07 max=1.1e+08\n"
     "  set \"slow\" selected\n"
     "    value \"rate\" expr=\"50MHz\" measured=2:\"late\"\n";
 const char kLevels[] =
@@ -101,7 +101,7 @@ TEST_F(EquationOperations, SheetsThatPartlyAgreeCannotBeMerged) {
   };
   const std::string others[] = {
       changed("100MHz", "101MHz"),        // another expression
-      changed("90000000", "90000001"),    // another limit
+      changed("9e+07", "9.1e+07"),        // another limit
       changed("2:\"late\"", "2:none"),    // an absent text
       changed("\"speed\"", "\"tempo\""),  // shared variables, another name
       changed("  variable \"edge\" time \"1/rate/4\"\n", ""),
@@ -122,7 +122,7 @@ TEST_F(EquationOperations, SheetsThatPartlyAgreeCannotBeMerged) {
         lines);
   }
   // A number that is none never equals itself.
-  std::string nan = changed("90000000", "nan");
+  std::string nan = changed("9e+07", "nan");
   buildWith(nan, nan);
   expectRefused(runOperations("merge A B dest"), kOverlap);
 }

@@ -70,24 +70,29 @@ ProgramResult OperationWorld::runCompanion(std::vector<std::string> arguments) c
   call.arguments = std::move(arguments);
   call.directory = dir_.path();
   call.environment["MVK_TMPDIR"] = dir_.path("tmp");
+  call.environment["MVK_COMPRESSION_OFF"] = compressionOff();
   return runProgram(programs_.companion, call);
 }
 
 Outcome OperationWorld::run(ProgramCall call) {
   const auto before = sources();
+  const std::size_t temporaryBefore = temporaryFiles();
   call.directory = dir_.path();
-  call.environment = {{"MVKDIR", dir_.path()},      {"MVK_TMPDIR", {}},
-                      {"MVK_ENV_VARIABLES_ON", {}}, {"MVK_SAVE_PARFILE_ONLY", {}},
-                      {"MVK_COMPRESSION_OFF", {}},  {"MVK_SWALLOWED_EXT", {}}};
+  call.environment = {{"MVKDIR", dir_.path()},
+                      {"MVK_TMPDIR", {}},
+                      {"MVK_ENV_VARIABLES_ON", {}},
+                      {"MVK_SAVE_PARFILE_ONLY", {}},
+                      {"MVK_COMPRESSION_OFF", compressionOff()},
+                      {"MVK_SWALLOWED_EXT", {}}};
   const ProgramResult result = runProgram(programs_.conditioner, call);
   for (const auto& [name, files] : before) {
     EXPECT_TRUE(directoryContent(dir_.path(name)) == files) << name << " was changed";
   }
   // An internal error ends the program on the spot.
   if (result.exitCode <= 1 && result.err.find("Internal Error.") == std::string::npos) {
-    EXPECT_TRUE(std::filesystem::is_empty(dir_.path("tmp"))) << "temporary files are left";
+    EXPECT_EQ(temporaryFiles(), temporaryBefore) << result.err;
   }
-  verifyDestinations(result.exitCode == 0);
+  verifyDestinations(result.exitCode == 0 && !damaged_);
   if (call.killAfter) return {result.exitCode, result.err, result.out};
   return {result.exitCode, behindIdentity(result.err), behindBanner(result.out)};
 }
@@ -109,6 +114,15 @@ void OperationWorld::verifyDestinations(bool sound) const {
     const ProgramResult verified = runCompanion({"verify", name});
     EXPECT_LE(verified.exitCode, sound ? 0 : 2) << name << ": " << verified.out << verified.err;
   }
+}
+
+std::optional<std::string> OperationWorld::compressionOff() const {
+  return plainFiles_ ? std::optional<std::string>("1") : std::nullopt;
+}
+
+std::size_t OperationWorld::temporaryFiles() const {
+  const std::filesystem::directory_iterator files(dir_.path("tmp"));
+  return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
 bool OperationWorld::exists(const std::string& name) const {

@@ -63,8 +63,16 @@ class OperationWorld {
 
   const TempDir& directory() const { return dir_; }
 
+ protected:
+  // Databases that are built, and destinations, have plain files.
+  bool plainFiles_ = false;
+  // Sources may be damaged, and destinations then too.
+  bool damaged_ = false;
+
  private:
   Outcome run(ProgramCall call);
+  std::optional<std::string> compressionOff() const;
+  std::size_t temporaryFiles() const;
   std::map<std::string, std::map<std::string, std::string>> sources() const;
   void verifyDestinations(bool sound) const;
 
