@@ -169,7 +169,9 @@ int copyCycles(RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   const RowHandle row = newRow(copy, source);
   if (!row || mapPlate(copy, source, *row) != 0) return -2;
   copyRowStates(*row, source.row, copy.pairs);
-  if (source.row.type == ROW_SCAN) copyScanRuns(*row, source.row, copy.dest, copy.src);
+  if (source.row.type == ROW_SCAN && copyScanRuns(*row, source.row, copy.dest, copy.src) != 0) {
+    return failRow(copy, source.number, "its scan runs can't be carried over");
+  }
   row->count = source.count;
   return insert(copy, to, source, *row);
 }

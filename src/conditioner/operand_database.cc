@@ -48,10 +48,11 @@ int clearDestination(std::string_view function, const PVBregion& dest,
     const int database = open(function, path, true, false);
     if (database < 0) return -2;
     if (PVBclose(database) != 0) failClosing(function, kCannotClose, path);
+    return PVBdeleteAll(path);
   }
   // Files without a header are what a run left that failed: a new database must not
   // begin with them.
-  return PVBdeleteAll(path);
+  return PVBlargestFile(path, true) > 0 ? PVBdeleteAll(path) : 0;
 }
 
 int openDestination(std::string_view function, PVBregion& dest, bool upgrade) {

@@ -8,7 +8,7 @@
 
 #include "conditioner/region.h"
 
-// Row width (0: the smallest), buffers for the rows that an operation holds at once.
+// Room for the rows that an operation holds at once.
 inline constexpr int kOperandBuffers = 8;
 
 // Opens the database of a region that an operation reads.
