@@ -19,5 +19,18 @@ done
 "$programs/pvb" show "$work/counter.pvb"
 "$programs/pvb" show "$work/counter.pvb" rows
 
-cd first-run
-MVKDIR=${MVKDIR:-$PWD} "$programs/pvbconditioner" first.par
+export MVKDIR=${MVKDIR:-$PWD}
+(cd first-run && "$programs/pvbconditioner" first.par)
+
+# Two ports of a chip become one pattern, which still says of each what its own said.
+for text in motion/*.pvbt; do
+  "$programs/pvb" build "$text" "$work/$(basename "$text" .pvbt).pvb"
+done
+cp motion/motion.* "$work"
+cd "$work"
+"$programs/pvbconditioner" motion.par
+for made in both tail serial_again; do "$programs/pvb" verify $made.pvb; done
+"$programs/pvb" diff serial.pvb both.pvb --ignore-cycles --signals sck,sel_n,mosi,miso
+"$programs/pvb" diff parallel.pvb both.pvb --ignore-cycles --signals "strobe,d[3],d[2],d[1],d[0],parity"
+"$programs/pvb" diff serial.pvb tail.pvb --a-from 240ns --a-to 640ns
+"$programs/pvb" show both.pvb rows --rows 0..8

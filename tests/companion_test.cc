@@ -59,14 +59,36 @@ TEST_F(CompanionTest, BuildsDumpsShowsAndVerifies) {
   EXPECT_EQ(run({"dump", "db", "-o", "out.pvbt"}).exitCode, 2);
   EXPECT_EQ(run({"dump", "db", "-o", "out.pvbt", "--force"}).exitCode, 0);
   EXPECT_EQ(run({"verify", "db"}).out, "sound\n");
-  for (const char* section : {"overview", "signals", "timeplates", "rows", "labels", "subroutines",
-                              "properties", "pins", "columns", "vectors", "findings", "files"}) {
+  for (const char* section :
+       {"overview", "signals", "timeplates", "rows", "labels", "subroutines", "properties", "pins",
+        "columns", "vectors", "findings", "equations", "files"}) {
     const ProgramResult shown = run({"show", "db", section, "--json"});
     EXPECT_EQ(shown.exitCode, 0) << section;
     EXPECT_THAT(shown.out, StartsWith("{\"schema\":\"pvb-show-"));
   }
   EXPECT_THAT(names(), testing::ElementsAre("db", "out.pvbt", "small.pvbt", "tmp"));
   EXPECT_THAT(names("tmp"), IsEmpty());
+}
+
+TEST_F(CompanionTest, ShowsEachVariableInEachSet) {
+  dir_.write("equations.pvbt",
+             "pvb-dump 1\ndatabase version=501 row-width=8\nequations\nsheet \"s\"\n"
+             "  variable \"tck\" time \"10nS\"\n  variable \"f\" any \"1/tck\"\n"
+             "  set \"a\"\n    value \"tck\" min=9e-9 measured=2:\"t\"\n"
+             "  set \"b\"\n    value \"tck\" expr=\"lost\"\ndone\n");
+  ASSERT_EQ(run({"build", "equations.pvbt", "db"}).exitCode, 0);
+  EXPECT_EQ(run({"show", "db", "equations", "--format", "csv"}).out,
+            "sheet,set,variable,expression,value,min,max,measured\n"
+            "s,a,tck,10nS,10nS,9nS,,t\n"
+            "s,a,f,1/tck,100MHz,,,\n"
+            "s,b,tck,lost,\"error: variable \"\"tck\"\", column 1: there is no variable "
+            "\"\"lost\"\"\",,,\n"
+            "s,b,f,1/tck,\"error: variable \"\"tck\"\", column 1: there is no variable "
+            "\"\"lost\"\"\",,,\n");
+  dir_.write("db/pvb.sdb", "SDB 1\nsheet\nend\n");
+  const ProgramResult refused = run({"show", "db", "equations"});
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_THAT(refused.err, HasSubstr("line 2: column 6: a text in double quotes is expected"));
 }
 
 TEST_F(CompanionTest, ReplacesOnlyDatabasesAndOnlyWhenTold) {

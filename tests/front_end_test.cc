@@ -317,7 +317,6 @@ TEST_F(FrontEnd, EveryOperationEndsThroughItsFailureText) {
       {"rename a b -", "main: Rename operation failed\n"},
       {"add a b -", "main: Add operation failed\n"},
       {"cut a b -", "main: Cut operation failed\n"},
-      {"deleteDB a b -", "main: Deletedb operation failed.\n"},
       {"addCompression a b c",
        "main: AddCompression() failed to extract repeats in \"*** NO ARG ***\"\n"},
   };
@@ -336,9 +335,9 @@ TEST_F(FrontEnd, EveryOperationEndsThroughItsFailureText) {
       {"muxify", "main: Muxify operation failed.\n"},
   };
   for (const Failing& failing : byParameter) {
-    const ProgramResult result =
-        runOperation(failing.operation, {"SourcePVB1=a", "SourcePVB2=b", "MuxDegree=2",
-                                         "TpRenameMode=AUTO_INDEX", "TpRenamePrefixStr=t"});
+    const ProgramResult result = runOperation(
+        failing.operation, {"SourcePVB1=a", "SourcePVB2=b", "DestinationPVB=c", "MuxDegree=2",
+                            "TpRenameMode=AUTO_INDEX", "TpRenamePrefixStr=t"});
     EXPECT_THAT(result.err, EndsWith(failing.text));
     EXPECT_EQ(result.exitCode, 1);
   }

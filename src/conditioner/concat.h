@@ -1,7 +1,8 @@
 #pragma once
 
 // Concatenate and insert: the rows of one region behind or in front of another's; and
-// the row copier that copy uses too.
+// the row copier that copy uses too. Failures push their reasons; a destination that
+// couldn't be finished is left as it is.
 
 #include "conditioner/signal_transfer.h"
 
@@ -12,6 +13,14 @@ enum ConcatMode : int { kAppend = 1, kPrepend = 2 };
 // 0 or -2.
 int concat(PVBregion& dest, PVBregion& src1, PVBregion& src2, int mode);
 
-// Appends or prepends the rows of a region, restricted to the signals of `table`. With
-// `label` the stretch is marked by a pair of labels and comments (kAppend only). 0 or -2.
-int concatRegion(PVBregion& dest, PVBregion& src, const SignalTable& table, int mode, bool label);
+// How concatRegion goes about it.
+struct ConcatOptions {
+  int mode = kAppend;
+  bool label = false;  // marks the stretch by labels and comments (kAppend only)
+  bool quiet = false;  // no progress: an inner step of another operation
+};
+
+// Appends or prepends the rows of a region, restricted to the signals of `table`.
+// 0 or -2.
+int concatRegion(PVBregion& dest, PVBregion& src, const SignalTable& table,
+                 const ConcatOptions& options);

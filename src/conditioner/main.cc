@@ -11,6 +11,7 @@
 int main(int argc, char** argv) {
   PBprogramName = "PVConditioner";
   if (PBstartProgram(kProgramTitle, kProgramVersion) != 0) return 1;
+  closeDatabasesAfterFailedCheck();
   run.debugStream = stdout;
   PBerrClear();
   const std::span<const char* const> words(argv, static_cast<std::size_t>(argc));

@@ -2,19 +2,43 @@
 
 #include <algorithm>
 
+#include "base/errors.h"
 #include "base/text.h"
+#include "conditioner/concat.h"
+#include "conditioner/copy.h"
+#include "conditioner/merge.h"
 
 namespace {
 
+// --- Handlers ------------------------------------------------------------------------
+
+PVBregion& given(PVBregion* operand) {
+  if (operand == nullptr) assertFail(__FILE__, __LINE__);
+  return *operand;
+}
+
+int doMerge(OpSpec& op, RegionTable&) {
+  return merge(given(op.dest), given(op.src1), given(op.src2), op.refPvb);
+}
+int doConcat(OpSpec& op, RegionTable&) {
+  return concat(given(op.dest), given(op.src1), given(op.src2), kAppend);
+}
+int doInsert(OpSpec& op, RegionTable&) {
+  return concat(given(op.dest), given(op.src1), given(op.src2), kPrepend);
+}
+int doCopy(OpSpec& op, RegionTable&) { return copy(given(op.src2), given(op.src1)); }
+
+// --- The table -----------------------------------------------------------------------
+
 constexpr Operation kOperations[] = {
-    {kOpMerge, "merge", "merge", "merge", 0, nullptr},
-    {kOpConcat, "concat", "concat", "concat", 1, nullptr},
-    {kOpInsert, "insert", nullptr, "concat", 2, nullptr},
-    {kOpCopy, "copy", "copy", "copy", 3, nullptr},
+    {kOpMerge, "merge", "merge", "merge", 0, doMerge},
+    {kOpConcat, "concat", "concat", "concat", 1, doConcat},
+    {kOpInsert, "insert", nullptr, "concat", 2, doInsert},
+    {kOpCopy, "copy", "copy", "copy", 3, doCopy},
     {kOpRename, nullptr, "rename", "renameSignal", 4, nullptr},
     {kOpAdd, nullptr, "add", "adds", 5, nullptr},
     {kOpCut, nullptr, "cut", "cut", 6, nullptr},
-    {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, nullptr},
+    {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, deleteDB},
     {kOpFlatten, "flatten", nullptr, "flatten", 8, nullptr},
     {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, nullptr},
     {kOpDuplicateRow, nullptr, "duplicateRow", nullptr, kNoFailureIndex, nullptr},

@@ -1,10 +1,13 @@
 #include "conditioner/region.h"
 
 #include <cctype>
+#include <cerrno>
 
 #include "base/errors.h"
+#include "base/platform.h"
 #include "base/text.h"
 #include "conditioner/messages.h"
+#include "pvb/database.h"
 
 std::unique_ptr<PVBregion> PVBregionNew() { return std::make_unique<PVBregion>(); }
 
@@ -16,6 +19,63 @@ void PVBregionInit(PVBregion& region, std::string_view name, std::string_view pa
   region.stop = stop;
 }
 
+int PVBregionClose(PVBregion* region) {
+  if (region == nullptr) return 0;
+  // Another region on the path may have closed the database, and the slot may since
+  // have been given to another one.
+  const PVBdatabase* slot = PVBget(region->pvbHandle);
+  const bool isOpen = slot != nullptr && slot->path == region->pvbName;
+  const int closed = isOpen ? PVBclose(region->pvbHandle) : 0;
+  region->sigIDMap = {};
+  region->cursor = {};
+  region->cyclesPending = 0;
+  region->sheets.reset();
+  region->scanIDMap = {};
+  return closed == 0 ? 0 : -2;
+}
+
+bool sameDirectory(const std::string& a, const std::string& b) {
+  struct stat statusA {};
+  struct stat statusB {};
+  const bool exist =
+      platform().status(a.c_str(), statusA) == 0 && platform().status(b.c_str(), statusB) == 0;
+  if (!exist) errno = 0;
+  return exist && statusA.st_dev == statusB.st_dev && statusA.st_ino == statusB.st_ino;
+}
+
+bool PVBregionEqual(const PVBregion& a, const PVBregion& b) {
+  if (&a == &b) return true;
+  return PBeqTIME(a.start, b.start) && PBeqTIME(a.stop, b.stop) &&
+         sameDirectory(a.pvbName, b.pvbName);
+}
+
+bool PVBregionHasEquations(const PVBregion& region) { return eqHasContent(region.pvbHandle); }
+
+namespace {
+
+// The number of the row in force at a time; 0 when there is none.
+std::uint32_t rowAt(const PVBregion& region, TIME time) {
+  PVBposition position;
+  position.time = time;
+  const RowHandle row(region.pvbHandle,
+                      PVBpatternInqRow(region.pvbHandle, kMainPattern, position, BY_TIME));
+  return row ? position.row : 0;
+}
+
+}  // namespace
+
+std::int64_t PVBregionRowCount(const PVBregion& region) {
+  const std::int64_t first = rowAt(region, region.start);
+  PVBposition sums;
+  PVBpatternInqSize(region.pvbHandle, kMainPattern, sums);
+  const bool wholeRest = PBcmpTIME(region.stop, sums.time) >= 0;
+  const std::int64_t rows = (wholeRest ? sums.row : rowAt(region, region.stop)) - first;
+  if (rows < 0) assertFail(__FILE__, __LINE__);
+  return rows;
+}
+
+// --- The regions of a run ------------------------------------------------------------
+
 PVBregion& RegionTable::insert(std::string_view key, std::unique_ptr<PVBregion> region) {
   regions_.push_back(std::move(region));
   newest_.insert_or_assign(std::string(key), regions_.back().get());
@@ -25,6 +85,10 @@ PVBregion& RegionTable::insert(std::string_view key, std::unique_ptr<PVBregion> 
 PVBregion* RegionTable::find(std::string_view key) const {
   const auto found = newest_.find(std::string(key));
   return found == newest_.end() ? nullptr : found->second;
+}
+
+void RegionTable::remove(const PVBregion& region) {
+  std::erase_if(newest_, [&region](const auto& entry) { return entry.second == &region; });
 }
 
 std::string regionKey(std::string_view path) {

@@ -42,8 +42,12 @@ struct PVBregion {
   // where it isn't carried over. Empty until an operation needs it.
   std::vector<PVBid> sigIDMap;
   PVBposition cursor;  // the row that the walk is at
+  // Cycles of that row which follow a cut first cycle and are the walk's next row.
+  std::uint32_t cyclesPending = 0;
   std::optional<eqSheetTable> sheets;
-  std::vector<ScanIdPair> scanIDMap;
+  std::vector<ScanIdPair> scanIDMap;  // in rising index of `from`
+  // State vectors without a name, which can't be found again in the destination.
+  std::unordered_map<PVBid, PVBid> vectorIDMap;
 };
 
 std::unique_ptr<PVBregion> PVBregionNew();
@@ -79,17 +83,21 @@ enum RegionStep : int { kStepRow = 0, kStepCycle = 1 };
 
 // A row of a walk. The timeplate is null for a row without one, and a piece (see
 // isPiece) where a bound of the region cuts the cycle. `count` is how many cycles of
-// the row lie in the region: that of the row unless the region begins inside it.
+// the row lie in the region, and what a copy of the row must have: that of the row
+// unless the region begins inside it, 1 for a cut cycle and when stepping by cycle. To
+// be emptied before the region is closed.
 struct RegionRow {
   RowHandle row;
   PlatePtr plate;
   std::uint32_t count = 1;
 };
 
-// The row that holds the start: 0, or -2, silent when there is no row there.
+// The row that holds the start: 0, or -2, silent when there is no row there. With
+// structures allowed, a region may begin at a loop or call as a whole and inside a
+// repeated row: a cut cycle then comes first, the cycles left are the next row.
 int PVBregionPatternInqFirst(PVBregion& region, RegionRow& row);
-// The next row: 0, -1 at the end of the region, -2 for a row that is refused. `row` is
-// emptied first.
+// The next row: 0, -1 at the end of the region, -2 after a push for a row or stop that is
+// refused and after a post for a damaged pattern. `row` is emptied first.
 int PVBregionPatternInqNext(PVBregion& region, int step, RegionRow& row);
 
 struct SigCategories;

@@ -17,7 +17,8 @@
 struct ScalarPairs {
   std::vector<std::pair<const PVBsignal*, const PVBsignal*>> pairs;
   StateMap states;
-  // Columns of characters of 8 bits: see copyRowStates.
+  // Columns of characters of 8 bits, -1 for none: the low half of a character stands in
+  // the first, the high half in the second.
   struct BitColumns {
     std::int32_t fromIn;
     std::int32_t fromOut;
@@ -27,11 +28,13 @@ struct ScalarPairs {
   std::vector<BitColumns> bits;
 };
 
-// The pairs of the signals of `table` that the destination has too.
-ScalarPairs buildScalarPairs(const SignalTable& table, const PVBregion& dest);
+// The pairs of the signals of `table`, which are of `src`, that the destination has too.
+// Columns that the rows of either database have no room for are left out.
+ScalarPairs buildScalarPairs(const SignalTable& table, const PVBregion& src, const PVBregion& dest);
 // For merge: the first pairs are those of source 1 (its own and the common signals),
 // the second those only in source 2.
 std::pair<ScalarPairs, ScalarPairs> buildScalarPairs(const SigCategories& categories,
+                                                     const PVBregion& src1, const PVBregion& src2,
                                                      const PVBregion& dest);
 // Copies the states over the pairs, and the repeat count.
 void copyRowStates(PVBrow& destRow, const PVBrow& srcRow, const ScalarPairs& pairs);
@@ -40,7 +43,9 @@ void copyRowStates(PVBrow& destRow, const PVBrow& srcRow, const ScalarPairs& pai
 RowHandle mergeRow(int destDatabase, const PVBrow& row1, const PVBrow& row2, PVBid plate,
                    const ScalarPairs& pairs1, const ScalarPairs& pairs2);
 // Gives the new row copies of the source row's properties; the order in which the values
-// read stays, their kinds end up reversed against them.
+// read stays, their kinds end up reversed against them: kept on purpose. Copies are made
+// of all, however many there are; a property that can't be read is told on standard error
+// and left out, one that can't be written ends the run.
 void copyRowProperties(PVBrow& destRow, const PVBrow& srcRow, int destDatabase, int srcDatabase);
 // The same for two rows, the first one's first.
 void mergeRowProperties(PVBrow& newRow, int destDatabase, const PVBrow& row1, int database1,

@@ -30,7 +30,28 @@ int carryOut(const Operation& operation, OpSpec& op) {
   return -2;
 }
 
+// What the run changed only in part isn't saved over what was there.
+void closeDatabasesUnsaved() {
+  for (int database = 0; database < MAXPVB; ++database) {
+    if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
+  }
+}
+
+AssertHook printFailedCheck = nullptr;
+
+void endFailedCheck(const char* file, int line) {
+  // Closing may fail a check of its own.
+  PBassertFail = printFailedCheck;
+  printFailedCheck(file, line);
+  closeDatabasesUnsaved();
+}
+
 }  // namespace
+
+void closeDatabasesAfterFailedCheck() {
+  printFailedCheck = PBassertFail;
+  PBassertFail = endFailedCheck;
+}
 
 int runOperations() {
   for (OpSpec& op : run.opList) {
@@ -57,10 +78,7 @@ void fatalExit() {
   closeReport();
   if (run.optimizeTimePlates) tpOptimizerFinish();
   PBflushErrors();
-  // What the run changed only in part isn't saved over what was there.
-  for (int database = 0; database < MAXPVB; ++database) {
-    if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
-  }
+  closeDatabasesUnsaved();
   std::exit(1);
 }
 

@@ -32,6 +32,10 @@ extern Run run;
 // that fails ends the process through fatalExit.
 int runOperations();
 
+// From now on a failed check too closes the open databases, unsaved, before the process
+// ends, so that no private copies of them stay behind.
+void closeDatabasesAfterFailedCheck();
+
 // The end after a failure: prints both error stacks, closes what is open, exits
 // with code 1.
 [[noreturn]] void fatalExit();

@@ -39,10 +39,11 @@ struct SigCategories {
   const SignalTable& operator[](SigCategory category) const { return tables[category]; }
 };
 
-// The signals of the "ALL" list of the region's database. Empty after an internal
-// failure.
+// The signals of the "ALL" list of the region's database. Empty when there are none, and
+// after a push where an id is beyond what a map holds.
 SignalTable signalTableOf(const PVBregion& region);
-// Makes the region's sigIDMap, all -1, when it has none.
+// Makes the region's sigIDMap, all -1, when it has none. Its size is bounded: whatever
+// the ids of the database are, the map has at most an entry for each index of an id.
 void makeSigIDMap(PVBregion& region);
 // 0, or -2 after a push (a multiplexed signal).
 int categorizeSignals(PVBregion& region1, PVBregion& region2, SigCategories& categories);
@@ -52,13 +53,15 @@ void listDisjointSignals(const SigCategories& categories, const PVBregion& regio
 
 // Makes in the destination each signal of the table, in the order of the source's "ALL"
 // list, with columns of its own, its pins and its pin columns; notes the new ids in the
-// source's sigIDMap.
+// source's sigIDMap. A destination that can't take a signal ends the run after a push. One
+// of the classic model takes on the extended one where a signal has further tracks or
+// bits, since these would be lost otherwise.
 void copySignals(PVBregion& dest, PVBregion& src, const SignalTable& table);
 // The same for signals of both sources: made after source 1, wide enough for both.
 void copyOverlapSignals(PVBregion& dest, PVBregion& src1, PVBregion& src2,
                         const SignalTable& table);
 // Where the destination has the signals already: notes the ids of the same names in the
-// maps of both regions.
+// maps of both regions, and makes the destination's as wide as the source's.
 void mapSignalsByName(PVBregion& src, PVBregion& dest);
 
 // The P mode of the destination after its two sources. 0, or -2 after a push.

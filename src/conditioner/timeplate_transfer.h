@@ -1,7 +1,11 @@
 #pragma once
 
 // Timeplates on their way into a destination: their signals and tracks are translated,
-// and a plate is stored under a name that is free, as long as the limit allows.
+// and a plate is stored under a name that is free, as long as the limit allows. Property
+// lists of plates and tracks stay behind, since they belong to the source.
+//
+// A plate that doesn't have what it must have (a signal without a wave) ends the run
+// after a line on standard error.
 
 #include <memory>
 
@@ -14,7 +18,8 @@ void expandTimePlates(int database);
 // A blank plate with a track for each signal of the database's "ALL" list, in its order.
 std::unique_ptr<PVBtimePlate> baseTimePlate(int database);
 // Fills a plate that was copied from the base with the waves of `srcPlate` for the
-// signals of `table`, by src.sigIDMap. 0 or -2.
+// signals of `table`, by src.sigIDMap. A signal that stands on several slots gets as many
+// in the destination, with the selectors that choose among them. 0 or -2.
 int mapTimePlateTracks(PVBtimePlate& destPlate, const PVBtimePlate& srcPlate, const PVBregion& src,
                        const SignalTable& table);
 // The destination's own form of a source's plate, by clone when `extended`, else from the

@@ -48,6 +48,7 @@ struct HeldRow {
 };
 
 struct CallGraph;
+struct TreeHints;
 
 struct PVBpatternData {
   PVBpatternData();
@@ -64,6 +65,7 @@ struct PVBpatternData {
   PVBidList changedSubroutines;      // to be fixed at PVBfixEnd
   std::unique_ptr<CallGraph> calls;  // who calls whom; null until it is asked for
   std::vector<HeldRow> heldRows;     // an element a hold
+  std::unique_ptr<TreeHints> hints;  // where searches in `nodes` stand; never null
   bool changed = false;
 };
 

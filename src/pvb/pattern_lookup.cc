@@ -8,7 +8,7 @@ int PVBpatternBadIndex = kMainPattern;
 
 // --- Patterns ------------------------------------------------------------------------
 
-PVBpatternData::PVBpatternData() = default;
+PVBpatternData::PVBpatternData() : hints(std::make_unique<TreeHints>()) {}
 PVBpatternData::~PVBpatternData() = default;
 
 PVBpatternData* patternData(int database) {
@@ -68,7 +68,7 @@ RowSearch::RowSearch(int database, PVBpatternData& data, Goal goal)
     : database_(database),
       data_(data),
       goal_(goal),
-      path_(data.nodes, holdFor(goal)),
+      path_(data.nodes, holdFor(goal), data.hints.get()),
       loops_(loopRoom) {
   loops_.clear();
 }
@@ -83,7 +83,7 @@ Seek RowSearch::run(int pattern, const PVBposition& position, int kind) {
     key_.value = static_cast<std::uint64_t>(address);
   }
   // Every tree on the way has a root of its own, so more of them than nodes is a circle.
-  for (levels_ = 0; levels_ <= countNodes(data_.nodes); ++levels_) {
+  for (levels_ = 0; levels_ == 0 || levels_ <= countNodes(data_.nodes); ++levels_) {
     const Seek seek = path_.descend(root_, key_);
     if (seek == Seek::bad) return seek;
     count(path_.before());

@@ -98,5 +98,12 @@ const PVBproperty* PVBpropInqNextKey(int database, std::int32_t key);
 std::optional<std::string> PVBpropGet(int database, PVBid list, std::int32_t key);
 // A new list with copies of all live records, in the same order; -1 on failure.
 PVBid PVBpropListDup(int database, PVBid list);
+// Whether copied kinds stay with their values, or run against them: the first kind then
+// goes with the last value.
+enum class PropKinds { kept, reversed };
+// Adds copies of all live records of a list, of another database as well; the copied
+// values read in the same order. A record that can't be read is told on standard error
+// and left out. -2 after a post when one can't be written.
+int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList, PropKinds kinds);
 // Whether `list` is a list in use.
 bool PVBpropListExists(int database, PVBid list);

@@ -154,16 +154,23 @@ bool markDead(const PVBpropertyData& data, std::uint32_t record) {
   return PBcfputc(data.values, 0) == 0;
 }
 
-// Copies live records, named by their offsets from newest to oldest.
-bool copyRecords(int database, const PropValues& values, const std::vector<std::uint32_t>& offsets,
-                 PVBid to) {
-  PVBproperty property;
-  for (auto offset = offsets.rbegin(); offset != offsets.rend(); ++offset) {
-    PropWalk walk(values, *offset);
-    if (!walk.next() || !readProperty(walk, property)) return false;
-    if (PVBputProp(database, to, property) != 0) return false;
-  }
-  return true;
+struct LiveRecord {
+  std::uint32_t offset;
+  std::int32_t key;
+};
+
+// The live records of a list, the newest first.
+std::vector<LiveRecord> liveRecords(const PVBpropertyData& data, PVBid list) {
+  std::vector<LiveRecord> records;
+  PropWalk walk = walkOf(data, list);
+  while (nextLive(walk, kAnyKey)) records.push_back({walk.offset(), walk.record().key});
+  return records;
+}
+
+// The value of a record; false where it can't be read.
+bool readValueAt(const PropValues& values, std::uint32_t offset, PVBproperty& out) {
+  PropWalk walk(values, offset);
+  return walk.next() ? readProperty(walk, out) : endWalk();
 }
 
 }  // namespace
@@ -275,11 +282,30 @@ std::optional<std::string> PVBpropGet(int database, PVBid list, std::int32_t key
 PVBid PVBpropListDup(int database, PVBid list) {
   const PVBpropertyData* data = sectionOf(database);
   if (data == nullptr || !PVBpropListExists(database, list)) return UNDEF;
-  std::vector<std::uint32_t> offsets;
-  PropWalk walk = walkOf(*data, list);
-  while (nextLive(walk, kAnyKey)) offsets.push_back(walk.offset());
+  const std::vector<LiveRecord> records = liveRecords(*data, list);
+  const PropValues values = valuesOf(*data);
   const PVBid copy = PVBpropListNew(database);
-  if (copy == UNDEF || copyRecords(database, walk.values(), offsets, copy)) return copy;
+  bool good = copy != UNDEF;
+  PVBproperty property;
+  for (auto record = records.rbegin(); good && record != records.rend(); ++record) {
+    good =
+        readValueAt(values, record->offset, property) && PVBputProp(database, copy, property) == 0;
+  }
+  if (good || copy == UNDEF) return copy;
   PVBpropListFree(database, copy);
   return UNDEF;
+}
+
+int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList, PropKinds kinds) {
+  const PVBpropertyData* data = sectionOf(fromDatabase);
+  if (data == nullptr) return 0;
+  const std::vector<LiveRecord> records = liveRecords(*data, fromList);
+  const PropValues values = valuesOf(*data);
+  PVBproperty property;
+  for (std::size_t i = records.size(); i-- > 0;) {
+    if (!readValueAt(values, records[i].offset, property)) continue;
+    if (kinds == PropKinds::reversed) property.key = records[records.size() - 1 - i].key;
+    if (PVBputProp(database, list, property) != 0) return -2;
+  }
+  return 0;
 }

@@ -37,17 +37,16 @@ bool isHeld(const PVBpatternData& data, std::uint32_t id) {
 }
 
 // A zeroed block with its number, held; null on failure.
-PVBrow* newBlock(PVBpatternData& data, int database) {
+PVBrow* newBlock(PVBpatternData& data) {
   void* block = nullptr;
   const std::int64_t id = PageNewTyped(data.rows, block, typePVBrow);
   if (id < 0) return nullptr;
   const auto number = static_cast<std::uint32_t>(id);
   // A broken list of free blocks may give one that is in use.
   if (isHeld(data, number)) return nullptr;
-  std::memset(block, 0, kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(database)));
   auto* row = static_cast<PVBrow*>(block);
   row->id = number;
-  PageDirty(data.rows, number);
+  PageDirtyAt(data.rows, number, block);
   data.changed = true;
   return hold(data, row, number);
 }
@@ -124,7 +123,7 @@ int PVBrowDataSize(int database) {
 
 PVBrow* PVBpatternNew(int database) {
   PVBpatternData* data = patternData(database);
-  PVBrow* row = data != nullptr ? newBlock(*data, database) : nullptr;
+  PVBrow* row = data != nullptr ? newBlock(*data) : nullptr;
   if (row == nullptr) return postNoRow("PVBpatternNew");
   row->type = ROW_LITERAL;
   row->repeat16 = kNoRepeat16;
@@ -142,7 +141,7 @@ PVBrow* PVBpatternNewAfter(int database, PVBrow* row) {
 
 PVBrow* PVBpatternRowCopy(int database, const PVBrow& row) {
   PVBpatternData* data = patternData(database);
-  PVBrow* copy = data != nullptr ? newBlock(*data, database) : nullptr;
+  PVBrow* copy = data != nullptr ? newBlock(*data) : nullptr;
   if (copy == nullptr) return postNoRow("PVBpatternRowCopy");
   const std::uint32_t id = copy->id;
   *copy = row;
@@ -171,7 +170,7 @@ void PVBrowDirty(int database, PVBrow& row) {
   if (data == nullptr) return;
   const auto held = findHold(*data, &row);
   if (held == data->heldRows.end()) return;
-  PageDirty(data->rows, held->id);
+  PageDirtyAt(data->rows, held->id, &row);
   data->changed = true;
 }
 
@@ -185,7 +184,7 @@ void PVBrowFree(int database, PVBrow* row) {
   data->heldRows.pop_back();
   if (isHeld(*data, held.id)) return;
   if (row->type == ROW_SCAN && !held.doomed) PVBscanClearStates(database, *row);
-  PageRelease(data->rows, held.id);
+  PageReleaseAt(data->rows, held.id, row);
   if (held.doomed) PageFree(data->rows, held.id);
 }
 

@@ -229,6 +229,20 @@ PVBid PVBscanRunInsert(int database, PVBrow* row, std::uint32_t type, PVBid chai
   return run;
 }
 
+int PVBscanRunsAppend(int database, PVBrow& row, std::span<const PVBscanRun> runs) {
+  if (patternsOf(database) == nullptr) return -2;
+  if (PVBgetSection(database, kSectionSignals) == nullptr) return -2;
+  PVBid last = UNDEF;
+  std::int32_t longest = 0;
+  if (!lastRun(database, row, last, longest)) return -2;
+  for (const PVBscanRun& run : runs) {
+    if (!runFits(database, &row, run)) continue;
+    last = appendRun(database, row, last, {run.type, run.chain, run.state, UNDEF});
+    if (last == -1) return -2;
+  }
+  return 0;
+}
+
 int PVBscanRunDelete(int database, PVBrow& row, PVBid run) {
   const std::int32_t status = idStatus(run, kClassScanRun);
   if (status != kStatusOk) return scanRunFailure(database, status);

@@ -16,6 +16,7 @@
 // (or -2) and sets the status of the database.
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "pvb/id.h"
@@ -37,6 +38,9 @@ inline constexpr std::uint32_t kScanRunBlockSize = 16;
 // such chain; 6: ids of other classes; 17: not a scan row, or the chain lacks the
 // signal that the type needs.
 PVBid PVBscanRunInsert(int database, PVBrow* row, std::uint32_t type, PVBid chain, PVBid state);
+// The same for many at one time, whose `next` isn't looked at; the row's count stays.
+// Those that don't fit are left out. -2 with a status when one can't be stored.
+int PVBscanRunsAppend(int database, PVBrow& row, std::span<const PVBscanRun> runs);
 // The row's count stays.
 int PVBscanRunDelete(int database, PVBrow& row, PVBid run);
 // Frees all runs of a row (its `link` becomes none).

@@ -14,7 +14,7 @@ class StateMap {
   // Puts the columns added so far in runs. Called once, before the first copy. A later
   // pair for the same destination column holds.
   void compile();
-  // `from` and `to` are states of rows that are wide enough for every column added.
+  // `from` and `to` are states of two rows that are wide enough for every column added.
   void copy(std::uint8_t* to, const std::uint8_t* from) const;
 
  private:
@@ -22,12 +22,23 @@ class StateMap {
     std::uint32_t from;
     std::uint32_t to;
   };
-  // Whole bytes: both sides begin at an even column.
+  // Whole bytes of the destination: it begins at an even column.
   struct Run {
     std::uint32_t from;  // bytes
     std::uint32_t to;
     std::uint32_t length;
   };
-  std::vector<Column> columns_;  // what is in no run
-  std::vector<Run> runs_;
+  // Two columns from anywhere that make up a byte.
+  struct Byte {
+    std::uint32_t low;  // columns
+    std::uint32_t high;
+    std::uint32_t to;  // byte
+  };
+  void cut(const Column& first, std::uint32_t count, std::vector<Column>& rest);
+  void pairUp(const std::vector<Column>& columns);
+
+  std::vector<Column> columns_;  // before compile all, after it what is in nothing below
+  std::vector<Run> runs_;        // the source begins at an even column too
+  std::vector<Run> shifted_;     // the source begins in the high half of its first byte
+  std::vector<Byte> bytes_;
 };

@@ -46,6 +46,7 @@ PVBtimePlate* findByName(const PVBtimePlateData& data, std::string_view name) {
 }
 
 void dropName(PVBtimePlateData& data, const PVBtimePlate& plate) {
+  data.takenNumbers.clear();
   if (plate.name && findByName(data, *plate.name) == &plate) data.byName.erase(*plate.name);
 }
 
@@ -183,6 +184,18 @@ PVBtimePlate* PVBtimePlateInqByID(int database, PVBid id) {
 PVBtimePlate* PVBtimePlateInqByName(int database, std::string_view name) {
   const PVBtimePlateData* data = loaded(database);
   return data != nullptr ? findByName(*data, name) : nullptr;
+}
+
+std::string PVBtimePlateFreeName(int database, std::string_view base) {
+  std::string name(base);
+  PVBtimePlateData* data = loaded(database);
+  if (data == nullptr || findByName(*data, name) == nullptr) return name;
+  std::int32_t& taken = data->takenNumbers[name];
+  for (;;) {
+    const std::string numbered = name + "_" + std::to_string(taken + 1);
+    if (findByName(*data, numbered) == nullptr) return numbered;
+    ++taken;
+  }
 }
 
 const PVBidList& PVBtimePlateInqAll(int database) {

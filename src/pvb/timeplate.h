@@ -103,6 +103,9 @@ struct PVBtimePlateData {
   std::int32_t tpVersion = 1;                         // low 8 bits P mode, above them flags
   std::vector<PVBid> tpFirstFree;                     // a stack, the lowest index on top
   std::unordered_map<std::string, PVBid> byName;      // of the plates with a name
+  // By a name, the number up to which all that PVBtimePlateFreeName tries are taken;
+  // good until a name is given back.
+  std::unordered_map<std::string, std::int32_t> takenNumbers;
   std::vector<PVBcycle> cycleTable;
   std::int16_t cycleCapacity = 0;  // stands on disk, never below the cycles
   bool changed = false;
@@ -135,6 +138,9 @@ PVBid PVBtimePlateInsert(int database, std::unique_ptr<PVBtimePlate> plate);
 PVBid PVBtimePlateInsertAs(int database, std::unique_ptr<PVBtimePlate> plate);
 PVBtimePlate* PVBtimePlateInqByID(int database, PVBid id);
 PVBtimePlate* PVBtimePlateInqByName(int database, std::string_view name);
+// `base` itself when no plate has this name, else `base` with the lowest number from 1 on
+// behind it ("tp_1") that makes it free.
+std::string PVBtimePlateFreeName(int database, std::string_view base);
 // Ids in rising order. Good until the next call.
 const PVBidList& PVBtimePlateInqAll(int database);
 int PVBtimePlateCount(int database);
@@ -177,6 +183,8 @@ bool PVBtimePlateDeleteTrack(PVBtimePlate& plate, int index);
 void PVBtimePlateRebuildMaps(PVBtimePlate& plate);
 // Null when the plate doesn't hold the signal.
 const SignalTracks* PVBsignalTracks(const PVBtimePlate& plate, PVBid signal);
+// Slots of all levels and of the list of slots, whichever is longest.
+int PVBslotCount(const PVBtimePlate& plate);
 // The direction of slot `index`, worked out from its states where none is stored:
 // driven, expected, both or neither.
 int PVBtrackDirection(const PVBtimePlate& plate, int index);

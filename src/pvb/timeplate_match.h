@@ -14,7 +14,9 @@ void matchTimePlateClear();
 void matchTimePlateEnd();
 // Events whose times differ by no more count as equal.
 void matchTimePlateSetTolerance(TIME tolerance);
-// Looks for an equal plate (period, slots with their signals and directions, waves).
-// 0 with `existing` when there is one, else 1 with the plate entered: from then on it
-// must stay at its address. Null gives 1.
+// Looks for an equal plate (period, slots with their signals and directions, waves); of
+// several the one entered first. 0 with `existing` when there is one, else 1 with the
+// plate entered: from then on it must stay at its address. Null gives 1.
 int matchTimePlate(PVBtimePlate* plate, PVBtimePlate*& existing);
+// Takes out the plate that was entered last, which couldn't be stored and may be gone.
+void matchTimePlateForget();

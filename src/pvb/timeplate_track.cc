@@ -195,6 +195,8 @@ bool PVBtimePlateDeleteTrack(PVBtimePlate& plate, int index) {
   return true;
 }
 
+int PVBslotCount(const PVBtimePlate& plate) { return static_cast<int>(slotCount(plate)); }
+
 int PVBtrackDirection(const PVBtimePlate& plate, int index) {
   if (const auto* entry = slotEntry(plate, index)) {
     return entry->first >= INPUT && entry->first <= BIDIR ? entry->first : kUndefinedDirection;

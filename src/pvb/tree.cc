@@ -1,45 +1,16 @@
 #include "pvb/tree.h"
 
-#include <cstring>
+#include <limits>
 
-#include "base/time_internal.h"
 #include "pvb/tree_internal.h"
 #include "storage/swapendian.h"
 
 // --- Sums ----------------------------------------------------------------------------
 
-std::uint64_t toTreeTime(TIME time) { return static_cast<std::uint64_t>(toFemtoseconds(time)); }
-TIME fromTreeTime(std::uint64_t time) { return fromFemtoseconds(static_cast<std::int64_t>(time)); }
-
-void TreeSums::add(const TreeSums& other) {
-  time += other.time;
-  rows += other.rows;
-  cycles += other.cycles;
-  addresses += other.addresses;
-}
-
-void TreeSums::subtract(const TreeSums& other) {
-  time -= other.time;
-  rows -= other.rows;
-  cycles -= other.cycles;
-  addresses -= other.addresses;
-}
-
-TreeSums sumsOf(const PVBnodeEntry& entry) {
-  return {toTreeTime(entry.time), entry.rows, entry.cycles, entry.addresses};
-}
-
 TreeSums sumsOf(const PVBnode& node) {
   TreeSums sums;
   for (std::uint32_t i = 0; i < node.count; ++i) sums.add(sumsOf(node.entries[i]));
   return sums;
-}
-
-void setSums(PVBnodeEntry& entry, const TreeSums& sums) {
-  entry.time = fromTreeTime(sums.time);
-  entry.rows = sums.rows;
-  entry.cycles = sums.cycles;
-  entry.addresses = sums.addresses;
 }
 
 void setPosition(PVBposition& position, const TreeSums& sums) {
@@ -74,7 +45,6 @@ NodeHandle newNode(int file) {
   const std::int64_t block = PageNewTyped(file, data, typePVBnode);
   if (block < 0) return {};
   NodeHandle node(file, static_cast<std::uint32_t>(block), data);
-  std::memset(data, 0, kNodeBlockSize);
   node->self = node.block();
   node->leaf = 1;
   node.markDirty();
@@ -152,10 +122,20 @@ std::uint64_t valueOf(const TreeSums& sums, int kind) {
 
 Seek TreePath::descend(std::uint32_t root, const TreeKey& key) {
   release();
+  root_ = root;
+  key_ = key;
+  if (hints_ == nullptr) return descendFromRoot();
+  if (hold_ == Hold::no) return resumeLeaf() ? Seek::found : descendFromRoot();
+  if (!resumePlace()) return descendFromRoot();
+  return hints_->place.atEnd ? Seek::end : Seek::found;
+}
+
+Seek TreePath::descendFromRoot() {
   before_ = {};
   const int limit = hold_ == Hold::yes ? kMaxHeldDepth : kMaxTreeDepth;
-  std::uint64_t left = key.value;
-  std::uint32_t block = root;
+  std::uint64_t left = key_.value;
+  std::uint64_t keyLimit = std::numeric_limits<std::uint64_t>::max();
+  std::uint32_t block = root_;
   bool pastEnd = false;
   while (depth_ < limit) {
     // A change on a path that crosses itself would find counts that it didn't expect.
@@ -163,12 +143,16 @@ Seek TreePath::descend(std::uint32_t root, const TreeKey& key) {
     NodeHandle node = getNode(file_, block);
     if (!node) break;
     std::uint32_t index = node->count;
-    if (!pastEnd) index = walkNode(*node, key.kind, before_, left);
+    if (!pastEnd) index = walkNode(*node, key_.kind, before_, left);
     if (index == node->count && depth_ > 0 && !pastEnd) break;  // less than the parent says
     pastEnd = index == node->count;
     const bool leaf = node->leaf == 1;
     if (pastEnd && !leaf) --index;
     entry_ = node->entries[index];
+    passed_ = key_.value - left;
+    if (leaf && !pastEnd) noteLeaf(*node, index, keyLimit);
+    const std::uint64_t width = widthOf(entry_, key_.kind);
+    if (width < keyLimit - passed_) keyLimit = passed_ + width;
     steps_[static_cast<std::size_t>(depth_++)] = {block, index,
                                                   hold_ == Hold::yes ? node.detach() : nullptr};
     if (leaf) return pastEnd ? Seek::end : Seek::found;
@@ -181,7 +165,7 @@ Seek TreePath::descend(std::uint32_t root, const TreeKey& key) {
 void TreePath::release() {
   while (depth_ > 0) {
     const Step& step = steps_[static_cast<std::size_t>(--depth_)];
-    if (hold_ == Hold::yes) PageRelease(file_, step.block);
+    if (hold_ == Hold::yes) PageReleaseAt(file_, step.block, step.node);
   }
 }
 

@@ -73,7 +73,10 @@ bool TreePath::contains(std::uint32_t block) const {
 }
 
 void TreePath::markDirty() {
-  for (int i = 0; i < depth_; ++i) PageDirty(file_, steps_[static_cast<std::size_t>(i)].block);
+  for (int i = 0; i < depth_; ++i) {
+    const Step& step = steps_[static_cast<std::size_t>(i)];
+    PageDirtyAt(file_, step.block, step.node);
+  }
 }
 
 // Gives the entries from `index` on to a new node and ends the old one with
@@ -144,6 +147,7 @@ int TreePath::insert(const PVBnodeEntry& entry) {
       rising = split(*step.node, step.index, rising, spares);
     }
   }
+  if (full == 0) notePlace(entry);
   release();
   return 0;
 }

@@ -314,11 +314,13 @@ bool CompressedFile::growTable(std::int64_t number) {
 // Clears what the last block has past the length.
 bool CompressedFile::clearTail() {
   const std::int64_t offset = length_ % kBlockSize;
-  if (offset == 0) return true;
+  tailClear_ = offset == 0;
+  if (tailClear_) return true;
   Block* block = findBlock(length_ / kBlockSize, kBlockSize);
   if (block == nullptr) return false;
   std::fill(block->data.begin() + offset, block->data.end(), std::uint8_t{0});
   block->dirty = true;
+  tailClear_ = true;
   return true;
 }
 
@@ -352,7 +354,7 @@ std::int64_t CompressedFile::write(const char* data, std::size_t size) {
     return postRange("cwrite"), -2;
   }
   const auto total = static_cast<std::int64_t>(size);
-  if (position_ > length_ && !clearTail()) return -2;
+  if (position_ > length_ && !tailClear_ && !clearTail()) return -2;
   if (!growTable((position_ + total - 1) / kBlockSize)) return -2;
   std::int64_t done = 0;
   while (done < total) {

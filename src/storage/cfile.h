@@ -89,6 +89,7 @@ class CompressedFile {
   bool writable_;
   std::size_t cacheSize_;
   bool headerDirty_ = false;
+  bool tailClear_ = false;  // the last block is zero behind the length
   std::int64_t length_ = 0;
   std::int64_t position_ = 0;
   std::vector<std::uint32_t> table_;  // its size is tableSize

@@ -80,8 +80,10 @@ const KindRow& kindOf(const Entry& entry) { return kKinds[static_cast<std::size_
 // --- The table -----------------------------------------------------------------------
 
 // Every open file of the process, by descriptor. PBcfopen fills the first free
-// entry, PBcfclose frees it; it grows by kTableGrowth and never shrinks.
-std::vector<Entry> table;
+// entry, PBcfclose frees it; it grows by kTableGrowth and never shrinks. Never
+// destroyed: what a close needs may be gone by then, and a run that ends without
+// closing must not write.
+std::vector<Entry>& table = *std::make_unique<std::vector<Entry>>().release();
 
 int postMisuse(ErrArg text) {
   errno = 0;

@@ -93,6 +93,11 @@ int shrinkAndClose(PageFile& file) {
 
 // --- The table -----------------------------------------------------------------------
 
+std::uint64_t nextStamp() {
+  static std::uint64_t last = 0;
+  return ++last;
+}
+
 PageFile* findPageFile(int handle) {
   const auto place = static_cast<std::size_t>(handle);
   if (handle >= 0 && place < table.size() && table[place]) return table[place].get();
@@ -222,6 +227,11 @@ const std::string& PagePath(int handle) {
   return file != nullptr ? file->path : none;
 }
 
+std::uint64_t PageStamp(int handle) {
+  const PageFile* file = findPageFile(handle);
+  return file != nullptr ? file->stamp : nextStamp();
+}
+
 std::uint32_t PageBlockSize(int handle) {
   const PageFile* file = findPageFile(handle);
   return file != nullptr ? file->header.blockSize : 0;
@@ -255,17 +265,50 @@ void* PageGetTyped(int handle, std::uint32_t block, int tag) {
   return buffer->data();
 }
 
-void PageDirty(int handle, std::uint32_t block) {
-  PageFile* file = findPageFile(handle);
-  PageBuffer* buffer = file != nullptr ? findBuf(*file, block) : nullptr;
+namespace {
+
+// The buffer around the bytes of a block, if the block is still there.
+PageBuffer* bufferAt(const PageFile& file, std::uint32_t block, void* data) {
+  PageBuffer* buffer = static_cast<PageBuffer*>(data) - 1;
+  return buffer->block == block ? buffer : findBuf(file, block);
+}
+
+void makeDirty(PageFile* file, PageBuffer* buffer) {
   if (buffer == nullptr) assertFail(__FILE__, __LINE__);
   buffer->dirty = true;
+  file->stamp = nextStamp();
   reserveBuf(*file, *buffer);
+}
+
+}  // namespace
+
+void* PageGetAt(int handle, std::uint32_t block, int tag, void* data) {
+  PageFile* file = findPageFile(handle);
+  PageBuffer* buffer = static_cast<PageBuffer*>(data) - 1;
+  if (file == nullptr || buffer->block != block || buffer->typeTag != tag) return nullptr;
+  reserveBuf(*file, *buffer);
+  return data;
+}
+
+void PageDirty(int handle, std::uint32_t block) {
+  PageFile* file = findPageFile(handle);
+  makeDirty(file, file != nullptr ? findBuf(*file, block) : nullptr);
+}
+
+void PageDirtyAt(int handle, std::uint32_t block, void* data) {
+  PageFile* file = findPageFile(handle);
+  makeDirty(file, file != nullptr ? bufferAt(*file, block, data) : nullptr);
 }
 
 void PageRelease(int handle, std::uint32_t block) {
   PageFile* file = findPageFile(handle);
   PageBuffer* buffer = file != nullptr ? findBuf(*file, block) : nullptr;
+  if (buffer != nullptr) releaseBuf(*file, *buffer, LruEnd::head);
+}
+
+void PageReleaseAt(int handle, std::uint32_t block, void* data) {
+  PageFile* file = findPageFile(handle);
+  PageBuffer* buffer = file != nullptr ? bufferAt(*file, block, data) : nullptr;
   if (buffer != nullptr) releaseBuf(*file, *buffer, LruEnd::head);
 }
 

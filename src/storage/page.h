@@ -63,6 +63,9 @@ int PageSaveAs(int handle, const std::string& path);
 // The path that the handle stands on.
 const std::string& PagePath(int handle);
 std::uint32_t PageBlockSize(int handle);
+// Another number after each change of a block or of which there are; no two open
+// files ever have the same. Who keeps what a block says keeps it as long as this stays.
+std::uint64_t PageStamp(int handle);
 
 // --- Blocks --------------------------------------------------------------------------
 
@@ -81,6 +84,11 @@ void PageDirty(int handle, std::uint32_t block);
 // Unreserves: to the head of the LRU list, or to its tail so that it goes first.
 void PageRelease(int handle, std::uint32_t block);
 void PageReleaseOld(int handle, std::uint32_t block);
+// The same for who knows where the block's bytes are, or were when the file last had
+// the stamp that it has: PageGetAt gives null when they are there no more.
+void* PageGetAt(int handle, std::uint32_t block, int tag, void* data);
+void PageDirtyAt(int handle, std::uint32_t block, void* data);
+void PageReleaseAt(int handle, std::uint32_t block, void* data);
 int PageFree(int handle, std::uint32_t block);
 // Blocks in use.
 std::uint32_t PageCount(int handle);
@@ -133,9 +141,9 @@ class BlockHandle {
   T& operator*() const { return *data_; }
   T* data() const { return data_; }
   std::uint32_t block() const { return block_; }
-  void markDirty() { PageDirty(file_, block_); }
+  void markDirty() { PageDirtyAt(file_, block_, data_); }
   void release() {
-    if (data_ != nullptr) PageRelease(file_, block_);
+    if (data_ != nullptr) PageReleaseAt(file_, block_, data_);
     data_ = nullptr;
   }
   // Gives the reservation to the caller.

@@ -88,15 +88,16 @@ bool readBuf(PageFile& file, PageBuffer& buffer, std::uint32_t block, int tag) {
 }  // namespace
 
 std::int64_t blockOffset(std::uint32_t blockSize, std::uint32_t block, const char* direction) {
-  const std::int64_t capacity = capacityOf(blockSize);
-  if (block < capacity) {
+  // Every number of a block of allowed size.
+  static_assert(capacityOf(kMaxBlockSize) > kNoBlock);
+  if (blockSize <= kMaxBlockSize || block < capacityOf(blockSize)) {
     return static_cast<std::int64_t>(kPageHeaderSize) + std::int64_t{block} * blockSize;
   }
   errno = 0;
   PBpostError("Page File Access", 0,
               fmt::sprintf("[%s] capacity exceeded (%d)\n   Try smaller amounts of data, such as "
                            "fewer pattern vectors",
-                           direction, static_cast<std::int32_t>(capacity)));
+                           direction, static_cast<std::int32_t>(capacityOf(blockSize))));
   PBflushErrors();
   assertFail(__FILE__, __LINE__);
 }
@@ -109,11 +110,13 @@ namespace {
 // tells.
 void writeNeighbours(PageFile& file, std::uint32_t block) {
   constexpr std::int64_t kPackedTogether = 65536;
-  const std::uint32_t size = file.header.blockSize;
-  const std::int64_t place = blockOffset(size, block, "write") / kPackedTogether;
+  const auto placeOf = [&](std::uint32_t cached) {
+    return blockOffset(file.header.blockSize, cached, "write") / kPackedTogether;
+  };
+  const std::int64_t place = placeOf(block);
   for (const PlatformPtr<PageBuffer>& buffer : file.buffers) {
     if (!buffer->dirty || buffer->reserved || buffer->block == kNoBlock) continue;
-    if (blockOffset(size, buffer->block, "write") / kPackedTogether != place) continue;
+    if (placeOf(buffer->block) != place) continue;
     if (writeBuf(file, *buffer) != 0) return;
   }
 }

@@ -329,6 +329,7 @@ std::int64_t newBlock(PageFile& file, PageBuffer*& buffer, int tag) {
   buffer = fresh ? appendBlock(file, block) : takeFreeBlock(file, block, tag);
   if (buffer == nullptr) return -1;
   file.headerDirty = true;
+  file.stamp = nextStamp();
   reserveBuf(file, *buffer);
   buffer->typeTag = tag;
   std::memset(buffer->data(), 0, file.header.blockSize);
@@ -343,6 +344,7 @@ int freeBlock(PageFile& file, std::uint32_t block) {
   if (block == header.firstFree || block == header.lastFree) {
     return postPage("PageFree", fmt::format("block {} is free already", block));
   }
+  file.stamp = nextStamp();
   const bool last = block == header.numBlocks - 1;
   const int result = last ? freeLastBlock(file) : freeMiddleBlock(file, block);
   if (result == 0) file.headerDirty = true;

@@ -68,6 +68,9 @@ struct PlatformRelease {
 template <typename T>
 using PlatformPtr = std::unique_ptr<T, PlatformRelease>;
 
+// A number that no file has had.
+std::uint64_t nextStamp();
+
 // One open file. The descriptor isn't open before the file's first write, and
 // after the file was replaced or copied; the next access opens it.
 struct PageFile {
@@ -86,6 +89,7 @@ struct PageFile {
   bool packed = false;      // what the open one is
   bool headerDirty = false;
   bool onDisk = false;
+  std::uint64_t stamp = nextStamp();
   std::vector<PlatformPtr<PageBuffer>> buffers;
   std::uint64_t walkSteps = 0;           // free blocks looked at to find places
   std::unique_ptr<FreeIndex> freeIndex;  // made when walking has become too long

@@ -19,6 +19,11 @@ struct PlatePieces {
   PlatePtr first;
   PlatePtr rest;
 };
-// Cuts at `offset`, which lies within the period. A track whose first event is later
-// than zero still begins its first piece with that event, at zero.
+// Cuts at `offset`, which lies within the period (an internal failure otherwise, as is
+// no plate). The pieces have the names NAME_0pS and NAME_OFFSET, the plate's slots with
+// their signals, directions and selectors, and on each track its events; `rest` begins
+// with the state in force at the cut. A track whose first event is later than zero still
+// begins its first piece with that event, at zero. Times in pieces are plain values: the
+// expressions that they come from hold for the whole cycle only. Property lists aren't
+// carried over.
 PlatePieces splitTimePlate(const PlatePtr& plate, TIME offset);

@@ -106,6 +106,11 @@ constexpr std::array kLines = {
     Line{"heading", Part::findings, [](DumpBuild& b) { return b.records.heading(); }},
     Line{"finding", Part::findings, [](DumpBuild& b) { return b.records.finding(); }},
     Line{"item", Part::findings, [](DumpBuild& b) { return b.records.item(); }},
+    Line{"equations", Part::files, [](DumpBuild& b) { return b.records.equations(); }},
+    Line{"sheet", Part::files, [](DumpBuild& b) { return b.records.equationLine(); }},
+    Line{"variable", Part::files, [](DumpBuild& b) { return b.records.equationLine(); }},
+    Line{"set", Part::files, [](DumpBuild& b) { return b.records.equationLine(); }},
+    Line{"value", Part::files, [](DumpBuild& b) { return b.records.equationLine(); }},
     Line{"file", Part::files, [](DumpBuild& b) { return b.records.file(); }},
     Line{"data", Part::files, [](DumpBuild& b) { return b.records.data(); }},
 };

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "equations/spec_data.h"
 #include "pvb/pattern.h"
 #include "tools/build.h"
 #include "tools/dump_format.h"
@@ -178,11 +179,16 @@ class RecordBuild {
   bool item();
   bool file();
   bool data();
+  bool equations();
+  bool equationLine();
   bool finish();
 
  private:
+  bool writeEquations();
+
   BuildContext& build_;
-  std::optional<OutputFile> file_;
+  std::optional<OutputFile> file_;         // takes the data lines
+  std::optional<ssLineReader> equations_;  // takes the equation lines
 };
 
 // The order in which members must be entered into a table of `buckets`, so that

@@ -83,7 +83,32 @@ bool RecordBuild::data() {
   return true;
 }
 
+// --- Equations -----------------------------------------------------------------------
+
+bool RecordBuild::equations() {
+  if (!finish()) return false;
+  build_.noProperties();
+  if (ssExists(build_.path)) {
+    return build_.in.failLine(kEquationRefused, "equation data stand here twice");
+  }
+  equations_.emplace();
+  return build_.in.finish();
+}
+
+bool RecordBuild::equationLine() {
+  if (!equations_) return build_.in.failLine(kWrongPlace, "there is no 'equations' line above");
+  return equations_->take(build_.in.line()) ||
+         build_.in.failColumn(kEquationRefused, equations_->error(), equations_->column());
+}
+
+bool RecordBuild::writeEquations() {
+  const bool written = ssSave(equations_->data(), build_.path) == 0;
+  equations_.reset();
+  return written || build_.fail(kCantWrite, "the equation data can't be written");
+}
+
 bool RecordBuild::finish() {
+  if (equations_) return writeEquations();
   if (!file_) return true;
   const bool whole = file_->commit();
   file_.reset();

@@ -1,6 +1,8 @@
 #include <fcntl.h>
 
+#include "base/errors.h"
 #include "base/platform.h"
+#include "equations/spec_data.h"
 #include "tools/dump_internal.h"
 
 namespace {
@@ -59,15 +61,34 @@ bool dumpFile(const DumpContext& dump, const std::string& name) {
   return dump.fail(kCantRead, name + " can't be read");
 }
 
+// The lines of the equation data; false, with nothing written, when they can't be read.
+bool dumpEquations(const DumpContext& dump) {
+  const std::optional<ssData> data = ssOpen(PVBpath(dump.database));
+  if (!data) {
+    PBdiscardErrors();
+    return false;
+  }
+  dump.text() += "equations";
+  dump.end();
+  ssWriteLines(*data, [&](std::string_view line) {
+    dump.text() += line;
+    dump.end();
+  });
+  return true;
+}
+
 }  // namespace
 
+// Equation data that can't be read are carried along like any other file.
 bool dumpCarriedFiles(const DumpContext& dump) {
   std::vector<std::string> names;
   if (!platform().list(PVBpath(dump.database).c_str(), names)) {
     return dump.fail(kCantRead, "the directory can't be read");
   }
   for (const std::string& name : names) {
-    if (isCarriedFile(name) && !dumpFile(dump, name)) return false;
+    if (!isCarriedFile(name)) continue;
+    if (name == kSpecFile && dumpEquations(dump)) continue;
+    if (!dumpFile(dump, name)) return false;
   }
   return true;
 }

@@ -16,6 +16,8 @@
 //   rows main|SLOT base=0                   below: the rows
 //   label NAME row=3 ...
 //   heading NUMBER SHORT TEXT ...           below: finding, item
+//   equations                               below: the lines of "pvb.sdb", from its
+//                                           second one to the last but one
 //   file NAME                               below: data BASE64
 //   done
 //
@@ -38,6 +40,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/quote.h"
 #include "pvb/database.h"
 #include "pvb/label.h"
 #include "pvb/message_store.h"
@@ -46,7 +49,6 @@
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
 #include "tools/dump_text.h"
-#include "tools/quote.h"
 
 inline constexpr std::string_view kDumpMark = "pvb-dump";
 inline constexpr int kDumpFormat = 1;

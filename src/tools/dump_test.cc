@@ -8,10 +8,10 @@
 
 #include <filesystem>
 
+#include "base/quote.h"
 #include "support/dump_support.h"
 #include "support/fault_platform.h"
 #include "tools/dump_format.h"
-#include "tools/quote.h"
 
 namespace {
 
@@ -92,6 +92,8 @@ const Sample kSamples[] = {
      "  spare none 1\n  props\ndut-pin 7 \"p\"\ncolumn 7 number=0\n"},
     {"vectors", "vector none\nvector \"v\" value=4294967295\n  cells |XXXXXXXXXXXX0101\n"},
     {"files", "file \"pvb.pmp\"\nfile \"x.srf\"\n  data AAEC\n"},
+    {"equations without sheets", "equations\nfile \"x.srf\"\n"},
+    {"equations that can't be read", "file \"pvb.sdb\"\n  data c3BlYyBkYXRhAP8=\n"},
 };
 
 TEST(Dump, ComesBackAsItWasBuilt) {
@@ -200,6 +202,11 @@ TEST(Build, TellsWhatIsWrongAndWhere) {
       {kHead + "label \"l\" row=7\n", "3:1 PVB0314"},
       {kHead + "file \"../x.srf\"\n", "3:6 PVB0215"},
       {kHead + "file \"x.srf\"\n  data AAE\n", "4:8 PVB0214"},
+      {kHead + "sheet \"s\"\n", "3:1 PVB0204"},
+      {kHead + "equations\nsheet \"s\"\n  variable \"v\" tim \"1\"\n", "5:19 PVB0316"},
+      {kHead + "equations\n  data AAEC\n", "4:3 PVB0204"},
+      {kHead + "equations\nfile \"pvb.sdb\"\n", "4:6 PVB0215"},
+      {kHead + "file \"pvb.sdb\"\nequations\n", "4:1 PVB0316"},
       {kHead + "done now\n", "3:6 PVB0209"},
   };
   for (const BadText& bad : kTexts) {

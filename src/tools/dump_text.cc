@@ -5,8 +5,8 @@
 #include <cerrno>
 
 #include "base/errors.h"
+#include "base/quote.h"
 #include "tools/nearest.h"
-#include "tools/quote.h"
 
 namespace {
 
@@ -103,6 +103,10 @@ bool DumpScanner::fail(MessageCode code, std::string_view text) {
 
 bool DumpScanner::failLine(MessageCode code, std::string_view text) {
   return report(code, text, line_.find_first_not_of(kBlanks) + 1, true);
+}
+
+bool DumpScanner::failColumn(MessageCode code, std::string_view text, std::size_t column) {
+  return report(code, text, column, true);
 }
 
 bool DumpScanner::failText(MessageCode code, std::string_view text) {

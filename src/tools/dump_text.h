@@ -5,7 +5,7 @@
 // (NAME=VALUE), and for rows the states behind a bar. Blank lines and lines that
 // begin with "#" are passed over; indentation means nothing.
 //
-//   TEXT    between double quotes (quote.h)      ID     number, CLASS:NUMBER, none
+//   TEXT    between double quotes (base/quote.h)      ID     number, CLASS:NUMBER, none
 //   TIME    10nS, or MAJOR:MINOR as stored       STATES |01-ZX up to the line's end
 //
 // The first failure is told to the sink with file, line and column; from then on
@@ -38,12 +38,15 @@ class DumpScanner {
   bool nextLine();
   // Its first word.
   std::string_view keyword() const { return keyword_; }
+  // All of it, for a reader of its own.
+  std::string_view line() const { return line_; }
   bool failed() const { return failed_; }
 
-  // Tell what is wrong with the word read last, with the whole line, or with the
-  // text as a whole. Always false.
+  // Tell what is wrong with the word read last, with the whole line, at a column of it,
+  // or with the text as a whole. Always false.
   bool fail(MessageCode code, std::string_view text);
   bool failLine(MessageCode code, std::string_view text);
+  bool failColumn(MessageCode code, std::string_view text, std::size_t column);
   bool failText(MessageCode code, std::string_view text);
 
   // Whether nothing is left on the line.

@@ -63,6 +63,7 @@ enum MessageCode : int {
   kBadDatabaseLine = 313,
   kLabelRefused = 314,
   kNoSuchVector = 315,
+  kEquationRefused = 316,
 
   kHeaderFault = 401,
   kFileFault = 402,
@@ -90,6 +91,7 @@ enum MessageCode : int {
   kRowsNotReadable = 501,
   kPropertiesNotReadable = 502,
   kVectorsNotReadable = 503,
+  kEquationsNotReadable = 504,
 
   kNotComparable = 601,
   kNoSuchSignal = 602,

@@ -121,6 +121,10 @@ constexpr std::array kTable = {
     MessageRow{kNoSuchVector, "no such state vector",
                "Define the vector above the rows, or correct its name.",
                "A scan run names a state vector that the text doesn't define."},
+    MessageRow{kEquationRefused, "equation data refused",
+               "Correct the line; the text tells what is expected.",
+               "Below `equations` stand the lines of \"pvb.sdb\": sheets, their variables, and "
+               "sets with their values. A name stands once among its like."},
 
     MessageRow{kHeaderFault, "header damaged", "Restore \"pvb.h\" from a copy.",
                "The header of the database has a wrong length, version, host code or size."},
@@ -189,6 +193,9 @@ constexpr std::array kTable = {
                "A property list or its records can't be read."},
     MessageRow{kVectorsNotReadable, "state vectors can't be read",
                "`pvb verify` tells what is wrong.", "A state vector can't be unpacked."},
+    MessageRow{kEquationsNotReadable, "equation data can't be read",
+               "Correct \"pvb.sdb\", which is text, or restore it from a copy.",
+               "The file of the equation data has a line that isn't understood, or ends early."},
 
     MessageRow{kNotComparable, "pattern can't be compared", "`pvb verify` tells what is wrong.",
                "A tree or a row can't be read, a subroutine calls itself or doesn't exist, or the "

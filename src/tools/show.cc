@@ -6,6 +6,8 @@
 #include <array>
 
 #include "base/platform.h"
+#include "equations/expression.h"
+#include "equations/spec_data.h"
 #include "pvb/label.h"
 #include "pvb/pattern.h"
 #include "pvb/property.h"
@@ -291,6 +293,55 @@ bool showFindings(const Show& show) {
   return table.finish();
 }
 
+// --- Equations -----------------------------------------------------------------------
+
+Cell attributeCell(const ssValue& value, ssType type) {
+  if (value.code == kValueUndefined) return std::monostate();
+  if (value.code == kValueText) return textCell(value.text);
+  return quantityText(quantityOfNumber(value.number, typeDimension(type)));
+}
+
+// The value in the set that the scope has selected, or why there is none.
+Cell evaluatedCell(ExpressionScope& scope, const std::string& variable) {
+  Quantity value;
+  ExpressionError error;
+  if (scope.variable(variable, value, error)) return quantityText(value);
+  return "error: " + expressionErrorText(error);
+}
+
+void showSet(TableOutput& table, const ssSheet& sheet, std::size_t set, ExpressionScope& scope) {
+  static const ssItem kEmpty;
+  const bool exists = set < sheet.sets.size();
+  for (std::size_t row = 0; row < sheet.variables.size(); ++row) {
+    const std::string& name = sheet.variables[row].name;
+    const ssType type = sheet.variables[row].type;
+    const ssItem* item = &kEmpty;
+    if (exists && sheet.sets[set].items.contains(row)) item = &sheet.sets[set].items.at(row);
+    table.row({sheet.name, exists ? Cell(sheet.sets[set].name) : Cell(std::monostate()), name,
+               ssExpression(sheet, set, row), evaluatedCell(scope, name),
+               attributeCell(item->minimum, type), attributeCell(item->maximum, type),
+               attributeCell(item->measured, type)});
+  }
+}
+
+bool showEquations(const Show& show) {
+  TableOutput table = show.table(
+      "equations", {"sheet", "set", "variable", "expression", "value", "min", "max", "measured"});
+  const bool exists = ssExists(PVBpath(show.database));
+  const std::optional<ssData> data = exists ? ssOpen(PVBpath(show.database)) : ssData();
+  if (!data) return table.finish() && false;
+  ExpressionScope scope(*data);
+  for (std::size_t sheet = 0; sheet < data->sheets.size(); ++sheet) {
+    // A sheet without sets has the variables' own expressions.
+    const std::size_t sets = std::max<std::size_t>(data->sheets[sheet].sets.size(), 1);
+    for (std::size_t set = 0; set < sets; ++set) {
+      scope.select(sheet, set);
+      showSet(table, data->sheets[sheet], set, scope);
+    }
+  }
+  return table.finish();
+}
+
 bool showFiles(const Show& show) {
   TableOutput table = show.table("files", {"name", "bytes"});
   std::vector<std::string> names;
@@ -306,8 +357,9 @@ bool showFiles(const Show& show) {
 struct Section {
   std::string_view name;
   bool (*show)(const Show& show);
+  MessageCode fault = kRowsNotReadable;  // what a failure means
 };
-constexpr std::array<Section, 12> kSections = {{{"overview", showOverview},
+constexpr std::array<Section, 13> kSections = {{{"overview", showOverview},
                                                 {"signals", showSignals},
                                                 {"timeplates", showTimePlates},
                                                 {"rows", showRows},
@@ -318,6 +370,7 @@ constexpr std::array<Section, 12> kSections = {{{"overview", showOverview},
                                                 {"columns", showColumns},
                                                 {"vectors", showVectors},
                                                 {"findings", showFindings},
+                                                {"equations", showEquations, kEquationsNotReadable},
                                                 {"files", showFiles}}};
 
 const Section* findSection(std::string_view name) {
@@ -373,6 +426,8 @@ int runShow(std::span<const std::string> arguments) {
   TextSink out = streamSink(stdout);
   const Show show{database.handle(), out, usage.format(), range};
   if (section->show(show)) return kExitYes;
-  return out.good() ? refuse(kRowsNotReadable, "not everything could be read", path)
-                    : refuse(kOutputLost, "standard output can't be written");
+  if (!out.good()) return refuse(kOutputLost, "standard output can't be written");
+  const std::string reasons = takePostedReasons();
+  return refuse(section->fault,
+                "not everything could be read" + (reasons.empty() ? "" : ": " + reasons), path);
 }

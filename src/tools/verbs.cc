@@ -44,8 +44,8 @@ constexpr std::array<Verb, 7> kVerbs = {{
      "show what is in a database",
      "DB [SECTION] [--rows FROM..TO] [--format FORM]",
      "Shows a database in tables. Without a section, an overview; the sections are signals, "
-     "timeplates, rows, labels, subroutines, properties, pins, columns, vectors, findings and "
-     "files.",
+     "timeplates, rows, labels, subroutines, properties, pins, columns, vectors, findings, "
+     "equations (each variable in each set, evaluated there) and files.",
      {"pvb show design.pvb", "pvb show design.pvb rows --rows 100..120",
       "pvb show design.pvb signals --json"},
      runShow},

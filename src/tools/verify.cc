@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "base/platform.h"
+#include "equations/spec_data.h"
 #include "pvb/pattern.h"
 #include "pvb/property.h"
 #include "storage/cio.h"
@@ -153,12 +154,18 @@ void verifyBlockFile(Verification& verification, std::string_view name, int hand
   PBdiscardErrors();
 }
 
+void verifyEquations(Verification& verification) {
+  if (!ssExists(verification.path()) || ssOpen(verification.path())) return;
+  verification.fault(kSectionFault, kSpecFile, "", takePostedReasons());
+}
+
 // --- The whole -----------------------------------------------------------------------
 
 VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink) {
   Verification verification(path, sink);
   verifyHeader(verification);
   verifyFiles(verification);
+  verifyEquations(verification);
   if (PVBcheckHeader(path) == 1) {
     const int database = openWhatCan(verification);
     if (database >= 0) {

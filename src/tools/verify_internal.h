@@ -49,6 +49,8 @@ class PropertyCheck {
 
 // Header, containers and page files, before anything is opened.
 void verifyFiles(Verification& verification);
+// Whether the equation data can be read.
+void verifyEquations(Verification& verification);
 // Header and free list of a block file; null handle for what isn't open.
 void verifyBlockFile(Verification& verification, std::string_view name, int handle);
 // Signals, timeplates and pins: lists, columns.

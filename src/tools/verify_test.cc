@@ -215,6 +215,8 @@ TEST_F(VerifyTest, FindsDamagedFiles) {
   directory_.directory().write("db/pvb.s", signals.substr(0, signals.size() / 2));
   EXPECT_THAT(findings(), Contains("pvb.s  PVB0406"));
   directory_.directory().write("db/pvb.s", signals);
+  directory_.directory().write("db/pvb.sdb", "SDB 1\n");
+  EXPECT_THAT(findings(), Contains("pvb.sdb  PVB0406"));
   damageByte("pvb.st", 9, 0);
   EXPECT_THAT(findings(), Contains("pvb.st  PVB0405"));
 }

@@ -1,21 +1,42 @@
 #include "support/program.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <thread>
 
 #include "support/temp_dir.h"
 
 namespace {
 
+// Writing past the limit then fails like writing to a full disk.
+void limitFileSize(std::uint64_t bytes) {
+  const rlimit limit = {bytes, bytes};
+  if (std::signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
+}
+
+// Standard error comes by a pipe, which no file size limit applies to.
+std::string readAll(int pipe) {
+  std::string text;
+  std::array<char, 4096> buffer;
+  for (ssize_t got; (got = read(pipe, buffer.data(), buffer.size())) > 0;) {
+    text.append(buffer.data(), static_cast<std::size_t>(got));
+  }
+  close(pipe);
+  return text;
+}
+
 [[noreturn]] void becomeProgram(const std::string& program, const ProgramCall& call,
-                                const std::string& outPath, const std::string& errPath) {
+                                const std::string& outPath, int err) {
   const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
+  if (out < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
+  if (call.fileSizeLimit) limitFileSize(*call.fileSizeLimit);
   for (const auto& [name, value] : call.environment) {
     value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
   }
@@ -31,14 +52,21 @@ namespace {
 ProgramResult runProgram(const std::string& program, const ProgramCall& call) {
   const TempDir output;
   const std::string outPath = call.outputPath.empty() ? output.path("out") : call.outputPath;
+  int err[2];
+  if (pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error("cannot start " + program);
-  if (child == 0) becomeProgram(program, call, outPath, output.path("err"));
+  if (child == 0) becomeProgram(program, call, outPath, err[1]);
+  close(err[1]);
+  if (call.killAfter) {
+    std::this_thread::sleep_for(*call.killAfter);
+    kill(child, SIGKILL);
+  }
+  ProgramResult result;
+  result.err = readAll(err[0]);
   int status = 0;
   waitpid(child, &status, 0);
-  ProgramResult result;
   result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   result.out = output.read("out");
-  result.err = output.read("err");
   return result;
 }

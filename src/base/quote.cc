@@ -1,4 +1,4 @@
-#include "tools/quote.h"
+#include "base/quote.h"
 
 namespace {
 

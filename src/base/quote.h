@@ -1,6 +1,6 @@
 #pragma once
 
-// Texts of any bytes as they stand in a dump: between double quotes, with `\"`,
+// Texts of any bytes as they stand in our text forms: between double quotes, with `\"`,
 // `\\`, `\n`, `\t` and `\xHH`. Whole UTF-8 sequences stay as they are; every other
 // byte that isn't printable ASCII becomes `\xHH`. Reading gives the same bytes back.
 

@@ -1,0 +1,169 @@
+#include "conditioner/merge.h"
+
+#include <fmt/printf.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <initializer_list>
+
+#include "base/errors.h"
+#include "base/progress.h"
+#include "conditioner/copy.h"
+#include "conditioner/merge_internal.h"
+#include "conditioner/messages.h"
+#include "conditioner/operand_database.h"
+#include "conditioner/region_report.h"
+#include "conditioner/run.h"
+#include "conditioner/timeplate_transfer.h"
+#include "pvb/database.h"
+#include "pvb/timeplate.h"
+
+namespace {
+
+constexpr std::string_view kFunction = "merge";
+// The one flag of a database that its successor takes over.
+constexpr std::uint32_t kInheritedFlag = 0x40000000;
+constexpr int kPercent = 100;
+
+int fail(int message, std::string_view arg1, ErrArg arg2 = {}) {
+  errno = 0;
+  PBerrPush(PBconditionerError, message, kFunction, arg1, arg2);
+  return -2;
+}
+
+// --- Opening -------------------------------------------------------------------------
+
+int checkExistence(std::initializer_list<const std::string*> paths) {
+  for (const std::string* path : paths) {
+    if (!PVBexists(*path)) return fail(kNoSuchDatabase, *path);
+  }
+  return 0;
+}
+
+// Extended sources hold what only an extended destination can.
+bool needsExtended(const PVBregion& src1, const PVBregion& src2) {
+  return PVBmodelExtended(src1.pvbHandle, true) || PVBmodelExtended(src2.pvbHandle, true);
+}
+
+int makeRoom(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2,
+             const std::string& refPvb) {
+  const bool isSource =
+      sameDirectory(dest.pvbName, src1.pvbName) || sameDirectory(dest.pvbName, src2.pvbName);
+  if (!isSource && sameDirectory(dest.pvbName, refPvb)) {
+    return fail(kSameReference, dest.pvbName, refPvb);
+  }
+  return clearDestination(kFunction, dest, {&src1, &src2});
+}
+
+// --- Equal regions -------------------------------------------------------------------
+
+std::string mergeLine(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2,
+                      const std::string& refPvb) {
+  return fmt::sprintf(
+      "\nMerge the following PVB Regions: %s and %s to %s using %s as reference PVB",
+      src1.regionName, src2.regionName, dest.pvbName, refPvb);
+}
+
+void reportRegions(const PVBregion& src1, const PVBregion& src2) {
+  printRegionHead();
+  printRegionLine(src1);
+  printRegionLine(src2);
+}
+
+int copyInstead(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::string& refPvb) {
+  if (PVBregionClose(&src2) != 0) fatalExit();
+  report(mergeLine(dest, src1, src2, refPvb));
+  reportRegions(src1, src2);
+  report(
+      "\nThe merge operation is changed to a copy because the two source PVB regions are the "
+      "same.");
+  if (copy(dest, src1) == 0) return 0;
+  errno = 0;
+  PBerrPush(PBconditionerError, kCopyOperationFailed, kFunction);
+  fatalExit();
+}
+
+// --- Combining -----------------------------------------------------------------------
+
+void inheritFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
+  const std::uint32_t flags = PVBdatabaseFlags(src1.pvbHandle) | PVBdatabaseFlags(src2.pvbHandle);
+  if ((flags & kInheritedFlag) == 0) return;
+  PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(dest.pvbHandle) | kInheritedFlag);
+}
+
+void loadSheets(PVBregion& region) {
+  if (region.sheets) return;
+  if (eqLoad(region.pvbHandle, region.sheets.emplace()) != 0) fatalExit();
+}
+
+int categorizeSheets(PVBregion& src1, PVBregion& src2, eqSheetCategories& categories) {
+  loadSheets(src1);
+  loadSheets(src2);
+  if (eqCategorize(*src1.sheets, *src2.sheets, categories) != 0) fatalExit();
+  const bool overlap = !categories[SRC1_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty() ||
+                       !categories[SRC2_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty();
+  return overlap ? fail(kSheetsOverlap, src1.pvbName, src2.pvbName) : 0;
+}
+
+int mergeEquations(const PVBregion& dest, PVBregion& src1, PVBregion& src2, int state) {
+  eqSheetCategories categories;
+  if (state == kEquationsInBoth && categorizeSheets(src1, src2, categories) != 0) return -2;
+  if (eqMerge(dest.pvbHandle, src1.pvbHandle, src2.pvbHandle, state, categories) == 0) return 0;
+  return fail(kEquationMergeFailed, src1.pvbName, src2.pvbName);
+}
+
+// The order of the destination's signals: those only in source 1, those in both, those
+// only in source 2.
+void mergeSignals(PVBregion& dest, PVBregion& src1, PVBregion& src2,
+                  const SigCategories& categories) {
+  copySignals(dest, src1, categories[SRC1_DISJOINT_SCALARS]);
+  copyOverlapSignals(dest, src1, src2, categories[OVERLAP_SCALARS]);
+  copySignals(dest, src2, categories[SRC2_DISJOINT_SCALARS]);
+}
+
+int mergeData(PVBregion& dest, PVBregion& src1, PVBregion& src2) {
+  if (mergePmode(dest, src1, src2) != 0) return -2;
+  expandTimePlates(src1.pvbHandle);
+  expandTimePlates(src2.pvbHandle);
+  SigCategories categories;
+  if (categorizeSignals(src1, src2, categories) != 0) fatalExit();
+  const int state = eqInspect(src1.pvbHandle, src2.pvbHandle);
+  if (!PVBregionCompatible(src1, src2, state, categories)) {
+    return fail(kIncompatibleRegions, src1.regionName, src2.regionName);
+  }
+  if (mergeEquations(dest, src1, src2, state) != 0) return -2;
+  mergeSignals(dest, src1, src2, categories);
+  if (mergeCycle(dest, src1, src2, categories) == 0) return 0;
+  return fail(kPatternMergeFailed, src1.regionName, src2.regionName);
+}
+
+void saveAndClose(const PVBregion& dest, PVBregion& src1, PVBregion& src2,
+                  const std::string& refPvb) {
+  if (PVBsave(dest.pvbHandle) != 0 || PVBclose(dest.pvbHandle) != 0) fatalExit();
+  if (closeRefPVB(refPvb) != 0) fatalExit();
+  if (PVBregionClose(&src1) != 0 || PVBregionClose(&src2) != 0) fatalExit();
+}
+
+}  // namespace
+
+int merge(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::string& refPvb) {
+  if (checkExistence({&src1.pvbName, &src2.pvbName, &refPvb}) != 0) return -2;
+  if (openSource(kFunction, src1) != 0 || openSource(kFunction, src2) != 0) return -2;
+  if (makeRoom(dest, src1, src2, refPvb) != 0) return -2;
+  if (PVBregionEqual(src1, src2)) return copyInstead(dest, src1, src2, refPvb);
+  if (openDestination(kFunction, dest, needsExtended(src1, src2)) != 0) return -2;
+  inheritFlag(dest, src1, src2);
+
+  PBprogressStart(kPercent, fmt::sprintf("...merging PVB regions: %s %s to %s", src1.regionName,
+                                         src2.regionName, dest.pvbName));
+  report("\n");
+  report(mergeLine(dest, src1, src2, refPvb));
+  report("\n");
+  reportRegions(src1, src2);
+  report("\n");
+  if (initRefPVB(refPvb) != 0) fatalExit();
+  if (mergeData(dest, src1, src2) != 0) return -2;
+  saveAndClose(dest, src1, src2, refPvb);
+  PBprogressEnd(kPercent);
+  return 0;
+}

@@ -1,0 +1,236 @@
+// The rows of a merge. Both regions are walked side by side; what is left of the cycle
+// that is longer is used for the next row of the destination too.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <unordered_map>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/progress.h"
+#include "conditioner/merge.h"
+#include "conditioner/merge_internal.h"
+#include "conditioner/messages.h"
+#include "conditioner/row_transfer.h"
+#include "conditioner/run.h"
+#include "conditioner/timeplate_transfer.h"
+#include "pvb/database.h"
+#include "pvb/timeplate_match.h"
+
+namespace {
+
+constexpr std::string_view kFunction = "mergeCycle";
+
+// Of the short names, which several merges of a run go on counting.
+std::uint32_t tpNameCounter = 0;
+
+void push(int message, std::string_view arg1, ErrArg arg2 = {}) {
+  errno = 0;
+  PBerrPush(PBconditionerError, message, kFunction, arg1, arg2);
+}
+
+std::string timeText(TIME time) {
+  std::string text;
+  PBformatTIME(text, '?', -1, -1, time);
+  return text;
+}
+
+// --- One side ------------------------------------------------------------------------
+
+// A source under way. The row in force, and how far into its cycle the rows of the
+// destination have come.
+struct Side {
+  PVBregion& region;
+  RegionRow row;
+  TIME offset;
+
+  TIME left() const { return PBsubTIME(row.plate->period, offset); }
+  // What the region itself cut at its bounds has no name by which it could be found.
+  bool isKnown() const { return !isPiece(*row.plate); }
+  // The stretch of the cycle that the next row of the destination takes.
+  PlatePtr piece(TIME duration) const {
+    PlatePtr rest = splitTimePlate(row.plate, offset).rest;
+    if (rest == nullptr) assertFail(__FILE__, __LINE__);
+    return splitTimePlate(rest, duration).first;
+  }
+};
+
+void requirePlate(const Side& side) {
+  if (side.row.row && side.row.plate != nullptr) return;
+  push(kFunctionAndText, "a pattern row without a timeplate can't be merged.");
+  fatalExit();
+}
+
+// 0 or -1, as the walk of a region tells.
+int advance(Side& side, TIME duration) {
+  if (PBcmpTIME(duration, side.left()) < 0) {
+    side.offset = PBaddTIME(side.offset, duration);
+    return 0;
+  }
+  side.offset = TIME_ZERO;
+  const int result = PVBregionPatternInqNext(side.region, kStepCycle, side.row);
+  if (result == -2) fatalExit();
+  if (result == 0) requirePlate(side);
+  return result;
+}
+
+// --- Merged timeplates ---------------------------------------------------------------
+
+// Plates of both sources and where in their cycles a row of the destination begins: this
+// decides the row's timeplate.
+struct PairKey {
+  PVBid plate1;
+  PVBid plate2;
+  TIME offset1;
+  TIME offset2;
+
+  bool operator==(const PairKey&) const = default;
+};
+
+struct PairHash {
+  std::size_t operator()(const PairKey& key) const {
+    std::uint64_t hash = 0;
+    for (const std::int32_t value : {key.plate1, key.plate2, key.offset1.major, key.offset1.minor,
+                                     key.offset2.major, key.offset2.minor}) {
+      hash = (hash ^ static_cast<std::uint32_t>(value)) * 0x9E3779B97F4A7C15U;
+      hash ^= hash >> 32;
+    }
+    return hash;
+  }
+};
+
+using PairTable = std::unordered_map<PairKey, PVBid, PairHash>;
+// Cycles that never meet at the same offsets again would fill the table with what isn't
+// looked up twice.
+constexpr std::size_t kMaxPairs = 1U << 20;
+
+void mapTracks(PVBtimePlate& merged, const PlatePtr& piece, const PVBregion& src,
+               const SignalTable& table) {
+  if (piece == nullptr || mapTimePlateTracks(merged, *piece, src, table) != 0) {
+    assertFail(__FILE__, __LINE__);
+  }
+}
+
+// Signals of both sources take their timing from source 1.
+std::unique_ptr<PVBtimePlate> mergeTimePlates(const Side& side1, const Side& side2,
+                                              const SigCategories& categories, TIME duration,
+                                              const PVBtimePlate& base) {
+  const PlatePtr piece1 = side1.piece(duration);
+  const PlatePtr piece2 = side2.piece(duration);
+  auto merged = PVBtimePlateCopy(base);
+  merged->name = side1.row.plate->name.value_or("") + '_' + timeText(TIME_ZERO);
+  merged->period = duration;
+  mapTracks(*merged, piece1, side1.region, categories[SRC1_DISJOINT_SCALARS]);
+  mapTracks(*merged, piece1, side1.region, categories[OVERLAP_SCALARS]);
+  mapTracks(*merged, piece2, side2.region, categories[SRC2_DISJOINT_SCALARS]);
+  return merged;
+}
+
+std::string generatedName(int database, TIME now) {
+  if (run.shortTpNames) {
+    for (;;) {
+      const std::string name = "tp" + std::to_string(tpNameCounter++);
+      if (PVBtimePlateInqByName(database, name) == nullptr) return name;
+    }
+  }
+  if (std::optional<std::string> name = refTimePlateName(now)) return *std::move(name);
+  push(kFunctionAndText, "the reference PVB has no timeplate at time " + timeText(now) + ".");
+  fatalExit();
+}
+
+// --- The walk ------------------------------------------------------------------------
+
+TIME lengthOf(const PVBregion& region) {
+  PVBposition sums;
+  if (PVBpatternInqSize(region.pvbHandle, kMainPattern, sums) != 0) return TIME_ZERO;
+  return PBsubTIME(std::min(region.stop, sums.time), region.start);
+}
+
+class CycleMerge {
+ public:
+  CycleMerge(PVBregion& dest, PVBregion& src1, PVBregion& src2, const SigCategories& categories)
+      : database_(dest.pvbHandle),
+        categories_(categories),
+        side1_{src1, {}, TIME_ZERO},
+        side2_{src2, {}, TIME_ZERO},
+        length_(std::min(lengthOf(src1), lengthOf(src2))),
+        base_(baseTimePlate(dest.pvbHandle)),
+        pairs_(buildScalarPairs(categories, src1, src2, dest)),
+        now_(src1.start) {}
+
+  int mergeRows() {
+    begin(side1_);
+    begin(side2_);
+    for (std::uint32_t row = 0;; ++row) {
+      const TIME duration = std::min(side1_.left(), side2_.left());
+      const PVBid plate = findOrGenerate(duration);
+      if (plate == UNDEF) return -2;
+      now_ = PBaddTIME(now_, duration);
+      PBprogressUpdate(PBpercentTIME(PBsubTIME(now_, side1_.region.start), length_));
+      if (insertRow(row, plate) != 0) return -2;
+      const int result1 = advance(side1_, duration);
+      if (advance(side2_, duration) == -1 || result1 == -1) return 0;
+    }
+  }
+
+ private:
+  static void begin(Side& side) {
+    if (PVBregionPatternInqFirst(side.region, side.row) != 0) fatalExit();
+    requirePlate(side);
+  }
+
+  // The id of the merged plate; UNDEF after a push.
+  PVBid findOrGenerate(TIME duration) {
+    if (!side1_.isKnown() || !side2_.isKnown()) return generate(duration);
+    const PairKey key = {side1_.row.plate->id, side2_.row.plate->id, side1_.offset, side2_.offset};
+    if (const auto found = plates_.find(key); found != plates_.end()) return found->second;
+    const PVBid plate = generate(duration);
+    if (plates_.size() >= kMaxPairs) plates_.clear();
+    if (plate != UNDEF) plates_.emplace(key, plate);
+    return plate;
+  }
+
+  PVBid generate(TIME duration) {
+    if (PBcmpTIME(duration, run.minPeriod) < 0) {
+      push(kPeriodTooShort, timeText(duration), timeText(run.minPeriod));
+      return UNDEF;
+    }
+    auto merged = mergeTimePlates(side1_, side2_, categories_, duration, *base_);
+    merged->name = generatedName(database_, now_);
+    const PVBtimePlate* stored = matchOrInsertTimePlate(database_, std::move(merged));
+    return stored != nullptr ? stored->id : UNDEF;
+  }
+
+  int insertRow(std::uint32_t number, PVBid plate) {
+    const PVBrow& row1 = *side1_.row.row;
+    const PVBrow& row2 = *side2_.row.row;
+    const RowHandle row = mergeRow(database_, row1, row2, plate, pairs_.first, pairs_.second);
+    if (!row) return -2;
+    mergeRowProperties(*row, database_, row1, side1_.region.pvbHandle, row2,
+                       side2_.region.pvbHandle);
+    PVBposition position;
+    position.row = number;
+    if (PVBrowInsert(database_, kMainPattern, position, BY_ROW, *row) < 0) fatalExit();
+    return 0;
+  }
+
+  int database_;
+  const SigCategories& categories_;
+  Side side1_;
+  Side side2_;
+  TIME length_;  // expected, for the progress display
+  std::unique_ptr<PVBtimePlate> base_;
+  std::pair<ScalarPairs, ScalarPairs> pairs_;
+  PairTable plates_;
+  TIME now_;
+};
+
+}  // namespace
+
+int mergeCycle(PVBregion& dest, PVBregion& src1, PVBregion& src2, const SigCategories& categories) {
+  matchTimePlateClear();
+  const int result = CycleMerge(dest, src1, src2, categories).mergeRows();
+  matchTimePlateEnd();
+  return result;
+}

@@ -1,0 +1,161 @@
+#include "conditioner/row_transfer.h"
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "pvb/property.h"
+#include "support/region_database.h"
+
+using testing::ElementsAre;
+using Properties = std::vector<std::pair<std::int32_t, std::string>>;
+
+namespace {
+
+RowHandle newRow(const RegionDatabase& in) { return {in.handle(), PVBpatternNew(in.handle())}; }
+
+Properties propertiesOf(const RegionDatabase& in, const PVBrow& row) {
+  Properties read;
+  const PVBproperty* next = PVBpropInqFirst(in.handle(), row.tag);
+  for (; next != nullptr; next = PVBpropInqNext(in.handle())) {
+    read.emplace_back(next->key, next->value.value_or("none"));
+  }
+  return read;
+}
+
+// `newest` first.
+void give(const RegionDatabase& in, PVBrow& row, const Properties& newest) {
+  row.tag = PVBpropListNew(in.handle());
+  for (auto at = newest.rbegin(); at != newest.rend(); ++at) {
+    PVBputProp(in.handle(), row.tag, {at->first, at->second});
+  }
+}
+
+// A row of random states, of signals that the sources have in common and of others.
+RowHandle randomRow(RegionDatabase& in, const std::string& own, std::mt19937& random) {
+  const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };
+  RowHandle row = newRow(in);
+  for (int i = 0; i < 12; ++i) {
+    const std::string name = (i < 6 ? "common" : own) + std::to_string(below(20));
+    if (in.add(name, below(3)) == UNDEF) continue;
+    PVBsignal& signal = in.named(name);
+    if (i % 3 == 0) PVBsignalAllocTracks(in.handle(), signal, i / 2);  // refused when classic
+    for (int track = 1; track <= PVBsignalColumns(signal); ++track) {
+      const auto column = static_cast<std::uint32_t>(PVBsignalColumn(signal, track));
+      setRowCode(row->states(), column, below(5));
+    }
+  }
+  return row;
+}
+
+void checkStates(const RegionDatabase& dest, const PVBrow& merged, const SignalTable& table,
+                 const PVBrow& row) {
+  for (const PVBsignal* signal : table.signals()) {
+    const PVBsignal& same = dest.named(*signal->name);
+    for (int track = 1; track <= PVBsignalColumns(*signal); ++track) {
+      const auto from = static_cast<std::uint32_t>(PVBsignalColumn(*signal, track));
+      const auto to = static_cast<std::uint32_t>(PVBsignalColumn(same, track));
+      EXPECT_EQ(rowCode(merged.states(), to), rowCode(row.states(), from)) << *signal->name;
+    }
+  }
+}
+
+}  // namespace
+
+// Whatever columns the signals of two sources have, each signal reads the same in a
+// merged row; a common one as in the first source.
+TEST(RowTransfer, SignalsReadTheSameInTheDestination) {
+  for (unsigned seed = 0; seed < 12; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const bool extended = seed % 2 == 1;
+    RegionDatabase a("first", extended);
+    RegionDatabase b("second", extended);
+    RegionDatabase dest("dest", extended);
+    const RowHandle row1 = randomRow(a, "first", random);
+    const RowHandle row2 = randomRow(b, "second", random);
+    row2->count = 4;
+    SigCategories categories;
+    ASSERT_EQ(categorizeSignals(a.region, b.region, categories), 0);
+    copySignals(dest.region, a.region, categories[SRC1_DISJOINT_SCALARS]);
+    copyOverlapSignals(dest.region, a.region, b.region, categories[OVERLAP_SCALARS]);
+    copySignals(dest.region, b.region, categories[SRC2_DISJOINT_SCALARS]);
+    const auto [pairs1, pairs2] = buildScalarPairs(categories, a.region, b.region, dest.region);
+    const RowHandle merged = mergeRow(dest.handle(), *row1, *row2, 9, pairs1, pairs2);
+    checkStates(dest, *merged, categories[SRC1_ALL_SCALARS], *row1);
+    checkStates(dest, *merged, categories[SRC2_DISJOINT_SCALARS], *row2);
+    EXPECT_EQ(merged->count, 4U);
+    EXPECT_EQ(merged->timeplate, 9U);
+  }
+}
+
+TEST(RowTransferBits, CharactersGoByHalves) {
+  RegionDatabase src("src", true);
+  RegionDatabase dest("dest", true);
+  struct Case {
+    std::int32_t in, out;  // of the source, where 'A' (0x41) stands at 4 and 5
+    std::int32_t toIn;     // toOut is 9
+    int atIn, behind, atOut;
+  };
+  const Case cases[] = {
+      {4, 5, 6, 1, 4, 4},    // the high half lands in the neighbour too
+      {4, 5, 7, 1, 0, 4},    // not from an odd column
+      {4, -1, 6, 1, 0, 0},   // no high half
+      {-1, 5, 6, 13, 2, 2},  // not known: '-'
+      {4, 99, 6, 1, 0, 0},   // a column that the rows don't have
+  };
+  const PVBid id = src.add("c");
+  dest.add("c");
+  for (const Case& c : cases) {
+    PVBsignal& from = *PVBsignalInqByID(src.handle(), id);
+    from.bitIn = c.in;
+    from.bitOut = c.out;
+    dest.named("c").bitIn = c.toIn;
+    dest.named("c").bitOut = 9;
+    const RowHandle source = newRow(src);
+    const RowHandle copy = newRow(dest);
+    source->states()[2] = 0x41;
+    copyRowStates(*copy, *source,
+                  buildScalarPairs(signalTableOf(src.region), src.region, dest.region));
+    const auto at = [&](std::int32_t column) {
+      return rowCode(copy->states(), static_cast<std::uint32_t>(column));
+    };
+    EXPECT_THAT((std::vector<int>{at(c.toIn), at(c.toIn + 1), at(9)}),
+                ElementsAre(c.atIn, c.behind, c.atOut))
+        << c.in << " " << c.out << " " << c.toIn;
+  }
+}
+
+TEST(RowProperties, ValuesKeepTheirOrderAndKindsRunAgainstThem) {
+  RegionDatabase a("first");
+  RegionDatabase b("second");
+  RegionDatabase dest("dest");
+  const RowHandle row1 = newRow(a);
+  const RowHandle row2 = newRow(b);
+  give(a, *row1, {{1, "x"}, {2, "y"}, {3, "z"}});
+  give(b, *row2, {{4, "v"}, {5, "w"}});
+  const RowHandle copy = newRow(dest);
+  copyRowProperties(*copy, *row1, dest.handle(), a.handle());
+  EXPECT_EQ(propertiesOf(dest, *copy), (Properties{{3, "x"}, {2, "y"}, {1, "z"}}));
+  const RowHandle merged = newRow(dest);
+  mergeRowProperties(*merged, dest.handle(), *row1, a.handle(), *row2, b.handle());
+  EXPECT_EQ(propertiesOf(dest, *merged),
+            (Properties{{5, "v"}, {4, "w"}, {3, "x"}, {2, "y"}, {1, "z"}}));
+}
+
+TEST(RowProperties, EmptyListsAreNotCarriedAndLongOnesAreWhole) {
+  RegionDatabase src("src");
+  RegionDatabase dest("dest");
+  const RowHandle source = newRow(src);
+  const RowHandle copy = newRow(dest);
+  give(src, *source, {});
+  copyRowProperties(*copy, *source, dest.handle(), src.handle());
+  EXPECT_EQ(copy->tag, UNDEF);
+  Properties many;
+  for (int i = 0; i < 3000; ++i) many.emplace_back(i, std::to_string(i));
+  give(src, *source, many);
+  copyRowProperties(*copy, *source, dest.handle(), src.handle());
+  const Properties read = propertiesOf(dest, *copy);
+  ASSERT_EQ(read.size(), 3000U);
+  EXPECT_EQ(read.front(), (Properties::value_type{2999, "0"}));
+}

@@ -1,0 +1,135 @@
+#include "conditioner/timeplate_transfer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "base/errors.h"
+#include "conditioner/messages.h"
+#include "conditioner/run.h"
+#include "conditioner/timeplate_transfer_internal.h"
+#include "pvb/timeplate_match.h"
+
+namespace {
+
+bool isCompound(const PVBsignal& signal) {
+  return signal.type == MEM_BUS || signal.type == MEM_GROUP || signal.type == MEM_MUX_BUS;
+}
+
+// The buses and groups of a database as a set of ids.
+std::vector<bool> compoundSignals(int database) {
+  std::vector<bool> compound;
+  for (const PVBid id : PVBsignalInqAll(database)) {
+    const PVBsignal* signal = PVBsignalInqByID(database, id);
+    if (id < 0 || signal == nullptr || !isCompound(*signal)) continue;
+    const auto place = static_cast<std::size_t>(id);
+    if (place >= compound.size()) compound.resize(place + 1);
+    compound[place] = true;
+  }
+  return compound;
+}
+
+// Whether a slot of the plate had a list to be taken apart.
+bool expandSlots(int database, PVBtimePlate& plate, const std::vector<bool>& compound) {
+  const auto isIn = [&compound](PVBid id) {
+    return id >= 0 && static_cast<std::size_t>(id) < compound.size() &&
+           compound[static_cast<std::size_t>(id)];
+  };
+  bool expanded = false;
+  for (int slot = 0; slot < PVBslotCount(plate); ++slot) {
+    const PVBidList& signals = PVBtrackSignals(plate, slot);
+    if (std::none_of(signals.begin(), signals.end(), isIn)) continue;
+    PVBtrackSetSignals(plate, slot, PVBsignalListToScalars(database, signals));
+    expanded = true;
+  }
+  return expanded;
+}
+
+}  // namespace
+
+void expandTimePlates(int database) {
+  const std::vector<bool> compound = compoundSignals(database);
+  for (const PVBid id : PVBtimePlateInqAll(database)) {
+    PVBtimePlate& plate = *PVBtimePlateInqByID(database, id);
+    if (expandSlots(database, plate, compound)) PVBtimePlateRebuildMaps(plate);
+  }
+}
+
+std::unique_ptr<PVBtimePlate> baseTimePlate(int database) {
+  auto plate = PVBtimePlateNew();
+  plate->levels.resize(1);
+  const PVBsignal* all = PVBsignalInqByID(database, kGroupAll);
+  if (all == nullptr) return plate;
+  for (const PVBid id : all->members) {
+    const PVBsignal* signal = PVBsignalInqByID(database, id);
+    if (signal == nullptr) continue;
+    const bool known = signal->direction >= INPUT && signal->direction <= BIDIR;
+    plate->selectorLists.push_back(
+        {known ? signal->direction : kUndefinedDirection, PVBidList{id}});
+    plate->levels.front().tracks.emplace_back().signals = {id};
+  }
+  PVBtimePlateRebuildMaps(*plate);
+  return plate;
+}
+
+// --- Translating ---------------------------------------------------------------------
+
+namespace {
+
+std::unique_ptr<PVBtimePlate> cloneTimePlate(const PVBtimePlate& srcPlate, const PVBregion& src) {
+  auto plate = PVBtimePlateCopy(srcPlate);
+  plate->firstRow = UNDEF;
+  plate->lastRow = UNDEF;
+  for (PVBlevel& level : plate->levels) {
+    for (PVBtrack& track : level.tracks) track.propList = UNDEF;
+  }
+  for (int slot = 0; slot < PVBslotCount(*plate); ++slot) {
+    PVBidList signals;
+    for (const PVBid id : PVBsignalListToScalars(src.pvbHandle, PVBtrackSignals(*plate, slot))) {
+      const PVBid mapped = mappedId(src, id);
+      if (mapped != UNDEF) signals.push_back(mapped);
+    }
+    PVBtrackSetSignals(*plate, slot, signals);
+  }
+  PVBtimePlateRebuildMaps(*plate);
+  return plate;
+}
+
+}  // namespace
+
+std::unique_ptr<PVBtimePlate> translateTimePlate(const PVBtimePlate& srcPlate,
+                                                 const PVBtimePlate& base, const PVBregion& src,
+                                                 const SignalTable& table, bool extended) {
+  if (extended) return cloneTimePlate(srcPlate, src);
+  auto plate = PVBtimePlateCopy(base);
+  plate->name = srcPlate.name;
+  plate->period = srcPlate.period;
+  plate->family = srcPlate.family;
+  if (mapTimePlateTracks(*plate, srcPlate, src, table) != 0) return nullptr;
+  return plate;
+}
+
+// --- Storing -------------------------------------------------------------------------
+
+PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
+  const int count = PVBtimePlateCount(database);
+  if (run.tpGenLimit >= 0 && run.tpGenLimit <= count) {
+    errno = 0;
+    PBerrPush(PBconditionerError, kTooManyTimePlates, "insertTimePlate", std::to_string(count + 1),
+              std::to_string(run.tpGenLimit));
+    return nullptr;
+  }
+  if (plate->name) plate->name = PVBtimePlateFreeName(database, *plate->name);
+  const PVBid id = PVBtimePlateInsert(database, std::move(plate));
+  if (id < 0) assertFail(__FILE__, __LINE__);
+  return PVBtimePlateInqByID(database, id);
+}
+
+PVBtimePlate* matchOrInsertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
+  PVBtimePlate* existing = nullptr;
+  if (matchTimePlate(plate.get(), existing) == 0) return existing;
+  PVBtimePlate* stored = insertTimePlate(database, std::move(plate));
+  if (stored == nullptr) matchTimePlateForget();
+  return stored;
+}
