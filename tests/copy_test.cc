@@ -45,8 +45,9 @@ DatabaseText everyStructure(int version) {
   text.beforeRows("vector \"load\" value=7\n  cells |01\n");
   text.rows(
       "  row \"tp\" |10\n    prop 1 \"first\"\n  loop x3 comment=\"count\"\n    prop 7 \"loop\"\n"
-      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n  end\n"
-      "  call \"init\" x2\n  row \"tp\" x100000 |0-\n  call \"init\"\n"
+      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n"
+      "  end comment=\"counted\"\n    prop 8 \"end\"\n  call \"init\" x2 comment=\"twice\"\n  row "
+      "\"tp\" x100000 |0-\n  call \"init\"\n"
       "  scan \"tp\" x2 |-1\n    run in 9:1 \"load\"\n  row \"tp\" |ZX\n");
   text.subroutine("init", "  row \"slow\" x3 |10\n  row \"tp\" |01\n");
   text.more("label \"start\" row=0\nlabel \"body\" row=2 kind=begin text=\"in the loop\"\n");
