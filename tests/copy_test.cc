@@ -282,6 +282,31 @@ TEST_F(CopyTest, ASignalWithoutATrackIsAnInternalError) {
                 "Internal Error. Save input files and contact KORVANE representative.\n");
 }
 
+TEST_F(CopyTest, ExtendedDatabasesKeepSelectorsAndBitColumns) {
+  std::string text =
+      DatabaseText(1501)
+          .signal("a", "input")
+          .signal("y", "output")
+          .plate("tp", "10nS",
+                 {{"a", "0pS D 4nS S", ""}, {"a", "0pS U 4nS S", ""}, {"y", "0pS X 9nS Q", ""}})
+          .rows(steps("tp", {"1Z0!?", "0Z1X0"}))
+          .text();
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    text.replace(text.find(from), from.size(), to);
+  };
+  replace("direction=input in=0", "direction=input multi-track=1\n  tracks 0 2");
+  replace("direction=output out=1", "direction=output out=1 bit-in=3 bit-out=4");
+  replace("next-column=2", "next-column=5");
+  replace("    track\n", "    track selector=\"a\"\n");
+  replace("    track\n", "    track selector=\"b\"\n");
+  build("A", text);
+  for (const char* operation : {"copy A dest -", "concat A A dest"}) {
+    expectDone(runOperations(operation));
+    EXPECT_EQ(sectionOf("dest", "timeplate 0"), sectionOf("A", "timeplate 0"));
+    expectSame("A", "dest", {"--b-to", "20nS"});
+  }
+}
+
 TEST_F(CopyTest, RefusesMultiplexedSignals) {
   build("A", smallChip().signal("io", "input", "mux").rows(steps("tp", {"10"})));
   expectRefused(runOperations("copy A dest"),
