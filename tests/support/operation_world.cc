@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -175,8 +174,7 @@ void OperationWorld::expectSame(const std::string& a, const std::string& b,
 }
 
 void expectDone(const Outcome& outcome) {
-  EXPECT_TRUE(std::regex_match(outcome.err, std::regex("\n\nTotal run time = [0-9]+ seconds\n")))
-      << outcome.err;
+  EXPECT_THAT(outcome.err, testing::MatchesRegex("\n\nTotal run time = [0-9]+ seconds\n"));
   EXPECT_EQ(outcome.exitCode, 0);
 }
 
