@@ -45,8 +45,9 @@ DatabaseText everyStructure(int version) {
   text.beforeRows("vector \"load\" value=7\n  cells |01\n");
   text.rows(
       "  row \"tp\" |10\n    prop 1 \"first\"\n  loop x3 comment=\"count\"\n    prop 7 \"loop\"\n"
-      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n  end\n"
-      "  call \"init\" x2\n  row \"tp\" x100000 |0-\n  call \"init\"\n"
+      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n"
+      "  end comment=\"counted\"\n    prop 8 \"end\"\n  call \"init\" x2 comment=\"twice\"\n  row "
+      "\"tp\" x100000 |0-\n  call \"init\"\n"
       "  scan \"tp\" x2 |-1\n    run in 9:1 \"load\"\n  row \"tp\" |ZX\n");
   text.subroutine("init", "  row \"slow\" x3 |10\n  row \"tp\" |01\n");
   text.more("label \"start\" row=0\nlabel \"body\" row=2 kind=begin text=\"in the loop\"\n");
@@ -279,6 +280,31 @@ TEST_F(CopyTest, ASignalWithoutATrackIsAnInternalError) {
   expectRefused(runOperations("copy A dest"),
                 "\nFATAL: validateSignalToTrackMapEntry (half, y) failed\n"
                 "Internal Error. Save input files and contact KORVANE representative.\n");
+}
+
+TEST_F(CopyTest, ExtendedDatabasesKeepSelectorsAndBitColumns) {
+  std::string text =
+      DatabaseText(1501)
+          .signal("a", "input")
+          .signal("y", "output")
+          .plate("tp", "10nS",
+                 {{"a", "0pS D 4nS S", ""}, {"a", "0pS U 4nS S", ""}, {"y", "0pS X 9nS Q", ""}})
+          .rows(steps("tp", {"1Z0!?", "0Z1X0"}))
+          .text();
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    text.replace(text.find(from), from.size(), to);
+  };
+  replace("direction=input in=0", "direction=input multi-track=1\n  tracks 0 2");
+  replace("direction=output out=1", "direction=output out=1 bit-in=3 bit-out=4");
+  replace("next-column=2", "next-column=5");
+  replace("    track\n", "    track selector=\"a\"\n");
+  replace("    track\n", "    track selector=\"b\"\n");
+  build("A", text);
+  for (const char* operation : {"copy A dest -", "concat A A dest"}) {
+    expectDone(runOperations(operation));
+    EXPECT_EQ(sectionOf("dest", "timeplate 0"), sectionOf("A", "timeplate 0"));
+    expectSame("A", "dest", {"--b-to", "20nS"});
+  }
 }
 
 TEST_F(CopyTest, RefusesMultiplexedSignals) {

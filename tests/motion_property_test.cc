@@ -139,7 +139,7 @@ struct Stretch {
   std::int64_t stop = 0;
 };
 
-std::string at(std::int64_t picoseconds) { return std::to_string(picoseconds) + "ps"; }
+std::string at(std::int64_t picoseconds) { return std::to_string(picoseconds) + "pS"; }
 
 // `pvb diff` finds no difference. It works the meaning out by another way.
 void requireSame(const OperationWorld& world, std::vector<std::string> arguments) {
@@ -273,6 +273,70 @@ RC_GTEST_PROP(MotionProperty, MergePutsBothSideBySide, ()) {
   std::set<std::int64_t> boundaries = boundariesOf(a, ra, duration);
   boundaries.merge(boundariesOf(b, rb, duration));
   RC_ASSERT(boundariesOf(modelOf(world.dump("dest")), {}, duration) == boundaries);
+}
+
+// What two databases agree on: signals with their tracks and states, cycle by cycle.
+struct Agreement {
+  SignalShapes signals;
+  std::vector<int> periods;
+  std::vector<std::vector<TrackText>> tracks;  // by timeplate
+  std::vector<std::size_t> plates;             // by row
+  std::vector<std::string> states;             // by row
+};
+
+Agreement anyAgreement() {
+  Agreement common{anySignals("c"), anyPeriods(), {}, {}, {}};
+  for (const int period : common.periods) {
+    std::vector<TrackText>& tracks = common.tracks.emplace_back();
+    for (const SignalShape& signal : common.signals) addTracks(tracks, signal, period);
+  }
+  const int rows = number(1, 8);
+  for (int i = 0; i < rows; ++i) {
+    const int plate = number(0, static_cast<int>(common.periods.size()) - 1);
+    common.plates.push_back(static_cast<std::size_t>(plate));
+    common.states.push_back(anyStates(common.signals));
+  }
+  return common;
+}
+
+// The first rows of the agreement, with signals of its own in front of the others or
+// behind them.
+std::string anyDatabaseOver(const Agreement& common, const SignalShapes& own) {
+  const bool ownFirst = number(0, 1) == 1;
+  SignalShapes signals = ownFirst ? own : common.signals;
+  const SignalShapes& rest = ownFirst ? common.signals : own;
+  signals.insert(signals.end(), rest.begin(), rest.end());
+  DatabaseText text(oneOf<int>({501, 1501}));
+  for (const SignalShape& signal : signals) text.signal(signal.name, signal.direction);
+  for (std::size_t i = 0; i < common.periods.size(); ++i) {
+    std::vector<TrackText> tracks = common.tracks[i];
+    for (const SignalShape& signal : own) addTracks(tracks, signal, common.periods[i]);
+    text.plate("t" + std::to_string(i), at(common.periods[i] * 10), tracks);
+  }
+  const auto count = static_cast<std::size_t>(number(1, static_cast<int>(common.plates.size())));
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string ownStates = anyStates(own);
+    text.rows(steps("t" + std::to_string(common.plates[i]),
+                    {ownFirst ? ownStates + common.states[i] : common.states[i] + ownStates}));
+  }
+  return text.text();
+}
+
+RC_GTEST_PROP(MotionProperty, MergeTakesCommonSignalsOnce, ()) {
+  const Agreement common = anyAgreement();
+  const std::string textA = anyDatabaseOver(common, anySignals("a"));
+  const std::string textB = anyDatabaseOver(common, anySignals("b"));
+  const PatternModel a = modelOf(textA);
+  const PatternModel b = modelOf(textB);
+  OperationWorld world({PVBCONDITIONER_BINARY, PVB_BINARY});
+  RC_LOG() << textA << "\n" << textB;
+  world.build("A", textA);
+  world.build("B", textB);
+  requireDone(world.runOperations("merge A B dest"));
+  const std::int64_t duration = std::min(a.duration, b.duration);
+  ModelWave expected = sliceOf(a.wave, 0, duration);
+  expected.merge(sliceOf(b.wave, 0, duration));
+  requireWave(world, "dest", expected, duration);
 }
 
 }  // namespace
