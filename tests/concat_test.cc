@@ -144,6 +144,14 @@ TEST_F(ConcatTest, KeepsStructuresAndCopiesASubroutineOnce) {
             "label \"B\" row=9 kind=begin\nlabel \"B\" row=16 kind=end\n");
 }
 
+TEST_F(ConcatTest, SubroutinesOfOneNameAreThoseOfTheFirstSource) {
+  build("A", smallChip().rows("  call \"sub\"\n").subroutine("sub", steps("tp", {"10"})));
+  build("B", smallChip().rows("  call \"sub\" x2\n").subroutine("sub", steps("tp", {"01"})));
+  expectDone(concatAB());
+  EXPECT_EQ(linesOf("dest", "  call "), "  call \"sub\"\n  call \"sub\" x2\n");
+  EXPECT_EQ(sectionOf("dest", "rows 0"), "rows 0\n  row \"tp\" |10\n");
+}
+
 TEST_F(ConcatTest, CopiesScanChainsRunsAndVectors) {
   const auto scanned = [](const std::string& vector, const std::string& cells) {
     DatabaseText text = smallChip();

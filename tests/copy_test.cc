@@ -45,8 +45,9 @@ DatabaseText everyStructure(int version) {
   text.beforeRows("vector \"load\" value=7\n  cells |01\n");
   text.rows(
       "  row \"tp\" |10\n    prop 1 \"first\"\n  loop x3 comment=\"count\"\n    prop 7 \"loop\"\n"
-      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n  end\n"
-      "  call \"init\" x2\n  row \"tp\" x100000 |0-\n  call \"init\"\n"
+      "    row \"tp\" |01\n    loop x2\n      row \"slow\" x5 |11\n    end\n"
+      "  end comment=\"counted\"\n    prop 8 \"end\"\n  call \"init\" x2 comment=\"twice\"\n  row "
+      "\"tp\" x100000 |0-\n  call \"init\"\n"
       "  scan \"tp\" x2 |-1\n    run in 9:1 \"load\"\n  row \"tp\" |ZX\n");
   text.subroutine("init", "  row \"slow\" x3 |10\n  row \"tp\" |01\n");
   text.more("label \"start\" row=0\nlabel \"body\" row=2 kind=begin text=\"in the loop\"\n");
@@ -224,9 +225,86 @@ TEST_F(CopyTest, SignalsKeepNamesDirectionsAndPins) {
               {"in", "0pS S", ""},
               {"out", "0pS X 8nS Q", ""}});
   text.rows(steps("tp", {"1-01", "-10Z", "-Z1X"}));
-  build("A", text);
+  std::string pinned = text.text();
+  pinned.insert(pinned.find("signal 3"), "  ate-pins 4\n  dut-pins 5\n  pin-columns 6\n");
+  pinned.insert(pinned.find("rows main"),
+                "pins next-id=7\nate-pin 4 \"P2\" node=\"12\" class=1\n  linked 5\n  signals-of 2\n"
+                "dut-pin 5 \"A7\" node=\"A7\" description=\"corner\"\n  linked 4\n  signals-of 2\n"
+                "column 6 number=1 flag=0\n  signals-of 2\n");
+  build("A", pinned);
   expectDone(runOperations("copy A dest"));
-  EXPECT_EQ(dump("dest"), dump("A"));
+  EXPECT_EQ(linesOf("dest", "  row "), linesOf("A", "  row "));
+  EXPECT_EQ(sectionOf("dest", "timeplate 0"), sectionOf("A", "timeplate 0"));
+  for (const char* record : {"ate-pin ", "dut-pin ", "column "}) {
+    EXPECT_EQ(linesOf("dest", record).substr(std::string(record).size() + 1),
+              linesOf("A", record).substr(std::string(record).size() + 1));
+    EXPECT_THAT(sectionOf("dest", record), HasSubstr("  signals-of 2\n"));
+  }
+  EXPECT_THAT(
+      sectionOf("dest", "signal 2 "),
+      AllOf(HasSubstr("  ate-pins "), HasSubstr("  dut-pins "), HasSubstr("  pin-columns ")));
+}
+
+TEST_F(CopyTest, BusesOfTimeplatesBecomeTheirScalarsAndAreNotCarried) {
+  DatabaseText text;
+  text.signal("d[1]", "input").signal("d[0]", "input").signal("y", "output");
+  text.signalRecords(
+      "signal 9 \"d\" type=bus direction=input left=1 right=0\n  members 1 2\n"
+      "signal 8 \"mine\" type=group\n  members 1 3\n");
+  text.plate("tp", "10nS", {{"d[1] d[0]", "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
+  std::string bused = text.rows(steps("tp", {"101", "01Z"})).text();
+  for (const std::string list : {"    of 1 2\n", "    on 1 2\n"}) {
+    bused.replace(bused.find(list), list.size(), list.substr(0, 6) + " 9\n");
+  }
+  build("A", bused);
+  expectDone(runOperations("copy A dest"));
+  EXPECT_EQ(linesOf("dest", "signal 9") + linesOf("dest", "signal 8"), "");
+  EXPECT_EQ(shown(modelOf(dump("dest")).wave), shown(modelOf(text.text()).wave));
+}
+
+TEST_F(CopyTest, PropertiesSwapTheirValues) {
+  build("A", smallChip().rows("  row \"tp\" |10\n    prop 1 \"one\"\n    prop 2 \"two\"\n"
+                              "    prop 3\n    prop 4 \"\"\n"));
+  expectDone(runOperations("copy A dest"));
+  // Values keep their order and kinds don't; saving turns the whole list round.
+  EXPECT_EQ(rowsOf("dest"),
+            "rows main\n  row \"tp\" |10\n    prop 1 \"\"\n    prop 2\n    prop 3 \"two\"\n"
+            "    prop 4 \"one\"\n");
+}
+
+TEST_F(CopyTest, ASignalWithoutATrackIsAnInternalError) {
+  DatabaseText text;
+  text.signal("a", "input").signal("y", "output");
+  text.plate("half", "10nS", {{"a", "0pS S", ""}});
+  build("A", text.rows(steps("half", {"10"})));
+  expectRefused(runOperations("copy A dest"),
+                "\nFATAL: validateSignalToTrackMapEntry (half, y) failed\n"
+                "Internal Error. Save input files and contact KORVANE representative.\n");
+}
+
+TEST_F(CopyTest, ExtendedDatabasesKeepSelectorsAndBitColumns) {
+  std::string text =
+      DatabaseText(1501)
+          .signal("a", "input")
+          .signal("y", "output")
+          .plate("tp", "10nS",
+                 {{"a", "0pS D 4nS S", ""}, {"a", "0pS U 4nS S", ""}, {"y", "0pS X 9nS Q", ""}})
+          .rows(steps("tp", {"1Z0!?", "0Z1X0"}))
+          .text();
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    text.replace(text.find(from), from.size(), to);
+  };
+  replace("direction=input in=0", "direction=input multi-track=1\n  tracks 0 2");
+  replace("direction=output out=1", "direction=output out=1 bit-in=3 bit-out=4");
+  replace("next-column=2", "next-column=5");
+  replace("    track\n", "    track selector=\"a\"\n");
+  replace("    track\n", "    track selector=\"b\"\n");
+  build("A", text);
+  for (const char* operation : {"copy A dest -", "concat A A dest"}) {
+    expectDone(runOperations(operation));
+    EXPECT_EQ(sectionOf("dest", "timeplate 0"), sectionOf("A", "timeplate 0"));
+    expectSame("A", "dest", {"--b-to", "20nS"});
+  }
 }
 
 TEST_F(CopyTest, RefusesMultiplexedSignals) {

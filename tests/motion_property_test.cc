@@ -139,6 +139,16 @@ struct Stretch {
   std::int64_t stop = 0;
 };
 
+std::string at(std::int64_t picoseconds) { return std::to_string(picoseconds) + "pS"; }
+
+// `pvb diff` finds no difference. It works the meaning out by another way.
+void requireSame(const OperationWorld& world, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "diff");
+  const ProgramResult result = world.runCompanion(arguments);
+  RC_LOG() << result.out << result.err;
+  RC_ASSERT(result.exitCode == 0);
+}
+
 // Bounds that a walk accepts: the start before a row of the top, or anywhere inside a
 // literal one; the stop behind a later row, or inside one of a single cycle.
 Stretch anyStretch(const PatternModel& model) {
@@ -167,9 +177,7 @@ Stretch anyStretch(const PatternModel& model) {
   return stretch;
 }
 
-std::string boundsOf(const Stretch& stretch) {
-  return std::to_string(stretch.start) + "ps " + std::to_string(stretch.stop) + "ps";
-}
+std::string boundsOf(const Stretch& stretch) { return at(stretch.start) + " " + at(stretch.stop); }
 
 void requireDone(const Outcome& outcome) {
   RC_LOG() << outcome.err;
@@ -201,8 +209,12 @@ RC_GTEST_PROP(MotionProperty, CopyKeepsTheStretchAndConcatenatePutsOneBehindTheO
   const ModelWave waveA = sliceOf(a.wave, ra.start, ra.stop);
   const ModelWave waveB = sliceOf(b.wave, rb.start, rb.stop);
   requireWave(world, "dest1", waveA, ra.stop - ra.start);
-  requireWave(world, "dest2", joined(waveA, ra.stop - ra.start, waveB),
-              ra.stop - ra.start + rb.stop - rb.start);
+  const std::int64_t length = ra.stop - ra.start;
+  requireWave(world, "dest2", joined(waveA, length, waveB), length + rb.stop - rb.start);
+  requireSame(world,
+              {"dest1", "A", "--ignore-cycles", "--b-from", at(ra.start), "--b-to", at(ra.stop)});
+  requireSame(world, {"dest2", "B", "--ignore-cycles", "--a-from", at(length), "--b-from",
+                      at(rb.start), "--b-to", at(rb.stop)});
 }
 
 RC_GTEST_PROP(MotionProperty, InsertPutsTheStretchInFront, ()) {
@@ -216,9 +228,9 @@ RC_GTEST_PROP(MotionProperty, InsertPutsTheStretchInFront, ()) {
   RC_LOG() << textA << boundsOf(ra) << "\n" << textB;
   world.build("A", textA);
   world.build("B", textB);
-  requireDone(world.runParameters(
-      {"Operation=insert", "SourcePVB1=A", "SourcePVB2=B", "DestinationPVB=dest",
-       "Start1=" + std::to_string(ra.start) + "ps", "Stop1=" + std::to_string(ra.stop) + "ps"}));
+  requireDone(world.runParameters({"Operation=insert", "SourcePVB1=A", "SourcePVB2=B",
+                                   "DestinationPVB=dest", "Start1=" + at(ra.start),
+                                   "Stop1=" + at(ra.stop)}));
   requireWave(world, "dest", joined(sliceOf(a.wave, ra.start, ra.stop), ra.stop - ra.start, b.wave),
               ra.stop - ra.start + b.duration);
 }
@@ -254,9 +266,77 @@ RC_GTEST_PROP(MotionProperty, MergePutsBothSideBySide, ()) {
   ModelWave expected = sliceOf(a.wave, ra.start, ra.start + duration);
   expected.merge(sliceOf(b.wave, rb.start, rb.start + duration));
   requireWave(world, "dest", expected, duration);
+  requireSame(world, {"dest", "A", "--common", "--ignore-cycles", "--b-from", at(ra.start),
+                      "--b-to", at(ra.start + duration)});
+  requireSame(world, {"dest", "B", "--common", "--ignore-cycles", "--b-from", at(rb.start),
+                      "--b-to", at(rb.start + duration)});
   std::set<std::int64_t> boundaries = boundariesOf(a, ra, duration);
   boundaries.merge(boundariesOf(b, rb, duration));
   RC_ASSERT(boundariesOf(modelOf(world.dump("dest")), {}, duration) == boundaries);
+}
+
+// What two databases agree on: signals with their tracks and states, cycle by cycle.
+struct Agreement {
+  SignalShapes signals;
+  std::vector<int> periods;
+  std::vector<std::vector<TrackText>> tracks;  // by timeplate
+  std::vector<std::size_t> plates;             // by row
+  std::vector<std::string> states;             // by row
+};
+
+Agreement anyAgreement() {
+  Agreement common{anySignals("c"), anyPeriods(), {}, {}, {}};
+  for (const int period : common.periods) {
+    std::vector<TrackText>& tracks = common.tracks.emplace_back();
+    for (const SignalShape& signal : common.signals) addTracks(tracks, signal, period);
+  }
+  const int rows = number(1, 8);
+  for (int i = 0; i < rows; ++i) {
+    const int plate = number(0, static_cast<int>(common.periods.size()) - 1);
+    common.plates.push_back(static_cast<std::size_t>(plate));
+    common.states.push_back(anyStates(common.signals));
+  }
+  return common;
+}
+
+// The first rows of the agreement, with signals of its own in front of the others or
+// behind them.
+std::string anyDatabaseOver(const Agreement& common, const SignalShapes& own) {
+  const bool ownFirst = number(0, 1) == 1;
+  SignalShapes signals = ownFirst ? own : common.signals;
+  const SignalShapes& rest = ownFirst ? common.signals : own;
+  signals.insert(signals.end(), rest.begin(), rest.end());
+  DatabaseText text(oneOf<int>({501, 1501}));
+  for (const SignalShape& signal : signals) text.signal(signal.name, signal.direction);
+  for (std::size_t i = 0; i < common.periods.size(); ++i) {
+    std::vector<TrackText> tracks = common.tracks[i];
+    for (const SignalShape& signal : own) addTracks(tracks, signal, common.periods[i]);
+    text.plate("t" + std::to_string(i), at(common.periods[i] * 10), tracks);
+  }
+  const auto count = static_cast<std::size_t>(number(1, static_cast<int>(common.plates.size())));
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string ownStates = anyStates(own);
+    text.rows(steps("t" + std::to_string(common.plates[i]),
+                    {ownFirst ? ownStates + common.states[i] : common.states[i] + ownStates}));
+  }
+  return text.text();
+}
+
+RC_GTEST_PROP(MotionProperty, MergeTakesCommonSignalsOnce, ()) {
+  const Agreement common = anyAgreement();
+  const std::string textA = anyDatabaseOver(common, anySignals("a"));
+  const std::string textB = anyDatabaseOver(common, anySignals("b"));
+  const PatternModel a = modelOf(textA);
+  const PatternModel b = modelOf(textB);
+  OperationWorld world({PVBCONDITIONER_BINARY, PVB_BINARY});
+  RC_LOG() << textA << "\n" << textB;
+  world.build("A", textA);
+  world.build("B", textB);
+  requireDone(world.runOperations("merge A B dest"));
+  const std::int64_t duration = std::min(a.duration, b.duration);
+  ModelWave expected = sliceOf(a.wave, 0, duration);
+  expected.merge(sliceOf(b.wave, 0, duration));
+  requireWave(world, "dest", expected, duration);
 }
 
 }  // namespace

@@ -59,9 +59,16 @@ void Platform::sleepOneSecond() { ::sleep(1); }
 
 namespace {
 
-Platform operatingSystem;
+// There before the first allocation and never destroyed: what closes at the very end
+// still finds it.
+union OperatingSystem {
+  constexpr OperatingSystem() : platform() {}
+  ~OperatingSystem() {}
+  Platform platform;
+};
+constinit OperatingSystem operatingSystem;
 // Set by replacePlatform, that is by tests alone; lives as long as the process.
-Platform* inForce = &operatingSystem;
+Platform* inForce = &operatingSystem.platform;
 
 // A stream's cookie is its descriptor, so that no memory has to be owned.
 int descriptorOf(void* cookie) { return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie)); }
@@ -115,7 +122,7 @@ Platform& platform() { return *inForce; }
 
 Platform* replacePlatform(Platform* replacement) {
   Platform* before = inForce;
-  inForce = replacement != nullptr ? replacement : &operatingSystem;
+  inForce = replacement != nullptr ? replacement : &operatingSystem.platform;
   return before;
 }
 

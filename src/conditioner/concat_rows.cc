@@ -181,9 +181,11 @@ int copyEnd(const RowCopy& copy, PatternCopy& to, const SourceRow& source) {
   const int database = copy.dest.pvbHandle;
   PVBposition position;
   position.row = to.next++;
-  if (source.row.tag == UNDEF) return 0;
+  const std::string_view comment = PVBrowComment(copy.src.pvbHandle, source.row);
+  if (source.row.tag == UNDEF && comment.empty()) return 0;
   const RowHandle end(database, PVBpatternInqRow(database, to.pattern, position, BY_ROW));
   if (!end || end->type != ROW_END_LOOP) assertFail(__FILE__, __LINE__);
+  PVBrowSetComment(database, *end, comment);
   copyRowProperties(*end, source.row, database, copy.src.pvbHandle);
   PVBrowDirty(database, *end);
   return 0;

@@ -30,6 +30,13 @@ struct FilePair {
   std::string values;
 };
 
+// The files that are worked on, and those of the database that they stand for, which
+// messages name.
+struct WorkingFiles {
+  FilePair opened;
+  FilePair named;
+};
+
 FilePair filesOf(const std::string& directory) {
   return {PVBfilePath(directory, kListsName), PVBfilePath(directory, kValuesName)};
 }
@@ -43,32 +50,34 @@ int copyPrivately(const std::string& from, TempFile& to) {
 
 // A database that isn't writable works on copies, or on new files that aren't in
 // its directory.
-int choosePaths(const PVBdatabase& slot, bool exists, PVBpropertyData& data, FilePair& files) {
-  files = filesOf(slot.path);
+int choosePaths(const PVBdatabase& slot, bool exists, PVBpropertyData& data, WorkingFiles& files) {
+  files = {filesOf(slot.path), filesOf(slot.path)};
   if (slot.writable) return 0;
   if (exists) {
-    if (copyPrivately(files.lists, data.listsCopy) != 0) return -2;
-    if (copyPrivately(files.values, data.valuesCopy) != 0) return -2;
+    if (copyPrivately(files.named.lists, data.listsCopy) != 0) return -2;
+    if (copyPrivately(files.named.values, data.valuesCopy) != 0) return -2;
   } else {
     data.listsCopy = TempFile(PBtempFileName("mvk"));
     data.valuesCopy = TempFile(PBtempFileName("mvk"));
   }
-  files = {data.listsCopy.path(), data.valuesCopy.path()};
+  files.opened = {data.listsCopy.path(), data.valuesCopy.path()};
   return 0;
 }
 
-int openValues(const FilePair& files, bool exists, PVBpropertyData& data) {
-  data.values = PBcfopen(files.values, exists ? kCfUpdate : kCfNew);
-  if (data.values < 0) return failOpen(files.values);
-  data.pathOfValues = files.values;
+int openValues(const WorkingFiles& files, bool exists, PVBpropertyData& data) {
+  data.values = PBcfopen(files.opened.values, exists ? kCfUpdate : kCfNew);
+  if (data.values < 0) return failOpen(files.named.values);
+  data.pathOfValues = files.opened.values;
   PropValues values;
-  if (propValuesOpen(data.values, data.pathOfValues, values) != 0) return failOpen(files.values);
+  if (propValuesOpen(data.values, data.pathOfValues, values) != 0) {
+    return failOpen(files.named.values);
+  }
   data.format = values.format;
   if (values.size == 0) {
     data.format = kPropertyFormat;
     values.size = kPropertyHeaderSize;
     if (!propWriteHeader(data.values) || PBcfflush(data.values) != 0) {
-      return fail("PVBpropertyOpen", 85, files.values);
+      return fail("PVBpropertyOpen", 85, files.named.values);
     }
   }
   data.valuesEnd =
@@ -78,10 +87,10 @@ int openValues(const FilePair& files, bool exists, PVBpropertyData& data) {
 
 // Free blocks of the block file itself aren't lists: where there are any, which no
 // rewrite leaves, new lists come from the file alone.
-int openLists(const FilePair& files, int numBuffers, PVBpropertyData& data) {
+int openLists(const WorkingFiles& files, int numBuffers, PVBpropertyData& data) {
   std::uint32_t blockSize = kListBlockSize;
-  data.lists = PageOpen(files.lists, blockSize, numBuffers);
-  if (data.lists < 0) return failOpen(files.lists);
+  data.lists = PageOpen(files.opened.lists, blockSize, numBuffers);
+  if (data.lists < 0) return failOpen(files.named.lists);
   std::uint32_t numBlocks = 0;
   std::uint32_t capacity = 0;
   PageInfo(data.lists, numBlocks, capacity);
@@ -97,12 +106,13 @@ int closeFiles(PVBpropertyData& data) {
   return valuesGood && listsGood ? 0 : -2;
 }
 
-int openFiles(const FilePair& files, bool exists, int numBuffers, PVBpropertyData& data) {
+int openFiles(const WorkingFiles& files, bool exists, int numBuffers, PVBpropertyData& data) {
   if (openValues(files, exists, data) != 0) return -2;
   if (data.format != 0) return openLists(files, numBuffers, data);
-  if (closeFiles(data) != 0) return failOpen(files.values);
-  if (propStrip(files.lists, files.values, files.values + std::string(kRewriteEnding)) != 0) {
-    return failOpen(files.values);
+  if (closeFiles(data) != 0) return failOpen(files.named.values);
+  if (propStrip(files.opened.lists, files.opened.values,
+                files.opened.values + std::string(kRewriteEnding)) != 0) {
+    return failOpen(files.named.values);
   }
   if (openValues(files, true, data) != 0) return -2;
   return openLists(files, numBuffers, data);
@@ -157,7 +167,7 @@ int PVBpropertyOpen(int database, int numBuffers) {
   auto data = std::make_unique<PVBpropertyData>();
   // One that can't be looked at is opened, which fails, rather than made anew.
   const bool exists = presenceOf(PVBfilePath(slot->path, kListsName)) != Presence::absent;
-  FilePair files;
+  WorkingFiles files;
   if (choosePaths(*slot, exists, *data, files) != 0) return -2;
   if (openFiles(files, exists, numBuffers, *data) != 0) return -2;
   slot->properties = std::move(data);

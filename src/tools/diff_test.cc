@@ -176,6 +176,18 @@ TEST_F(Diff, WavesDifferFromChangeToChange) {
   EXPECT_EQ(result_.differences, 18u);  // to high and back in each of nine cycles
 }
 
+TEST_F(Diff, RepeatsOutOfStepAreCountedWithoutWalkingThem) {
+  options_.ignoreCycles = true;
+  options_.stretchA.from = 7 * kNanosecond;
+  std::string written = "rows main\n";
+  for (int i = 0; i < 50; ++i) written += "row \"tp1\" |01\n";
+  diffRows(written + "row \"tp0\" |1\n", written);
+  const std::uint64_t differences = result_.differences;
+  EXPECT_GT(differences, 150u);
+  diffRows("rows main\nrow \"tp1\" x50 |01\nrow \"tp0\" |1\n", "rows main\nrow \"tp1\" x50 |01\n");
+  EXPECT_EQ(result_.differences, differences);
+}
+
 TEST_F(Diff, SignalsAreMatchedByName) {
   std::string other = signalLines();
   other.replace(other.find("\"q\""), 3, "\"x\"");

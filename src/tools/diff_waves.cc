@@ -6,6 +6,7 @@
 // side. The side that is behind walks on, so they wait no longer than a cycle.
 
 #include <array>
+#include <cstdlib>
 
 #include "pvb/timeplate.h"
 #include "tools/diff_internal.h"
@@ -92,7 +93,9 @@ class WaveDiff {
   bool ready(std::size_t side) { return sides_[side]->ready(); }
   void together();
   void upToEnd(std::size_t side);
+  bool steady() const;
   void skipSteady();
+  void moveOn(std::int64_t from, std::int64_t time);
   bool sameEvents();
   bool inStep() const;
   void cyclesAlike();
@@ -130,6 +133,8 @@ bool WaveDiff::run() {
   while (moreA && moreB) {
     if (sides_[0]->time() == sides_[1]->time()) {
       together();
+    } else if (steady()) {
+      skipSteady();
     } else {
       cycle(sides_[0]->time() < sides_[1]->time() ? 0 : 1);
     }
@@ -160,7 +165,7 @@ void WaveDiff::together() {
     skip_.arrive(a, b, tally_);
   }
   const bool alike = a.step().period == b.step().period;
-  if (alike && std::min(a.left(), b.left()) > kSteadyCycles) {
+  if (steady()) {
     skipSteady();
   } else if (alike && sameEvents()) {
     cyclesAlike();
@@ -172,19 +177,41 @@ void WaveDiff::together() {
   }
 }
 
-// Runs of equal cycles on both sides: some are compared, the others differ as the last
-// of these does.
+// Whether both sides are in long runs of cycles of one length, less than one apart.
+bool WaveDiff::steady() const {
+  const auto& [a, b] = sides_;
+  const std::int64_t apart = std::abs(a->time() - b->time());
+  return a->step().period == b->step().period && (apart == 0 || apart < a->step().period) &&
+         std::min(a->left(), b->left()) > kSteadyCycles;
+}
+
+// Some cycles of the runs are compared, the others differ as the last of these does.
 void WaveDiff::skipSteady() {
+  const std::size_t behind = sides_[0]->time() <= sides_[1]->time() ? 0 : 1;
+  const std::int64_t from = sides_[behind]->time();
   std::uint64_t before = tally_.count;
   for (std::uint64_t i = 0; i < kSteadyCycles; ++i) {
     before = tally_.count;
-    cycle(0);
-    cycle(1);
-    catchUpAll(sides_[0]->time());
+    cycle(behind);
+    cycle(1 - behind);
+    catchUpAll(sides_[behind]->time());
   }
   const std::uint64_t rest = std::min(sides_[0]->left(), sides_[1]->left());
   tally_.count += (tally_.count - before) * rest;
+  moveOn(from, sides_[0]->step().period * static_cast<std::int64_t>(rest));
   for (DiffSideWalk* side : sides_) side->take(rest);
+}
+
+// What happened from a time on happens again after `time`.
+void WaveDiff::moveOn(std::int64_t from, std::int64_t time) {
+  for (std::vector<Lane>& lanes : lanes_) {
+    for (Lane& lane : lanes) {
+      if (lane.waitingTime >= from) lane.waitingTime += time;
+      for (std::size_t i = lane.first; i < lane.changes.size(); ++i) {
+        if (lane.changes[i].time >= from) lane.changes[i].time += time;
+      }
+    }
+  }
 }
 
 void WaveDiff::cycle(std::size_t side) {
