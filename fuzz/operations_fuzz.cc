@@ -68,11 +68,16 @@ timeplate 0 "tp1" period=30nS
     on 4
 timeplate 1 "tp2" period=20nS
   slot input
-    of 1
+    of 1 2 3
+  slot output
+    of 4
   level 0pS
     track
     event 0pS P
-    on 1
+    on 1 2 3
+    track
+    event 15nS Q
+    on 4
 vector "load"
   cells |01
 subroutine 0 "init"
