@@ -12,6 +12,7 @@
 #include "conditioner/scan_transfer.h"
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
+#include "pvb/property.h"
 #include "storage/page.h"
 
 namespace {
@@ -65,8 +66,16 @@ bool followLoops(const RowCopy& copy, PatternCopy& to, const SourceRow& source) 
 
 // --- Timeplates ----------------------------------------------------------------------
 
+// Gives a stored plate copies of what is noted on the source's. 0 or -2.
+int carryNotes(const RowCopy& copy, const PVBtimePlate& from, PVBtimePlate& to) {
+  const int source = copy.src.pvbHandle;
+  if (from.firstRow == UNDEF || !PVBpropListExists(source, from.firstRow)) return 0;
+  to.firstRow = PVBpropListCarry(copy.dest.pvbHandle, source, from.firstRow);
+  return to.firstRow != UNDEF ? 0 : -2;
+}
+
 // The id of the destination's plate with this content, stored if need be; UNDEF after
-// a push.
+// a push. A plate that is there already keeps its own notes.
 PVBid storePlate(RowCopy& copy, const SourceRow& source) {
   std::unique_ptr<PVBtimePlate> plate =
       translateTimePlate(*source.plate, *copy.base, copy.src, copy.table, copy.extended);
@@ -74,8 +83,16 @@ PVBid storePlate(RowCopy& copy, const SourceRow& source) {
     failRow(copy, source.number, "its timeplate can't be carried over");
     return UNDEF;
   }
-  const PVBtimePlate* stored = matchOrInsertTimePlate(copy.dest.pvbHandle, std::move(plate));
-  return stored != nullptr ? stored->id : UNDEF;
+  const int database = copy.dest.pvbHandle;
+  const int before = PVBtimePlateCount(database);
+  PVBtimePlate* stored = matchOrInsertTimePlate(database, std::move(plate));
+  if (stored == nullptr) return UNDEF;
+  const bool isNew = PVBtimePlateCount(database) > before;
+  if (isNew && carryNotes(copy, *source.plate, *stored) != 0) {
+    failRow(copy, source.number, "the properties of its timeplate can't be carried over");
+    return UNDEF;
+  }
+  return stored->id;
 }
 
 // Sets the timeplate of a new row. Pieces of a cut plate have no id, and each is looked

@@ -6,7 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "base/errors.h"
 #include "base/file_copy.h"
@@ -94,18 +94,11 @@ std::int64_t announce(const PVBregion& dest, const PVBregion& src) {
 
 // The first list that the destination makes, so that its id is most often the source's
 // too and the header can be the source's byte for byte.
-void copyDatabaseProperties(int dest, int src) {
+int copyDatabaseProperties(int dest, int src) {
   const PVBid from = PVBdbPropertyList(src);
-  if (from == UNDEF || !PVBpropListExists(src, from)) return;
-  std::vector<PVBproperty> properties;
-  for (const PVBproperty* property = PVBpropInqFirst(src, from); property != nullptr;
-       property = PVBpropInqNext(src)) {
-    properties.push_back(*property);
-  }
-  const PVBid to = PVBdbPropertyListMake(dest);
-  for (auto property = properties.rbegin(); property != properties.rend(); ++property) {
-    PVBputProp(dest, to, *property);
-  }
+  if (from == UNDEF || !PVBpropListExists(src, from)) return 0;
+  const PVBid to = PVBpropListCarry(dest, src, from);
+  return to != UNDEF ? PVBdbPropertyListSet(dest, to) : -2;
 }
 
 SignalTable copyAllSignals(PVBregion& dest, PVBregion& src) {
@@ -160,22 +153,22 @@ bool needsOwnLabels(int dest, int src) {
 }
 
 void makeOwnLabels(int dest, int src) {
-  for (const PVBlabel& label : PVBlabels(src)) {
-    std::int32_t subroutine = label.subroutine;
-    std::uint32_t rowNumber = label.rowNumber;
-    if (subroutine != kMainPattern) {
-      subroutine = subroutineLike(dest, src, subroutine);
-      if (subroutine < 0) rowNumber = kNoRowNumber;
+  PVBlabelData& own = *PVBget(dest)->labels;
+  for (PVBlabel label : PVBlabels(src)) {
+    if (label.subroutine != kMainPattern) {
+      label.subroutine = subroutineLike(dest, src, label.subroutine);
+      if (label.subroutine < 0) label.rowNumber = kNoRowNumber;
     }
-    PVBlabelAdd(dest, subroutine, label.name.c_str(), label.kind, rowNumber);
-    if (label.text) PVBlabelSetText(dest, *label.text);
+    label.rowId = rowIdAt(dest, label.subroutine, label.rowNumber);
+    own.labels.push_back(std::move(label));
   }
+  own.changed = true;
 }
 
 // --- Steps ---------------------------------------------------------------------------
 
 int copyContent(PVBregion& dest, PVBregion& src, bool quiet) {
-  copyDatabaseProperties(dest.pvbHandle, src.pvbHandle);
+  if (copyDatabaseProperties(dest.pvbHandle, src.pvbHandle) != 0) return -2;
   PVBget(dest.pvbHandle)->patterns->addressBase = PVBget(src.pvbHandle)->patterns->addressBase;
   expandTimePlates(src.pvbHandle);
   const SignalTable table = copyAllSignals(dest, src);

@@ -59,11 +59,8 @@ struct PinColumns {
 
 void carryProperties(int from, int to, PVBpin& pin) {
   if (pin.propList == UNDEF) return;
-  const PVBid source = std::exchange(pin.propList, PVBpropListNew(to));
+  pin.propList = PVBpropListCarry(to, from, pin.propList);
   if (pin.propList == UNDEF) assertFail(__FILE__, __LINE__);
-  if (PVBpropListAppend(to, pin.propList, from, source, PropKinds::kept) != 0) {
-    assertFail(__FILE__, __LINE__);
-  }
 }
 void carryProperties(int /*from*/, int /*to*/, const PVBcolumn& /*column*/) {}
 

@@ -2,7 +2,8 @@
 
 // Timeplates on their way into a destination: their signals and tracks are translated,
 // and a plate is stored under a name that is free, as long as the limit allows. Property
-// lists of plates and tracks stay behind, since they belong to the source.
+// lists of plates and tracks stay behind, since they belong to the source; what is noted
+// on a plate that is stored whole is up to the caller.
 //
 // A plate that doesn't have what it must have (a signal without a wave) ends the run
 // after a line on standard error.

@@ -105,5 +105,8 @@ enum class PropKinds { kept, reversed };
 // values read in the same order. A record that can't be read is told on standard error
 // and left out. -2 after a post when one can't be written.
 int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList, PropKinds kinds);
+// A new list with copies of all live records of a list of another database, in the same
+// order; -1 after a post when it can't be written.
+PVBid PVBpropListCarry(int database, int fromDatabase, PVBid fromList);
 // Whether `list` is a list in use.
 bool PVBpropListExists(int database, PVBid list);

@@ -309,3 +309,10 @@ int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList
   }
   return 0;
 }
+
+PVBid PVBpropListCarry(int database, int fromDatabase, PVBid fromList) {
+  const PVBid list = PVBpropListNew(database);
+  if (list == UNDEF) return UNDEF;
+  const int result = PVBpropListAppend(database, list, fromDatabase, fromList, PropKinds::kept);
+  return result == 0 ? list : UNDEF;
+}
