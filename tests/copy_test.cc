@@ -202,6 +202,15 @@ TEST_F(CopyTest, ReplacesADestinationWithAllItHolds) {
   EXPECT_FALSE(exists("dest/pvb.h"));
 }
 
+// What a link leads to is emptied but stays.
+TEST_F(CopyTest, ADestinationMayBeALink) {
+  build("A", smallChip().rows(steps("tp", {"10"})));
+  std::filesystem::create_directory(directory().path("destDisk"));
+  std::filesystem::create_directory_symlink(directory().path("destDisk"), directory().path("dest"));
+  for (int run = 0; run < 2; ++run) expectDone(runOperations("copy A dest"));
+  EXPECT_EQ(dump("destDisk"), dump("A"));
+}
+
 TEST_F(CopyTest, CarriesTheFilesBesideTheRowsWhole) {
   build("A", smallChip()
                  .rows(steps("tp", {"10", "01", "11"}))
@@ -270,6 +279,23 @@ TEST_F(CopyTest, PropertiesSwapTheirValues) {
   EXPECT_EQ(rowsOf("dest"),
             "rows main\n  row \"tp\" |10\n    prop 1 \"\"\n    prop 2\n    prop 3 \"two\"\n"
             "    prop 4 \"one\"\n");
+}
+
+TEST_F(CopyTest, TimeplatesKeepTheirProperties) {
+  const std::string notes = "  prop 1 \"for the tester\"\n  prop 7\n";
+  for (const int version : {501, 1501}) {
+    std::string text = smallChip(version).rows(steps("tp", {"10", "01"})).text();
+    build("B", text);
+    const std::string head = "timeplate 0 \"tp\" period=10nS\n";
+    build("A", text.insert(text.find(head) + head.size(), notes));
+    expectDone(runOperations("copy A dest1\nconcat A B dest2\nconcat B A dest3\n"));
+    for (const char* properties : {"  prop 1 \"for the tester\"\n", "  prop 7\n"}) {
+      EXPECT_THAT(sectionOf("dest1", "timeplate 0"), HasSubstr(properties));
+      EXPECT_THAT(sectionOf("dest2", "timeplate 0"), HasSubstr(properties));
+    }
+    // A plate that is there already keeps its own.
+    EXPECT_EQ(sectionOf("dest3", "timeplate 0"), sectionOf("B", "timeplate 0"));
+  }
 }
 
 TEST_F(CopyTest, ASignalWithoutATrackIsAnInternalError) {

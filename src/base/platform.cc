@@ -158,3 +158,12 @@ Presence presenceOf(const std::string& path) {
 }
 bool fileExists(const std::string& path) { return hasType(path, 0); }
 bool directoryExists(const std::string& path) { return hasType(path, S_IFDIR); }
+bool sameDirectory(const std::string& a, const std::string& b) {
+  const int kept = errno;
+  struct stat statusA;
+  struct stat statusB;
+  const bool exist =
+      platform().status(a.c_str(), statusA) == 0 && platform().status(b.c_str(), statusB) == 0;
+  errno = kept;
+  return exist && statusA.st_dev == statusB.st_dev && statusA.st_ino == statusB.st_ino;
+}

@@ -87,3 +87,5 @@ Presence presenceOf(const std::string& path);
 // The same for who has no use for the reason: unknown counts as absent.
 bool fileExists(const std::string& path);
 bool directoryExists(const std::string& path);
+// Whether both paths lead to one and the same thing; false when one leads to nothing.
+bool sameDirectory(const std::string& a, const std::string& b);

@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "base/errors.h"
+#include "base/platform.h"
 #include "base/progress.h"
 #include "conditioner/copy.h"
 #include "conditioner/merge_internal.h"

@@ -50,9 +50,7 @@ int clearDestination(std::string_view function, const PVBregion& dest,
     if (PVBclose(database) != 0) failClosing(function, kCannotClose, path);
     return PVBdeleteAll(path);
   }
-  // Files without a header are what a run left that failed: a new database must not
-  // begin with them.
-  return PVBlargestFile(path, true) > 0 ? PVBdeleteAll(path) : 0;
+  return PVBhasFiles(path) ? PVBdeleteAll(path) : 0;
 }
 
 int openDestination(std::string_view function, PVBregion& dest, bool upgrade) {

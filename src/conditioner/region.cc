@@ -1,7 +1,6 @@
 #include "conditioner/region.h"
 
 #include <cctype>
-#include <cerrno>
 
 #include "base/errors.h"
 #include "base/platform.h"
@@ -31,16 +30,8 @@ int PVBregionClose(PVBregion* region) {
   region->cyclesPending = 0;
   region->sheets.reset();
   region->scanIDMap = {};
+  region->vectorIDMap = {};
   return closed == 0 ? 0 : -2;
-}
-
-bool sameDirectory(const std::string& a, const std::string& b) {
-  struct stat statusA {};
-  struct stat statusB {};
-  const bool exist =
-      platform().status(a.c_str(), statusA) == 0 && platform().status(b.c_str(), statusB) == 0;
-  if (!exist) errno = 0;
-  return exist && statusA.st_dev == statusB.st_dev && statusA.st_ino == statusB.st_ino;
 }
 
 bool PVBregionEqual(const PVBregion& a, const PVBregion& b) {

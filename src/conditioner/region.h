@@ -56,8 +56,6 @@ void PVBregionInit(PVBregion& region, std::string_view name, std::string_view pa
 // Closes the database where it is still open and forgets the working state; bounds and
 // handle stay. 0, or -2 when the close failed. Null is no failure.
 int PVBregionClose(PVBregion* region);
-// Whether both paths lead to one directory that exists.
-bool sameDirectory(const std::string& a, const std::string& b);
 // The same record, or the same directory and bounds.
 bool PVBregionEqual(const PVBregion& a, const PVBregion& b);
 // Rows between the bounds, for progress displays.

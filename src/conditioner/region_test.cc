@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/errors.h"
+#include "base/platform.h"
 #include "conditioner/signal_transfer.h"
 #include "pvb/signal.h"
 #include "support/database.h"

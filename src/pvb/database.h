@@ -201,6 +201,9 @@ int PVBcopy(const std::string& toPath, const std::string& fromPath);
 int PVBdelete(const std::string& path, bool sideFilesToo);
 int PVBdeleteAll(const std::string& path);
 int PVBrename(const std::string& fromPath, const std::string& toPath);
+// Whether a directory is a database or holds files of a section: those without "pvb.h" are
+// what a run left that failed, and no new database must begin with them.
+bool PVBhasFiles(const std::string& path);
 // Bytes.
 std::int64_t PVBlargestFile(const std::string& path, bool sideFilesToo);
 // -1: can't be read; -2: can't be opened.

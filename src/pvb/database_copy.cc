@@ -1,7 +1,6 @@
 #include "pvb/database_copy.h"
 
 #include <fmt/printf.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 
@@ -23,13 +22,6 @@ constexpr int kSameDatabase = 48;
 constexpr int kCopyFailed = 82;
 constexpr int kFunctionAndText = 88;
 
-bool sameDirectory(const std::string& a, const std::string& b) {
-  struct stat first;
-  struct stat second;
-  return platform().status(a.c_str(), first) == 0 && platform().status(b.c_str(), second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 template <typename... Args>
 bool fail(int message, const Args&... args) {
   PBerrPush(PBconditionerError, message, kFunction, args...);
@@ -40,7 +32,7 @@ bool fail(int message, const Args&... args) {
 
 bool copySrcToDstPVB(const std::string& srcPath, const std::string& destPath, FILE* reportStream) {
   if (sameDirectory(srcPath, destPath)) return fail(kSameDatabase, destPath, srcPath);
-  if (PVBexists(destPath) && PVBdeleteAll(destPath) != 0) {
+  if (PVBhasFiles(destPath) && PVBdeleteAll(destPath) != 0) {
     return fail(kFunctionAndText, fmt::sprintf("Deleting destination PVB failed: %s", destPath));
   }
   errno = 0;

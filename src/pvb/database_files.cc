@@ -32,12 +32,14 @@ std::vector<std::string_view> databaseFiles(bool sideFilesToo) {
   return files;
 }
 
-// The directory goes when nothing of someone else's is left in it.
+// The directory goes when nothing of someone else's is left in it, and when it is one that
+// can go: not what a link leads to, "." or a mounted disk.
 int removeDirectory(const std::string& path) {
   if (platform().removeDirectory(path.c_str()) == 0) return 0;
-  const bool notEmpty = errno == ENOTEMPTY || errno == EEXIST;
-  if (notEmpty) errno = 0;
-  return notEmpty ? 0 : -2;
+  const bool stays = errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR || errno == EINVAL ||
+                     errno == EBUSY;
+  if (stays) errno = 0;
+  return stays ? 0 : -2;
 }
 
 }  // namespace
@@ -91,6 +93,16 @@ int PVBrename(const std::string& fromPath, const std::string& toPath) {
   }
   if (result != 0) return result;
   return platform().removeDirectory(fromPath.c_str()) == 0 ? 0 : -2;
+}
+
+bool PVBhasFiles(const std::string& path) {
+  if (PVBexists(path)) return true;
+  const auto isThere = [&path](std::string_view name) {
+    return presenceOf(PVBfilePath(path, name)) == Presence::present;
+  };
+  return std::ranges::any_of(saveOrder(), [&isThere](const SectionRow* row) {
+    return std::ranges::any_of(row->files, isThere);
+  });
 }
 
 std::int64_t PVBlargestFile(const std::string& path, bool sideFilesToo) {
