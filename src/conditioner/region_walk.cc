@@ -91,7 +91,7 @@ int refuseBound(std::string_view function, int message, TIME bound, const PVBreg
 int failDamaged(std::string_view function, const PVBregion& region, RegionRow& row) {
   row = RegionRow();
   errno = 0;
-  PBpostError(function, 87, region.pvbName);
+  PBpostError(function, 87, PVBfilePath(region.pvbName, "pvb.pd"));
   return -2;
 }
 
