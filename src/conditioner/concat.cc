@@ -8,21 +8,19 @@
 
 #include "base/errors.h"
 #include "base/progress.h"
+#include "conditioner/equation_transfer.h"
 #include "conditioner/messages.h"
 #include "conditioner/operand_database.h"
 #include "conditioner/region_report.h"
 #include "conditioner/run.h"
 #include "conditioner/scan_transfer.h"
 #include "conditioner/timeplate_transfer.h"
-#include "equations/equation_merge.h"
 #include "pvb/bus.h"
 #include "pvb/database.h"
 
 namespace {
 
 constexpr std::string_view kFunction = "concat";
-// The one flag of a database that its successor takes over.
-constexpr std::uint32_t kInheritedFlag = 0x40000000;
 
 struct Operands {
   PVBregion& dest;
@@ -59,14 +57,6 @@ int openAll(const Operands& on) {
   if (openSource(kFunction, on.src1) != 0 || openSource(kFunction, on.src2) != 0) return -2;
   if (prepareDestination(on) != 0) return -2;
   return openDestination(kFunction, on.dest, newFormat && !on.insert);
-}
-
-void inheritFlag(const Operands& on) {
-  const std::uint32_t flags =
-      PVBdatabaseFlags(on.src1.pvbHandle) | PVBdatabaseFlags(on.src2.pvbHandle);
-  if ((flags & kInheritedFlag) == 0) return;
-  const int dest = on.dest.pvbHandle;
-  PVBsetDatabaseFlags(dest, PVBdatabaseFlags(dest) | kInheritedFlag);
 }
 
 // An insertion is announced in the same words.
@@ -135,34 +125,20 @@ int takeSignals(const Operands& on, SigCategories& categories) {
 
 // --- Equations -----------------------------------------------------------------------
 
-int failEquations(const Operands& on) {
-  return fail(kEquationMergeFailed, kFunction, on.src1.pvbName, on.src2.pvbName);
-}
-
-int loadSheets(PVBregion& region) {
-  if (region.sheets) return 0;
-  return eqLoad(region.pvbHandle, region.sheets.emplace());
-}
-
-int categorizeSheets(const Operands& on, eqSheetCategories& sheets) {
-  if (loadSheets(on.src1) != 0 || loadSheets(on.src2) != 0) return failEquations(on);
-  if (eqCategorize(*on.src1.sheets, *on.src2.sheets, sheets) != 0) return failEquations(on);
-  if (sheets[SRC1_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty() &&
-      sheets[SRC2_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty()) {
-    return 0;
+int compareSheets(const Operands& on, eqSheetCategories& sheets) {
+  if (categorizeSheets(on.src1, on.src2, sheets) != 0) {
+    return failEquations(kFunction, on.src1, on.src2);
   }
-  return fail(kSheetsOverlap, kFunction, on.src1.pvbName, on.src2.pvbName);
+  return refuseMixedSheets(kFunction, sheets, on.src1, on.src2);
 }
 
 int takeEquations(const Operands& on) {
   const int state = eqInspect(on.src1.pvbHandle, on.src2.pvbHandle);
   eqSheetCategories sheets;
-  if (state == kEquationsInBoth && categorizeSheets(on, sheets) != 0) return -2;
+  if (state == kEquationsInBoth && compareSheets(on, sheets) != 0) return -2;
   // The destination of an insertion has those of the second source already.
   if (on.insert && state == kEquationsIn2) return 0;
-  const int result =
-      eqMerge(on.dest.pvbHandle, on.src1.pvbHandle, on.src2.pvbHandle, state, sheets);
-  return result == 0 ? 0 : failEquations(on);
+  return mergeEquations(kFunction, on.dest, on.src1, on.src2, state, sheets);
 }
 
 // --- Rows ----------------------------------------------------------------------------
@@ -203,7 +179,7 @@ int takeAll(const Operands& on) {
 int concat(PVBregion& dest, PVBregion& src1, PVBregion& src2, int mode) {
   const Operands on = {dest, src1, src2, mode == kPrepend};
   if (openAll(on) != 0) return -2;
-  inheritFlag(on);
+  inheritFlag(dest, src1, src2);
   announce(on);
   const std::int64_t rows = startProgress(on);
   if (takeAll(on) != 0) return -2;

@@ -3,13 +3,13 @@
 #include <fmt/printf.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <initializer_list>
 
 #include "base/errors.h"
 #include "base/platform.h"
 #include "base/progress.h"
 #include "conditioner/copy.h"
+#include "conditioner/equation_transfer.h"
 #include "conditioner/merge_internal.h"
 #include "conditioner/messages.h"
 #include "conditioner/operand_database.h"
@@ -17,13 +17,10 @@
 #include "conditioner/run.h"
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
-#include "pvb/timeplate.h"
 
 namespace {
 
 constexpr std::string_view kFunction = "merge";
-// The one flag of a database that its successor takes over.
-constexpr std::uint32_t kInheritedFlag = 0x40000000;
 constexpr int kPercent = 100;
 
 int fail(int message, std::string_view arg1, ErrArg arg2 = {}) {
@@ -86,31 +83,15 @@ int copyInstead(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::st
 
 // --- Combining -----------------------------------------------------------------------
 
-void inheritFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
-  const std::uint32_t flags = PVBdatabaseFlags(src1.pvbHandle) | PVBdatabaseFlags(src2.pvbHandle);
-  if ((flags & kInheritedFlag) == 0) return;
-  PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(dest.pvbHandle) | kInheritedFlag);
+int compareSheets(PVBregion& src1, PVBregion& src2, eqSheetCategories& sheets) {
+  if (categorizeSheets(src1, src2, sheets) != 0) fatalExit();
+  return refuseMixedSheets(kFunction, sheets, src1, src2);
 }
 
-void loadSheets(PVBregion& region) {
-  if (region.sheets) return;
-  if (eqLoad(region.pvbHandle, region.sheets.emplace()) != 0) fatalExit();
-}
-
-int categorizeSheets(PVBregion& src1, PVBregion& src2, eqSheetCategories& categories) {
-  loadSheets(src1);
-  loadSheets(src2);
-  if (eqCategorize(*src1.sheets, *src2.sheets, categories) != 0) fatalExit();
-  const bool overlap = !categories[SRC1_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty() ||
-                       !categories[SRC2_NON_IDENTICAL_NON_DISJOINT_SHEETS].empty();
-  return overlap ? fail(kSheetsOverlap, src1.pvbName, src2.pvbName) : 0;
-}
-
-int mergeEquations(const PVBregion& dest, PVBregion& src1, PVBregion& src2, int state) {
-  eqSheetCategories categories;
-  if (state == kEquationsInBoth && categorizeSheets(src1, src2, categories) != 0) return -2;
-  if (eqMerge(dest.pvbHandle, src1.pvbHandle, src2.pvbHandle, state, categories) == 0) return 0;
-  return fail(kEquationMergeFailed, src1.pvbName, src2.pvbName);
+int takeEquations(const PVBregion& dest, PVBregion& src1, PVBregion& src2, int state) {
+  eqSheetCategories sheets;
+  if (state == kEquationsInBoth && compareSheets(src1, src2, sheets) != 0) return -2;
+  return mergeEquations(kFunction, dest, src1, src2, state, sheets);
 }
 
 // The order of the destination's signals: those only in source 1, those in both, those
@@ -132,7 +113,7 @@ int mergeData(PVBregion& dest, PVBregion& src1, PVBregion& src2) {
   if (!PVBregionCompatible(src1, src2, state, categories)) {
     return fail(kIncompatibleRegions, src1.regionName, src2.regionName);
   }
-  if (mergeEquations(dest, src1, src2, state) != 0) return -2;
+  if (takeEquations(dest, src1, src2, state) != 0) return -2;
   mergeSignals(dest, src1, src2, categories);
   if (mergeCycle(dest, src1, src2, categories) == 0) return 0;
   return fail(kPatternMergeFailed, src1.regionName, src2.regionName);

@@ -15,6 +15,7 @@ namespace {
 // With more entries pending a list of signals stops.
 constexpr int kMostPending = 30;
 constexpr char kForcePrevious = 'P';
+constexpr std::uint32_t kInheritedFlag = 0x40000000;
 
 // The signals of "ALL", and what stands in the way of listing them.
 struct SignalWalk {
@@ -197,4 +198,10 @@ int mergePmode(PVBregion& dest, PVBregion& src1, PVBregion& src2) {
     return -2;
   }
   return PVBsetPmode(dest.pvbHandle, uses1 || !uses2 ? mode1 : mode2);
+}
+
+void inheritFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2) {
+  const std::uint32_t flags = PVBdatabaseFlags(src1.pvbHandle) | PVBdatabaseFlags(src2.pvbHandle);
+  if ((flags & kInheritedFlag) == 0) return;
+  PVBsetDatabaseFlags(dest.pvbHandle, PVBdatabaseFlags(dest.pvbHandle) | kInheritedFlag);
 }

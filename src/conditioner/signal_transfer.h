@@ -66,3 +66,6 @@ void mapSignalsByName(PVBregion& src, PVBregion& dest);
 
 // The P mode of the destination after its two sources. 0, or -2 after a push.
 int mergePmode(PVBregion& dest, PVBregion& src1, PVBregion& src2);
+// The one flag of a database that its successor takes over is set where either source has
+// it; the destination's other flags stay.
+void inheritFlag(const PVBregion& dest, const PVBregion& src1, const PVBregion& src2);
