@@ -43,7 +43,9 @@ int parseTIME(const char* text, TIME& out, std::size_t* end = nullptr);
 // -2 after a post for another unit, and for a value outside TIME_ZERO..TIME_MAX,
 // which is written as zero.
 int PBformatTIME(std::string& buffer, char unit, int width, int precision, TIME time);
-// With the automatic unit and all letters lowered: "1.5ns".
+// With the automatic unit and all digits: "1.5nS".
+std::string PBformatTIME(TIME time);
+// The same with all letters lowered: "1.5ns".
 std::string PBtimeText(TIME time);
 
 // A function that replaces PBformatTIME, under the same rules.

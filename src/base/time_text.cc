@@ -351,9 +351,14 @@ TimeFormatter PBsetTimeFormatter(TimeFormatter formatter) {
   return before;
 }
 
-std::string PBtimeText(TIME time) {
+std::string PBformatTIME(TIME time) {
   std::string text;
   PBformatTIME(text, '?', -1, -1, time);
+  return text;
+}
+
+std::string PBtimeText(TIME time) {
+  std::string text = PBformatTIME(time);
   for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return text;
 }

@@ -30,12 +30,6 @@ void push(int message, std::string_view arg1, ErrArg arg2 = {}) {
   PBerrPush(PBconditionerError, message, kFunction, arg1, arg2);
 }
 
-std::string timeText(TIME time) {
-  std::string text;
-  PBformatTIME(text, '?', -1, -1, time);
-  return text;
-}
-
 // --- One side ------------------------------------------------------------------------
 
 // A source under way. The row in force, and how far into its cycle the rows of the
@@ -119,7 +113,7 @@ std::unique_ptr<PVBtimePlate> mergeTimePlates(const Side& side1, const Side& sid
   const PlatePtr piece1 = side1.piece(duration);
   const PlatePtr piece2 = side2.piece(duration);
   auto merged = PVBtimePlateCopy(base);
-  merged->name = side1.row.plate->name.value_or("") + '_' + timeText(TIME_ZERO);
+  merged->name = side1.row.plate->name.value_or("") + '_' + PBformatTIME(TIME_ZERO);
   merged->period = duration;
   mapTracks(*merged, piece1, side1.region, categories[SRC1_DISJOINT_SCALARS]);
   mapTracks(*merged, piece1, side1.region, categories[OVERLAP_SCALARS]);
@@ -135,7 +129,7 @@ std::string generatedName(int database, TIME now) {
     }
   }
   if (std::optional<std::string> name = refTimePlateName(now)) return *std::move(name);
-  push(kFunctionAndText, "the reference PVB has no timeplate at time " + timeText(now) + ".");
+  push(kFunctionAndText, "the reference PVB has no timeplate at time " + PBformatTIME(now) + ".");
   fatalExit();
 }
 
@@ -193,7 +187,7 @@ class CycleMerge {
 
   PVBid generate(TIME duration) {
     if (PBcmpTIME(duration, run.minPeriod) < 0) {
-      push(kPeriodTooShort, timeText(duration), timeText(run.minPeriod));
+      push(kPeriodTooShort, PBformatTIME(duration), PBformatTIME(run.minPeriod));
       return UNDEF;
     }
     auto merged = mergeTimePlates(side1_, side2_, categories_, duration, *base_);

@@ -40,7 +40,5 @@ std::optional<std::string> refTimePlateName(TIME time) {
   if (!row || row->timeplate == kNoTimePlate) return std::nullopt;
   const PVBtimePlate* plate = PVBtimePlateInqByID(reference, row->timeplate);
   if (plate == nullptr || !plate->name) return std::nullopt;
-  std::string text;
-  PBformatTIME(text, '?', -1, -1, time);
-  return *plate->name + '_' + text;
+  return *plate->name + '_' + PBformatTIME(time);
 }

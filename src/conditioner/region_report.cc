@@ -12,12 +12,6 @@ namespace {
 // What is longer than its column pushes the others to the right.
 constexpr const char* kRegionFormat = "\n%-20s  %-20s  %-10s  %-10s";
 
-std::string timeText(TIME time) {
-  std::string text;
-  PBformatTIME(text, '?', -1, -1, time);
-  return text;
-}
-
 }  // namespace
 
 void printRegionHead() {
@@ -26,8 +20,8 @@ void printRegionHead() {
 }
 
 void printRegionLine(const PVBregion& region) {
-  const std::string start = region.start == TIME_ZERO ? "begin" : timeText(region.start);
-  const std::string stop = region.stop == TIME_MAX ? "end" : timeText(region.stop);
+  const std::string start = region.start == TIME_ZERO ? "begin" : PBformatTIME(region.start);
+  const std::string stop = region.stop == TIME_MAX ? "end" : PBformatTIME(region.stop);
   fmt::fprintf(run.reportStream, kRegionFormat, region.regionName, region.pvbName, start, stop);
 }
 

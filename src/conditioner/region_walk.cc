@@ -20,12 +20,6 @@ namespace {
 constexpr std::string_view kFirst = "PVBregionPatternInqFirst";
 constexpr std::string_view kNext = "PVBregionPatternInqNext";
 
-std::string timeText(TIME time) {
-  std::string text;
-  PBformatTIME(text, '?', -1, -1, time);
-  return text;
-}
-
 // --- Structures ----------------------------------------------------------------------
 
 bool isLoop(std::uint32_t type) { return type == ROW_LOOP || type == ROW_END_LOOP; }
@@ -65,7 +59,7 @@ std::string structureText(const PVBrow& row, const PVBposition& at) {
       return fmt::sprintf("%d repeats found on row %ld, cycle %ld. ", row.count, at.row, at.cycle);
     case ROW_SPACER:
       return fmt::sprintf("Skip structure found on row %ld, duration %s. ", at.row,
-                          timeText(row.spacerTime));
+                          PBformatTIME(row.spacerTime));
     default:
       return fmt::sprintf("Unsupported structure found on row %ld. ", at.row);
   }
@@ -80,7 +74,7 @@ int refuse(std::string_view function, RegionRow& row, std::string_view structure
 
 int refuseBound(std::string_view function, int message, TIME bound, const PVBregion& region,
                 RegionRow& row) {
-  PBerrPush(PBconditionerError, message, function, timeText(bound), region.regionName);
+  PBerrPush(PBconditionerError, message, function, PBformatTIME(bound), region.regionName);
   row = RegionRow();
   return -2;
 }

@@ -168,8 +168,7 @@ bool readTable(SectionReader& reader, std::uint32_t nodeCount, PVBpatternData& d
 
 void writeRecord(SectionWriter& writer, std::size_t index, const PVBsubroutine& subroutine) {
   const PVBposition& sums = subroutine.sums;
-  std::string time;
-  PBformatTIME(time, '?', -1, -1, std::clamp(sums.time, TIME_ZERO, TIME_MAX));
+  const std::string time = PBformatTIME(std::clamp(sums.time, TIME_ZERO, TIME_MAX));
   for (const std::int64_t number : {static_cast<std::int64_t>(index), std::int64_t{subroutine.root},
                                     std::int64_t{sums.cycle}, std::int64_t{sums.row}}) {
     writer.number(number);

@@ -42,9 +42,7 @@ void splitTrack(const PVBtrack& source, TIME offset, PVBtrack& first, PVBtrack& 
 }
 
 std::string pieceName(const PVBtimePlate& plate, TIME begin) {
-  std::string time;
-  PBformatTIME(time, '?', -1, -1, begin);
-  return plate.name.value_or("") + '_' + time;
+  return plate.name.value_or("") + '_' + PBformatTIME(begin);
 }
 
 void clearTrack(PVBtrack& track) {
