@@ -160,7 +160,7 @@ void WaveDiff::upToEnd(std::size_t side) {
 void WaveDiff::together() {
   DiffSideWalk& a = *sides_[0];
   DiffSideWalk& b = *sides_[1];
-  if (a.walk().beginsPass() && b.walk().beginsPass()) {
+  if (PassSkip::meets(a, b)) {
     catchUpAll(a.time());
     skip_.arrive(a, b, tally_);
   }
