@@ -245,7 +245,8 @@ Job withEnding(Job job, const std::string& ending) {
     words.push_back("SourcePVB" + std::to_string(i + 1) + "=" + job.sources[i].path);
   }
   words.push_back("DestinationPVB=" + job.destination);
-  setenv("MVKDIR", "/tmp", 1);
+  setenv("MVKDIR", PBtempDirectory().c_str(), 1);
+  setenv("MVK_TMPDIR", PBtempDirectory().c_str(), 1);
   execute(words);
 }
 

@@ -15,7 +15,6 @@
 
 namespace {
 
-using testing::AnyOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
@@ -90,7 +89,7 @@ TEST_F(MotionFailure, AFullDiskIsToldAndLeavesTheSources) {
         const Outcome outcome = runAgain(full);
         if (outcome.exitCode == 0) break;
         EXPECT_EQ(outcome.exitCode, 1);
-        EXPECT_THAT(outcome.err, ContainsRegex("(dest|A|B|C)/pvb|File too large"));
+        EXPECT_THAT(outcome.err, ContainsRegex("(dest|A|B|C)/pvb"));
         expectRecovery(expected);
       }
       EXPECT_TRUE(dump("dest") == expected);
@@ -122,8 +121,7 @@ TEST_F(MotionFailure, ADamagedSourceIsNamedAndLeftAlone) {
         const Outcome outcome = runAgain();
         EXPECT_LE(outcome.exitCode, 1) << outcome.err;
         if (outcome.exitCode == 1) {
-          EXPECT_THAT(outcome.err, AnyOf(HasSubstr("A/" + file), HasSubstr("PVB (A)"),
-                                         HasSubstr("PVB: (A)"), HasSubstr("Internal Error.")));
+          EXPECT_THAT(outcome.err, ContainsRegex("A/pvb|[(]A[)]|Internal Error"));
         }
         std::filesystem::remove(directory().path("A/" + file));
         directory().write("A/" + file, content);

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
+#include <memory>
 #include <string>
 
 #include "base/temp_directory.h"
@@ -149,6 +153,34 @@ TEST_F(Expand, TemporaryDirectoryIsExpandedCutAndLocked) {
   PBsetTempDirectory("");
   EXPECT_EQ(PBtempDirectory(), ".");
   EXPECT_NE(PBtempFileName("mvk"), PBtempFileName("mvk"));
+}
+
+// Processes that follow each other closely have ids that do so too.
+TEST(TempDirectory, ProcessesNeverGetTheSameName) {
+  constexpr int kNames = 500;
+  const auto names = [] {
+    std::string all;
+    for (int i = 0; i < kNames; ++i) all += PBtempFileName("mvk") + '\n';
+    return all;
+  };
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const std::string all = names();
+    _exit(write(ends[1], all.data(), all.size()) == static_cast<ssize_t>(all.size()) ? 0 : 1);
+  }
+  close(ends[1]);
+  std::unique_ptr<FILE, int (*)(FILE*)> theirs(fdopen(ends[0], "r"), fclose);
+  const std::string ours = names();
+  char line[300];
+  int count = 0;
+  for (; std::fgets(line, sizeof line, theirs.get()) != nullptr; ++count) {
+    EXPECT_EQ(ours.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(count, kNames);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 }  // namespace

@@ -12,10 +12,6 @@
 namespace {
 
 constexpr std::size_t kMaxLength = 255;
-// A number that is taken is passed over; a directory full of leftovers must not
-// keep the search going for ever.
-constexpr int kMaxTries = 10000;
-
 // Set by PBsetTempDirectory and the lock calls; lives as long as the process.
 struct TempDirectory {
   std::string path = ".";
@@ -31,9 +27,16 @@ bool isRoot(std::string_view path) {
   return path.size() == 1 || (path.size() == 3 && path[1] == ':');
 }
 
-// Numbers start at the process id, so that processes rarely meet.
+// Each process has numbers of its own, also for names under which a file is made later:
+// processes that run at the same time never get the same one.
+constexpr unsigned kNumbersOfAProcess = 1024;
+// A number that is taken is passed over; a directory full of leftovers must not keep
+// the search going for ever.
+constexpr int kMaxTries = kNumbersOfAProcess;
+
 std::string nextName(std::string_view prefix) {
-  const unsigned number = static_cast<unsigned>(::getpid()) + chosen.namesGiven++;
+  const unsigned number = static_cast<unsigned>(::getpid()) * kNumbersOfAProcess +
+                          chosen.namesGiven++ % kNumbersOfAProcess;
   std::string name = chosen.path;
   if (!isSeparator(name.back())) name += '/';
   return name.append(prefix).append(fmt::sprintf("%05u", number));

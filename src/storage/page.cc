@@ -150,10 +150,7 @@ int flushFile(PageFile& file) {
   if (file.headerDirty && writeHeader(file, "PageFlush", "could not write dirty header") != 0) {
     return -2;
   }
-  if (!flushBuffers(file)) {
-    PBpostError("PageFlush", 0, "can't write buffer");
-    return -2;
-  }
+  if (!flushBuffers(file)) return postWrite(file, "PageFlush", "can't write buffer");
   if (PBcfflush(file.descriptor) == 0) return 0;
   PBpostError("PageFlush", 85, file.path);
   return -2;
@@ -162,6 +159,12 @@ int flushFile(PageFile& file) {
 int postPage(std::string_view function, std::string_view text) {
   errno = 0;
   PBpostError(function, 0, text);
+  return -2;
+}
+
+int postWrite(const PageFile& file, std::string_view function, std::string_view text) {
+  PBpostError(function, 0, text);
+  PBpostError(function, 85, file.path);
   return -2;
 }
 

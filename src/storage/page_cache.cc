@@ -133,7 +133,7 @@ PageBuffer* newBuf(PageFile& file) {
   }
   const bool wasDirty = victim->dirty;
   if (wasDirty && writeBuf(file, *victim) != 0) {
-    PBpostError("newBuf", 0, "can't write buffer to free space for new one");
+    postWrite(file, "newBuf", "can't write buffer to free space for new one");
     return nullptr;
   }
   if (wasDirty && file.packed) writeNeighbours(file, victim->block);

@@ -180,6 +180,5 @@ int writeHeader(PageFile& file, std::string_view function, std::string_view fail
     file.headerDirty = false;
     return 0;
   }
-  PBpostError(function, 0, failure);
-  return -2;
+  return postWrite(file, function, failure);
 }

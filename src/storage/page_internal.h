@@ -110,6 +110,8 @@ int ensureOpen(PageFile& file);
 int flushFile(PageFile& file);
 // Posts a text that isn't about a call of the system; -2.
 int postPage(std::string_view function, std::string_view text);
+// Posts what could not be written, then of which file. -2.
+int postWrite(const PageFile& file, std::string_view function, std::string_view text);
 
 // --- Header and conversion (page_header.cc) ------------------------------------------
 
