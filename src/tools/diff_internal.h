@@ -110,6 +110,10 @@ class PassSkip {
   static bool meets(const DiffSideWalk& a, const DiffSideWalk& b);
   // Both sides stand at the same place.
   void arrive(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally);
+  // The same for long runs of cycles of different lengths that stand apart in time: they
+  // meet again when they are as far apart as the first time.
+  bool meetsApart(const DiffSideWalk& a, const DiffSideWalk& b, std::int64_t apart) const;
+  void arriveApart(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally, std::int64_t apart);
 
  private:
   struct Place {
@@ -125,8 +129,13 @@ class PassSkip {
   };
   bool meet(DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b, const FlatPass& passB,
             DiffTally& tally);
+  static bool skip(Pair& pair, DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b,
+                   const FlatPass& passB, DiffTally& tally);
 
   std::vector<Pair> pairs_;
+  // The runs that stood apart last.
+  Pair runs_{};
+  std::int64_t apart_ = 0;
 };
 
 // What is compared, signal by signal in one order on both sides.

@@ -170,19 +170,26 @@ void PassSkip::arrive(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally) {
 
 bool PassSkip::meet(DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b, const FlatPass& passB,
                     DiffTally& tally) {
-  const auto place = [](const FlatPass& pass) { return Place{pass.serial, pass.number}; };
-  auto pair = std::ranges::find_if(pairs_, [&](const Pair& known) {
+  const auto pair = std::ranges::find_if(pairs_, [&](const Pair& known) {
     return known.a.serial == passA.serial && known.b.serial == passB.serial;
   });
-  if (pair == pairs_.end()) {
-    pairs_.push_back({place(passA), place(passB), tally.count});
-    return false;
-  }
-  const std::uint64_t countA = passA.number - pair->a.number;
-  const std::uint64_t countB = passB.number - pair->b.number;
-  const std::uint64_t differences = tally.count - pair->differences;
-  const bool again = countA == pair->passesA && countB == pair->passesB;
-  *pair = {place(passA), place(passB), tally.count, countA, countB};
+  if (pair != pairs_.end()) return skip(*pair, a, passA, b, passB, tally);
+  pairs_.push_back({{passA.serial, passA.number}, {passB.serial, passB.number}, tally.count});
+  return false;
+}
+
+// False where the passes haven't met in a steady rhythm so far.
+bool PassSkip::skip(Pair& pair, DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b,
+                    const FlatPass& passB, DiffTally& tally) {
+  const std::uint64_t countA = passA.number - pair.a.number;
+  const std::uint64_t countB = passB.number - pair.b.number;
+  const std::uint64_t differences = tally.count - pair.differences;
+  const bool again = countA == pair.passesA && countB == pair.passesB;
+  pair.a.number = passA.number;
+  pair.b.number = passB.number;
+  pair.differences = tally.count;
+  pair.passesA = countA;
+  pair.passesB = countB;
   if (!again || countA == 0 || countB == 0) return false;
   const std::uint64_t times =
       std::min(passesWithin(a, passA) / countA, passesWithin(b, passB) / countB);
@@ -190,8 +197,27 @@ bool PassSkip::meet(DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b, con
   a.walk().skipPasses(passA.serial, times * countA);
   b.walk().skipPasses(passB.serial, times * countB);
   tally.count += differences * times;
-  pair->a.number += times * countA;
-  pair->b.number += times * countB;
-  pair->differences = tally.count;
+  pair.a.number += times * countA;
+  pair.b.number += times * countB;
+  pair.differences = tally.count;
   return true;
+}
+
+bool PassSkip::meetsApart(const DiffSideWalk& a, const DiffSideWalk& b, std::int64_t apart) const {
+  if (!a.walk().isLongRun() || !b.walk().isLongRun()) return false;
+  if (a.step().period == b.step().period) return false;
+  const bool known =
+      runs_.a.serial == a.walk().longRun().serial && runs_.b.serial == b.walk().longRun().serial;
+  return !known || apart == apart_;
+}
+
+void PassSkip::arriveApart(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally, std::int64_t apart) {
+  const FlatPass runA = a.walk().longRun();
+  const FlatPass runB = b.walk().longRun();
+  if (runs_.a.serial == runA.serial && runs_.b.serial == runB.serial) {
+    skip(runs_, a, runA, b, runB, tally);
+    return;
+  }
+  runs_ = {{runA.serial, runA.number}, {runB.serial, runB.number}, tally.count};
+  apart_ = apart;
 }

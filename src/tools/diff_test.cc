@@ -276,6 +276,20 @@ TEST_F(Diff, LongLoopsMeetInTheirOwnRhythms) {
   }
 }
 
+TEST_F(Diff, LongRunsOfDifferentCyclesAreNotWalked) {
+  options_.ignoreCycles = true;
+  head_ = signalLines() + plateLines(0, "30fS", "0pS D", "0pS X") +
+          plateLines(1, "20fS", "0pS D", "0pS X") + plateLines(2, "5fS", "0pS D", "0pS X") +
+          plateLines(3, "15fS", "0pS U", "0pS X") + plateLines(4, "0pS", "0pS D", "0pS X");
+  const std::string whole = "rows main\nrow \"tp0\" x2000000000\n";
+  EXPECT_THAT(diffRows(whole, "rows main\nrow \"tp1\" x3000000000\n"), IsEmpty());
+  // Out of step, and with one difference at the end.
+  EXPECT_THAT(diffRows(whole, "rows main\nrow \"tp2\"\nrow \"tp1\" x2999999999\nrow \"tp3\"\n"),
+              ElementsAre(HasSubstr("force low / force low to force high")));
+  EXPECT_THAT(diffRows(whole, "rows main\nrow \"tp4\" x4000000000\nrow \"tp0\" x2000000000\n"),
+              IsEmpty());
+}
+
 // --- Previous states -----------------------------------------------------------------
 
 TEST_F(Diff, PreviousStatesGoByTheMode) {

@@ -92,6 +92,7 @@ class WaveDiff {
  private:
   bool ready(std::size_t side) { return sides_[side]->ready(); }
   void together();
+  void apart();
   void upToEnd(std::size_t side);
   bool steady() const;
   void skipSteady();
@@ -136,7 +137,7 @@ bool WaveDiff::run() {
     } else if (steady()) {
       skipSteady();
     } else {
-      cycle(sides_[0]->time() < sides_[1]->time() ? 0 : 1);
+      apart();
     }
     moreA = ready(0);
     moreB = ready(1);
@@ -175,6 +176,21 @@ void WaveDiff::together() {
     cycle(0);
     cycle(1);
   }
+}
+
+// The sides begin cycles at different times.
+void WaveDiff::apart() {
+  DiffSideWalk& a = *sides_[0];
+  DiffSideWalk& b = *sides_[1];
+  const std::int64_t apart = a.time() - b.time();
+  if (skip_.meetsApart(a, b, apart)) {
+    const std::int64_t from = std::min(a.time(), b.time());
+    catchUpAll(from);
+    skip_.arriveApart(a, b, tally_, apart);
+    const std::int64_t skipped = std::min(a.time(), b.time()) - from;
+    if (skipped > 0) moveOn(from, skipped);
+  }
+  cycle(apart < 0 ? 0 : 1);
 }
 
 // Whether both sides are in long runs of cycles of one length, less than one apart.
@@ -220,7 +236,8 @@ void WaveDiff::cycle(std::size_t side) {
   if (!walk.isSpacer()) {
     events(side, {walk.step().pattern, walk.step().rowNumber, walk.cycle()});
   }
-  walk.take(1);
+  // Cycles without length say the same again at the same time.
+  walk.take(walk.step().period > 0 ? 1 : walk.step().count);
 }
 
 void WaveDiff::events(std::size_t side, const RowPlace& place) {
