@@ -5,6 +5,7 @@
 // if the level is another one than before. Changes wait for their partner of the other
 // side. The side that is behind walks on, so they wait no longer than a cycle.
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 
@@ -201,7 +202,8 @@ bool WaveDiff::steady() const {
          std::min(a->left(), b->left()) > kSteadyCycles;
 }
 
-// Some cycles of the runs are compared, the others differ as the last of these does.
+// Some cycles of the runs are compared, all others but the last differ as the last of
+// these does.
 void WaveDiff::skipSteady() {
   const std::size_t behind = sides_[0]->time() <= sides_[1]->time() ? 0 : 1;
   const std::int64_t from = sides_[behind]->time();
@@ -212,7 +214,8 @@ void WaveDiff::skipSteady() {
     cycle(1 - behind);
     catchUpAll(sides_[behind]->time());
   }
-  const std::uint64_t rest = std::min(sides_[0]->left(), sides_[1]->left());
+  // The end of a stretch may cut the last one.
+  const std::uint64_t rest = std::min(sides_[0]->left(), sides_[1]->left()) - 1;
   tally_.count += (tally_.count - before) * rest;
   moveOn(from, sides_[0]->step().period * static_cast<std::int64_t>(rest));
   for (DiffSideWalk* side : sides_) side->take(rest);
@@ -424,8 +427,10 @@ void WaveDiff::tell(std::size_t side, std::size_t index, const Change& change, c
   tally_.tell(found);
 }
 
+// What one side does behind the end of the other is told by the length.
 void WaveDiff::end() {
-  catchUpAll(std::numeric_limits<std::int64_t>::max());
+  const auto [shorter, longer] = std::minmax({sides_[0]->time(), sides_[1]->time()});
+  catchUpAll(shorter < longer ? shorter : std::numeric_limits<std::int64_t>::max());
   Difference found;
   found.what = "length";
   const auto tellSide = [](DiffSideWalk& side, DiffSide& told) {
