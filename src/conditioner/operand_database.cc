@@ -18,7 +18,6 @@ int open(std::string_view function, const std::string& path, bool writable, bool
 // What can't be written is told before the run ends.
 [[noreturn]] void failClosing(std::string_view function, int message, const std::string& path) {
   PBerrPush(PBconditionerError, message, function, path);
-  PBflushErrors();
   assertFail(__FILE__, __LINE__);
 }
 

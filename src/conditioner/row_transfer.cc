@@ -117,7 +117,6 @@ void addProperties(PVBrow& destRow, int destDatabase, const PVBrow& srcRow, int 
   requireList(destRow, destDatabase);
   if (PVBpropListAppend(destDatabase, destRow.tag, srcDatabase, srcRow.tag, PropKinds::reversed) !=
       0) {
-    PBflushErrors();
     assertFail(__FILE__, __LINE__);
   }
 }

@@ -42,6 +42,7 @@ AssertHook printFailedCheck = nullptr;
 void endFailedCheck(const char* file, int line) {
   // Closing may fail a check of its own.
   PBassertFail = printFailedCheck;
+  PBflushErrors();
   printFailedCheck(file, line);
   closeDatabasesUnsaved();
 }

@@ -32,8 +32,8 @@ extern Run run;
 // that fails ends the process through fatalExit.
 int runOperations();
 
-// From now on a failed check too closes the open databases, unsaved, before the process
-// ends, so that no private copies of them stay behind.
+// From now on a failed check tells what was posted before, and closes the open databases,
+// unsaved, before the process ends, so that no private copies of them stay behind.
 void closeDatabasesAfterFailedCheck();
 
 // The end after a failure: prints both error stacks, closes what is open, exits

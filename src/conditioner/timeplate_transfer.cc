@@ -9,6 +9,7 @@
 #include "conditioner/messages.h"
 #include "conditioner/run.h"
 #include "conditioner/timeplate_transfer_internal.h"
+#include "pvb/database.h"
 #include "pvb/timeplate_match.h"
 
 namespace {
@@ -121,8 +122,14 @@ PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate)
     return nullptr;
   }
   if (plate->name) plate->name = PVBtimePlateFreeName(database, *plate->name);
+  const std::string name = plate->name.value_or("");
   const PVBid id = PVBtimePlateInsert(database, std::move(plate));
-  if (id < 0) assertFail(__FILE__, __LINE__);
+  if (id < 0) {
+    errno = 0;
+    PBerrPush(PBconditionerError, kFunctionAndText, "insertTimePlate",
+              "no room for timeplate (" + name + ") in PVB (" + PVBpath(database) + ")");
+    assertFail(__FILE__, __LINE__);
+  }
   return PVBtimePlateInqByID(database, id);
 }
 

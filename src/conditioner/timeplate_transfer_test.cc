@@ -142,6 +142,10 @@ TEST_F(TimePlateTransfer, BidirectionalSignalsGetASlotForEachOfTheSource) {
   // A slot that says no direction stands for all of them.
   EXPECT_THAT(mapped({in, out, {kUndefinedDirection, {3}, "?"}}),
               ElementsAre(Slot{BIDIR, {1}, "?"}, destIn, destOut));
+  // Beside one that does, rows tell the two apart by it.
+  EXPECT_THAT(
+      mapped({in, {kUndefinedDirection, {1}, "N"}, out, {BIDIR, {3}, "?"}}),
+      ElementsAre(Slot{BIDIR, {1}, "?"}, destIn, Slot{kUndefinedDirection, {2}, "N"}, destOut));
 }
 
 TEST_F(TimePlateTransfer, SlotsOfOneDirectionKeepTheSelectorsThatChooseAmongThem) {

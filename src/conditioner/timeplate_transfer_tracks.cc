@@ -123,15 +123,18 @@ std::int32_t destinationSlot(const PVBtimePlate& plate, PVBid signal, int direct
 }
 
 // Adds the waves of a signal. One that is only input or only output takes those of its
-// direction.
+// direction; beside others a slot without a direction stays so, because rows choose among
+// several slots by their directions.
 void addWaves(std::vector<Wave>& waves, std::span<const SourceSlot> slots, int direction) {
   const bool oneWay = direction == INPUT || direction == OUTPUT;
+  const auto isTaken = [&](const SourceSlot& slot) {
+    return !oneWay || slot.undefined || slot.direction == direction;
+  };
+  const bool several = std::ranges::count_if(slots, isTaken) > 1;
   for (const SourceSlot& slot : slots) {
-    if (!oneWay) {
-      waves.push_back({slot.direction, slot.slot});
-    } else if (slot.undefined || slot.direction == direction) {
-      waves.push_back({direction, slot.slot});
-    }
+    if (!isTaken(slot)) continue;
+    const int undefined = several ? kUndefinedDirection : direction;
+    waves.push_back({oneWay && slot.undefined ? undefined : slot.direction, slot.slot});
   }
 }
 

@@ -45,7 +45,7 @@ bool CycleDiff::run() {
   bool moreA = a_.ready();
   bool moreB = b_.ready();
   while (moreA && moreB) {
-    skip_.arrive(a_, b_, tally_);
+    if (PassSkip::meets(a_, b_)) skip_.arrive(a_, b_, tally_);
     steps();
     moreA = a_.ready();
     moreB = b_.ready();

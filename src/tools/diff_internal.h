@@ -27,6 +27,7 @@ class DiffSideWalk {
   void take(std::uint64_t cycles) { walk_.take(cycles); }
 
   FlatWalk& walk() { return walk_; }
+  const FlatWalk& walk() const { return walk_; }
   Meaning& meaning() { return meaning_; }
   const DiffStretch& stretch() const { return stretch_; }
   // From the beginning of the stretch; at its end the length.
@@ -58,22 +59,30 @@ class DiffSideWalk {
   std::uint64_t firstCycle_ = 0;
 };
 
-// Whether both sides stand at rows of the same bytes under plates that mean the same to
-// all signals: then the events are the same where the signals were left alike.
+// Whether both sides are known to stand at rows of the same bytes under plates that mean
+// the same to all signals: then the events are the same where the signals were left alike.
+// Plates are compared when rows under both have been met often enough for it to pay.
 class EqualRows {
  public:
   EqualRows(DiffSideWalk& a, DiffSideWalk& b) : a_(a), b_(b), bytes_(a.meaning().usedBytes()) {}
   bool equal();
 
  private:
+  static constexpr int kRowsBefore = 16;
+  static constexpr std::size_t kMostPairs = std::size_t{1} << 20;
+  struct PlatePair {
+    int rows = 0;  // met, up to the comparison
+    bool same = false;
+  };
+
   bool samePlates(std::uint16_t a, std::uint16_t b);
 
   DiffSideWalk& a_;
   DiffSideWalk& b_;
   std::size_t bytes_;
-  std::unordered_map<std::uint32_t, bool> samePlates_;
+  std::unordered_map<std::uint32_t, PlatePair> pairs_;
   std::uint32_t lastPlates_ = 0;
-  bool lastSame_ = false;
+  const PlatePair* last_ = nullptr;  // of `pairs_`
 };
 
 // Counts differences and tells them; a difference of n cycles counts n.
@@ -91,13 +100,20 @@ class DiffTally {
   const DifferenceSink& told_;
 };
 
-// Passes of loops and calls that begin and end together on both sides: once two have
-// been compared, all others differ as the second one does, because nothing but the
-// pass itself decides how it leaves the signals.
+// Passes of loops, calls and long runs of cycles that meet again and again on both sides,
+// be it every second pass of one side and every third of the other: once two stretches
+// between meetings have been compared, all others differ as the second one does, because
+// nothing but the passes themselves decides how they leave the signals.
 class PassSkip {
  public:
+  // Whether both sides stand where passes begin.
+  static bool meets(const DiffSideWalk& a, const DiffSideWalk& b);
   // Both sides stand at the same place.
   void arrive(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally);
+  // The same for long runs of cycles of different lengths that stand apart in time: they
+  // meet again when they are as far apart as the first time.
+  bool meetsApart(const DiffSideWalk& a, const DiffSideWalk& b, std::int64_t apart) const;
+  void arriveApart(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally, std::int64_t apart);
 
  private:
   struct Place {
@@ -108,12 +124,18 @@ class PassSkip {
     Place a;
     Place b;
     std::uint64_t differences;
-    int whole = 0;  // passes compared
+    std::uint64_t passesA = 0;  // since the meeting before
+    std::uint64_t passesB = 0;
   };
   bool meet(DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b, const FlatPass& passB,
             DiffTally& tally);
+  static bool skip(Pair& pair, DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b,
+                   const FlatPass& passB, DiffTally& tally);
 
   std::vector<Pair> pairs_;
+  // The runs that stood apart last.
+  Pair runs_{};
+  std::int64_t apart_ = 0;
 };
 
 // What is compared, signal by signal in one order on both sides.

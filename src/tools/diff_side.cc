@@ -109,14 +109,15 @@ void DiffSideWalk::leaveAll() {
 
 bool EqualRows::samePlates(std::uint16_t a, std::uint16_t b) {
   const std::uint32_t key = static_cast<std::uint32_t>(a) << 16 | b;
-  if (!samePlates_.empty() && key == lastPlates_) return lastSame_;
-  const auto [place, isNew] = samePlates_.try_emplace(key, false);
-  if (isNew) {
-    place->second =
-        sameMeaning(a_.meaning(), a_.meaning().plate(a), b_.meaning(), b_.meaning().plate(b));
-  }
+  if (last_ != nullptr && key == lastPlates_ && last_->rows > kRowsBefore) return last_->same;
+  if (pairs_.size() >= kMostPairs) pairs_.clear();
+  PlatePair& pair = pairs_[key];
   lastPlates_ = key;
-  return lastSame_ = place->second;
+  last_ = &pair;
+  if (pair.rows > kRowsBefore) return pair.same;
+  if (++pair.rows <= kRowsBefore) return false;
+  return pair.same =
+             sameMeaning(a_.meaning(), a_.meaning().plate(a), b_.meaning(), b_.meaning().plate(b));
 }
 
 bool EqualRows::equal() {
@@ -128,15 +129,35 @@ bool EqualRows::equal() {
 
 // --- Passes --------------------------------------------------------------------------
 
+namespace {
+
+std::vector<FlatPass> allPasses(const FlatWalk& walk) {
+  std::vector<FlatPass> passes = walk.passes();
+  if (walk.isLongRun()) passes.push_back(walk.longRun());
+  return passes;
+}
+
+}  // namespace
+
+bool PassSkip::meets(const DiffSideWalk& a, const DiffSideWalk& b) {
+  const bool passA = a.walk().beginsPass();
+  const bool passB = b.walk().beginsPass();
+  if (!passA && !passB) {
+    // Runs of cycles of one length are nothing to meet again for.
+    return a.step().period != b.step().period && a.walk().isLongRun() && b.walk().isLongRun();
+  }
+  return (passA || a.walk().isLongRun()) && (passB || b.walk().isLongRun());
+}
+
 void PassSkip::arrive(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally) {
-  if (!a.walk().beginsPass() || !b.walk().beginsPass()) return;
-  const std::vector<FlatPass> passesA = a.walk().passes();
-  const std::vector<FlatPass> passesB = b.walk().passes();
-  const auto isOver = [&](const Pair& pair) {
-    return std::ranges::none_of(passesA,
-                                [&](const FlatPass& pass) { return pass.serial == pair.a.serial; });
+  const std::vector<FlatPass> passesA = allPasses(a.walk());
+  const std::vector<FlatPass> passesB = allPasses(b.walk());
+  const auto isIn = [](const std::vector<FlatPass>& passes, std::uint64_t serial) {
+    return std::ranges::find(passes, serial, &FlatPass::serial) != passes.end();
   };
-  std::erase_if(pairs_, isOver);
+  std::erase_if(pairs_, [&](const Pair& pair) {
+    return !isIn(passesA, pair.a.serial) || !isIn(passesB, pair.b.serial);
+  });
   for (const FlatPass& passA : passesA) {
     if (passA.firstCycle != a.walk().cycle()) continue;
     for (const FlatPass& passB : passesB) {
@@ -149,27 +170,54 @@ void PassSkip::arrive(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally) {
 
 bool PassSkip::meet(DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b, const FlatPass& passB,
                     DiffTally& tally) {
-  const auto place = [](const FlatPass& pass) { return Place{pass.serial, pass.number}; };
-  auto pair = std::ranges::find_if(pairs_, [&](const Pair& known) {
+  const auto pair = std::ranges::find_if(pairs_, [&](const Pair& known) {
     return known.a.serial == passA.serial && known.b.serial == passB.serial;
   });
-  if (pair == pairs_.end()) {
-    pairs_.push_back({place(passA), place(passB), tally.count});
-    return false;
-  }
-  const bool next = passA.number == pair->a.number + 1 && passB.number == pair->b.number + 1;
-  const std::uint64_t differences = tally.count - pair->differences;
-  const int whole = next ? pair->whole + 1 : 0;
-  *pair = {place(passA), place(passB), tally.count, whole};
-  if (whole < 2) return false;
-  const std::uint64_t passes = std::min(passesWithin(a, passA), passesWithin(b, passB));
-  if (passes == 0) return false;
-  a.walk().skipPasses(passA.serial, passes);
-  b.walk().skipPasses(passB.serial, passes);
-  tally.count += differences * passes;
-  *pair = {{passA.serial, passA.number + passes},
-           {passB.serial, passB.number + passes},
-           tally.count,
-           whole};
+  if (pair != pairs_.end()) return skip(*pair, a, passA, b, passB, tally);
+  pairs_.push_back({{passA.serial, passA.number}, {passB.serial, passB.number}, tally.count});
+  return false;
+}
+
+// False where the passes haven't met in a steady rhythm so far.
+bool PassSkip::skip(Pair& pair, DiffSideWalk& a, const FlatPass& passA, DiffSideWalk& b,
+                    const FlatPass& passB, DiffTally& tally) {
+  const std::uint64_t countA = passA.number - pair.a.number;
+  const std::uint64_t countB = passB.number - pair.b.number;
+  const std::uint64_t differences = tally.count - pair.differences;
+  const bool again = countA == pair.passesA && countB == pair.passesB;
+  pair.a.number = passA.number;
+  pair.b.number = passB.number;
+  pair.differences = tally.count;
+  pair.passesA = countA;
+  pair.passesB = countB;
+  if (!again || countA == 0 || countB == 0) return false;
+  const std::uint64_t times =
+      std::min(passesWithin(a, passA) / countA, passesWithin(b, passB) / countB);
+  if (times == 0) return false;
+  a.walk().skipPasses(passA.serial, times * countA);
+  b.walk().skipPasses(passB.serial, times * countB);
+  tally.count += differences * times;
+  pair.a.number += times * countA;
+  pair.b.number += times * countB;
+  pair.differences = tally.count;
   return true;
+}
+
+bool PassSkip::meetsApart(const DiffSideWalk& a, const DiffSideWalk& b, std::int64_t apart) const {
+  if (!a.walk().isLongRun() || !b.walk().isLongRun()) return false;
+  if (a.step().period == b.step().period) return false;
+  const bool known =
+      runs_.a.serial == a.walk().longRun().serial && runs_.b.serial == b.walk().longRun().serial;
+  return !known || apart == apart_;
+}
+
+void PassSkip::arriveApart(DiffSideWalk& a, DiffSideWalk& b, DiffTally& tally, std::int64_t apart) {
+  const FlatPass runA = a.walk().longRun();
+  const FlatPass runB = b.walk().longRun();
+  if (runs_.a.serial == runA.serial && runs_.b.serial == runB.serial) {
+    skip(runs_, a, runA, b, runB, tally);
+    return;
+  }
+  runs_ = {{runA.serial, runA.number}, {runB.serial, runB.number}, tally.count};
+  apart_ = apart;
 }

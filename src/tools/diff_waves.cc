@@ -5,6 +5,7 @@
 // if the level is another one than before. Changes wait for their partner of the other
 // side. The side that is behind walks on, so they wait no longer than a cycle.
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 
@@ -92,6 +93,7 @@ class WaveDiff {
  private:
   bool ready(std::size_t side) { return sides_[side]->ready(); }
   void together();
+  void apart();
   void upToEnd(std::size_t side);
   bool steady() const;
   void skipSteady();
@@ -136,7 +138,7 @@ bool WaveDiff::run() {
     } else if (steady()) {
       skipSteady();
     } else {
-      cycle(sides_[0]->time() < sides_[1]->time() ? 0 : 1);
+      apart();
     }
     moreA = ready(0);
     moreB = ready(1);
@@ -160,7 +162,7 @@ void WaveDiff::upToEnd(std::size_t side) {
 void WaveDiff::together() {
   DiffSideWalk& a = *sides_[0];
   DiffSideWalk& b = *sides_[1];
-  if (a.walk().beginsPass() && b.walk().beginsPass()) {
+  if (PassSkip::meets(a, b)) {
     catchUpAll(a.time());
     skip_.arrive(a, b, tally_);
   }
@@ -177,6 +179,21 @@ void WaveDiff::together() {
   }
 }
 
+// The sides begin cycles at different times.
+void WaveDiff::apart() {
+  DiffSideWalk& a = *sides_[0];
+  DiffSideWalk& b = *sides_[1];
+  const std::int64_t apart = a.time() - b.time();
+  if (skip_.meetsApart(a, b, apart)) {
+    const std::int64_t from = std::min(a.time(), b.time());
+    catchUpAll(from);
+    skip_.arriveApart(a, b, tally_, apart);
+    const std::int64_t skipped = std::min(a.time(), b.time()) - from;
+    if (skipped > 0) moveOn(from, skipped);
+  }
+  cycle(apart < 0 ? 0 : 1);
+}
+
 // Whether both sides are in long runs of cycles of one length, less than one apart.
 bool WaveDiff::steady() const {
   const auto& [a, b] = sides_;
@@ -185,7 +202,8 @@ bool WaveDiff::steady() const {
          std::min(a->left(), b->left()) > kSteadyCycles;
 }
 
-// Some cycles of the runs are compared, the others differ as the last of these does.
+// Some cycles of the runs are compared, all others but the last differ as the last of
+// these does.
 void WaveDiff::skipSteady() {
   const std::size_t behind = sides_[0]->time() <= sides_[1]->time() ? 0 : 1;
   const std::int64_t from = sides_[behind]->time();
@@ -196,7 +214,8 @@ void WaveDiff::skipSteady() {
     cycle(1 - behind);
     catchUpAll(sides_[behind]->time());
   }
-  const std::uint64_t rest = std::min(sides_[0]->left(), sides_[1]->left());
+  // The end of a stretch may cut the last one.
+  const std::uint64_t rest = std::min(sides_[0]->left(), sides_[1]->left()) - 1;
   tally_.count += (tally_.count - before) * rest;
   moveOn(from, sides_[0]->step().period * static_cast<std::int64_t>(rest));
   for (DiffSideWalk* side : sides_) side->take(rest);
@@ -220,7 +239,8 @@ void WaveDiff::cycle(std::size_t side) {
   if (!walk.isSpacer()) {
     events(side, {walk.step().pattern, walk.step().rowNumber, walk.cycle()});
   }
-  walk.take(1);
+  // Cycles without length say the same again at the same time.
+  walk.take(walk.step().period > 0 ? 1 : walk.step().count);
 }
 
 void WaveDiff::events(std::size_t side, const RowPlace& place) {
@@ -407,8 +427,10 @@ void WaveDiff::tell(std::size_t side, std::size_t index, const Change& change, c
   tally_.tell(found);
 }
 
+// What one side does behind the end of the other is told by the length.
 void WaveDiff::end() {
-  catchUpAll(std::numeric_limits<std::int64_t>::max());
+  const auto [shorter, longer] = std::minmax({sides_[0]->time(), sides_[1]->time()});
+  catchUpAll(shorter < longer ? shorter : std::numeric_limits<std::int64_t>::max());
   Difference found;
   found.what = "length";
   const auto tellSide = [](DiffSideWalk& side, DiffSide& told) {

@@ -229,6 +229,7 @@ bool FlatWalk::enterRow(std::uint32_t id, std::uint32_t rowNumber, std::uint64_t
 }
 
 bool FlatWalk::begin(const PVBrow& row, std::uint32_t rowNumber, std::uint64_t count) {
+  rowSerial_ = ++serial_;
   step_.row = &row;
   step_.pattern = frames_.back().pattern;
   step_.rowNumber = rowNumber;
@@ -285,9 +286,17 @@ std::vector<FlatPass> FlatWalk::passes() const {
   return passes;
 }
 
+FlatPass FlatWalk::longRun() const {
+  return {rowSerial_, step_.cycle, step_.count - 1, step_.cycle, step_.start, 1, step_.period};
+}
+
 bool FlatWalk::tooLong() { return fail("the pattern is longer than a time can be"); }
 
 void FlatWalk::skipPasses(std::uint64_t serial, std::uint64_t passes) {
+  if (serial == rowSerial_) {
+    take(passes);
+    return;
+  }
   const auto found = std::ranges::find_if(
       frames_, [serial](const Frame& frame) { return frame.pass.serial == serial; });
   if (found == frames_.end()) return;

@@ -34,10 +34,11 @@ struct FlatStep {
   std::int64_t period = 0;  // of each
 };
 
-// A pass of a loop or call that has several of them.
+// A pass of a loop or call that has several of them, or a cycle of a long run of equal
+// ones.
 struct FlatPass {
-  std::uint64_t serial;      // its own for each time that a loop or call is entered
-  std::uint64_t number;      // of the pass, from 0
+  std::uint64_t serial;      // its own for each time that a loop, call or row is entered
+  std::uint64_t number;      // of the pass, counted on by 1
   std::uint64_t left;        // passes behind this one
   std::uint64_t firstCycle;  // where this pass began
   std::int64_t start;
@@ -66,6 +67,9 @@ class FlatWalk {
   std::vector<FlatPass> passes() const;
   // Whether a pass of one of them begins here.
   bool beginsPass() const;
+  // Whether many equal cycles are left of the step, and these as passes of one cycle.
+  bool isLongRun() const { return step_.count >= kLongRun; }
+  FlatPass longRun() const;
   // At the first step of a pass of `serial`, but not of its first: leaves out passes, at
   // most those that are left. The walk then stands at the same step of a later pass.
   void skipPasses(std::uint64_t serial, std::uint64_t passes);
@@ -94,13 +98,16 @@ class FlatWalk {
   bool beginScan(std::uint64_t count);
   bool scanCycles();
 
+  static constexpr std::uint64_t kLongRun = 64;
+
   int database_;
   int nodes_ = -1;
   std::string failure_;
   std::vector<bool> hasCycles_;  // by subroutine
   std::vector<Frame> frames_;
   std::size_t repeated_ = 0;  // of the frames
-  std::uint64_t serial_ = 0;
+  std::uint64_t serial_ = 0;  // the last one given
+  std::uint64_t rowSerial_ = 0;
   FlatStep step_;
   RowHandle row_;
 

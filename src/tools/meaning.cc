@@ -15,8 +15,9 @@ namespace {
 
 // Beside the modes of PMode.
 constexpr std::int32_t kLiteralMode = -1;
-// Pointers from signals to tables that are kept; above that all are made anew.
-constexpr std::size_t kTablesKept = std::size_t{1} << 23;
+// What is kept of timeplates; above that all is made anew.
+constexpr std::size_t kMostBytesKept = std::size_t{1} << 28;
+constexpr std::size_t kTableBytes = sizeof(SlotTable) + 128;  // with its place in a map
 constexpr std::size_t kShownEvents = 12;
 
 // --- Data ----------------------------------------------------------------------------
@@ -99,8 +100,17 @@ bool holdsPrevious(int database) {
 }
 
 void sortByTime(std::vector<MeaningEvent>& events) {
-  std::stable_sort(events.begin(), events.end(),
-                   [](const MeaningEvent& a, const MeaningEvent& b) { return a.time < b.time; });
+  std::ranges::stable_sort(events, {}, &MeaningEvent::time);
+}
+
+// At one time what is driven comes before what is expected: which of them was said first
+// makes no difference.
+void sortByKind(std::vector<MeaningEvent>& events) {
+  const auto key = [](const MeaningEvent& event) {
+    const int direction = PVBstateDirection(event.state);
+    return std::pair(event.time, direction < 0 ? kUndefinedDirection : direction);
+  };
+  std::ranges::stable_sort(events, {}, key);
 }
 
 }  // namespace
@@ -185,16 +195,16 @@ void Meaning::addPart(const PVBsignal& signal, DataColumns own) {
 PlateMeaning& Meaning::plate(std::uint16_t id) {
   std::unique_ptr<PlateMeaning>& place = plates_[std::min<std::size_t>(id, plates_.size() - 1)];
   if (place != nullptr) return *place;
-  if (tablesKept_ > kTablesKept) {
+  if (bytesKept_ > kMostBytesKept) {
     for (auto& plate : plates_) plate.reset();
-    tablesKept_ = 0;
+    bytesKept_ = 0;
   }
   place = std::make_unique<PlateMeaning>();
   const auto& plates = PVBget(database_)->timePlates->plates;
   if (id < plates.size()) place->plate = plates[id].get();
   place->parts.reserve(parts_.size());
   for (const Part& part : parts_) place->parts.push_back(table(*place, part, kNoSelector));
-  tablesKept_ += parts_.size();
+  bytesKept_ += sizeof(PlateMeaning) + parts_.size() * sizeof(SlotTable*);
   return *place;
 }
 
@@ -205,9 +215,10 @@ SlotTable* Meaning::table(PlateMeaning& plate, const Part& part, char selector) 
   fresh.hasOut = part.out >= 0;
   std::array<std::int32_t, 10> key{};
   for (std::size_t data = 0; data < 4; ++data) {
-    if (plate.plate != nullptr) {
-      fresh.tracks[data] =
-          PVBfindTracks(*part.signal, *plate.plate, selector, (data & 1) != 0, (data & 2) != 0);
+    const bool in = (data & 1) != 0;
+    const bool out = (data & 2) != 0;
+    if (plate.plate != nullptr && (fresh.hasIn || !in) && (fresh.hasOut || !out)) {
+      fresh.tracks[data] = PVBfindTracks(*part.signal, *plate.plate, selector, in, out);
     }
     key[2 * data] = fresh.tracks[data].slot[0];
     key[2 * data + 1] = fresh.tracks[data].slot[1];
@@ -216,15 +227,14 @@ SlotTable* Meaning::table(PlateMeaning& plate, const Part& part, char selector) 
   key[9] = fresh.hasOut;
   std::unique_ptr<SlotTable>& place = plate.tables[key];
   if (place == nullptr) {
-    fresh.ids.fill(kNotWorkedOut);
-    place = std::make_unique<SlotTable>(fresh);
+    fresh.ids.assign(fresh.places(), kNotWorkedOut);
+    bytesKept_ += kTableBytes + fresh.ids.size() * sizeof(EventListId);
+    place = std::make_unique<SlotTable>(std::move(fresh));
   }
   return place.get();
 }
 
-EventListId Meaning::fill(const PlateMeaning& plate, SlotTable& table, unsigned code) {
-  const unsigned in = code & 15;
-  const unsigned out = code >> 4;
+EventListId Meaning::fill(const PlateMeaning& plate, SlotTable& table, unsigned in, unsigned out) {
   const RowTracks& tracks = table.tracks[(in != 0 ? 1U : 0U) | (out != 0 ? 2U : 0U)];
   const unsigned driven = table.hasIn ? in : out;
   const unsigned expected = table.hasOut ? out : in;
@@ -247,7 +257,8 @@ EventListId Meaning::fill(const PlateMeaning& plate, SlotTable& table, unsigned 
     if (out != 0) events.push_back({kOutData, 1, kStateCharacters[out]});
   }
   if (pMode_ != kLiteralMode) settle(events, driven == kCodeHighZ);
-  return table.ids[code] = store_.intern(std::move(events));
+  sortByKind(events);
+  return table.ids[table.place(in, out)] = store_.intern(std::move(events));
 }
 
 // Replaces each `P` that the row itself decides.
@@ -280,13 +291,14 @@ EventListId Meaning::partEvents(PlateMeaning& plate, const PVBrow& row, std::siz
                ? 0U
                : static_cast<unsigned>(rowCode(row.states(), static_cast<std::uint32_t>(column)));
   };
-  const unsigned both = code(part.in) | code(part.out) << 4;
+  const unsigned in = code(part.in);
+  const unsigned out = code(part.out);
   SlotTable* slots = plate.parts[index];
   if (part.selects) {
     slots = table(plate, part, PVBrowSelector(database_, *part.signal, row));
   }
-  const EventListId id = slots->ids[both];
-  return id != kNotWorkedOut ? id : fill(plate, *slots, both);
+  const EventListId id = slots->ids[slots->place(in, out)];
+  return id != kNotWorkedOut ? id : fill(plate, *slots, in, out);
 }
 
 EventListId Meaning::events(PlateMeaning& plate, const PVBrow& row, std::size_t signal) {
@@ -308,7 +320,7 @@ EventListId Meaning::merge(EventListId a, EventListId b) {
   // Plain data count only where no part has a slot.
   const auto timed = [](const MeaningEvent& event) { return event.time >= 0; };
   if (std::ranges::any_of(events, timed)) std::erase_if(events, std::not_fn(timed));
-  sortByTime(events);
+  sortByKind(events);
   return place->second = store_.intern(std::move(events));
 }
 
@@ -342,12 +354,13 @@ const ListEffect& Meaning::workOut(EventListId id) {
 bool Meaning::sameTables(const PlateMeaning& plate, SlotTable& mine, Meaning& other,
                          const PlateMeaning& otherPlate, SlotTable& its) {
   if (mine.hasIn != its.hasIn || mine.hasOut != its.hasOut) return false;
-  for (unsigned code = 0; code < mine.ids.size(); ++code) {
-    if ((code & 15) != 0 && !mine.hasIn) continue;
-    if (code >> 4 != 0 && !mine.hasOut) break;
-    if (mine.ids[code] == kNotWorkedOut) fill(plate, mine, code);
-    if (its.ids[code] == kNotWorkedOut) other.fill(otherPlate, its, code);
-    if (mine.ids[code] != its.ids[code]) return false;
+  for (unsigned out = 0; out < (mine.hasOut ? kRowCodes : 1); ++out) {
+    for (unsigned in = 0; in < (mine.hasIn ? kRowCodes : 1); ++in) {
+      const std::size_t place = mine.place(in, out);
+      if (mine.ids[place] == kNotWorkedOut) fill(plate, mine, in, out);
+      if (its.ids[place] == kNotWorkedOut) other.fill(otherPlate, its, in, out);
+      if (mine.ids[place] != its.ids[place]) return false;
+    }
   }
   return true;
 }

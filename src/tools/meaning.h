@@ -77,12 +77,19 @@ struct ListEffect {
   std::array<EventListId, kPreviousStates> settled{};
 };
 
-// Events of the slots in force for each code of the data, input in the low half.
+inline constexpr unsigned kRowCodes = 16;
+// Events of the slots in force for each code of the data.
 struct SlotTable {
   std::array<RowTracks, 4> tracks;  // by which data there are: 1 input, 2 output
   bool hasIn = false;
   bool hasOut = false;
-  std::array<EventListId, 256> ids{};
+  std::vector<EventListId> ids;  // by place
+
+  std::size_t places() const {
+    return std::size_t{hasIn ? kRowCodes : 1U} * (hasOut ? kRowCodes : 1U);
+  }
+  // Of two codes; that of a column that isn't there is 0.
+  std::size_t place(unsigned in, unsigned out) const { return hasIn ? in + kRowCodes * out : out; }
 };
 inline constexpr EventListId kNotWorkedOut = 0xFFFFFFFF;
 
@@ -133,7 +140,7 @@ class Meaning {
 
   void addPart(const PVBsignal& signal, DataColumns own);
   SlotTable* table(PlateMeaning& plate, const Part& part, char selector);
-  EventListId fill(const PlateMeaning& plate, SlotTable& table, unsigned code);
+  EventListId fill(const PlateMeaning& plate, SlotTable& table, unsigned in, unsigned out);
   EventListId partEvents(PlateMeaning& plate, const PVBrow& row, std::size_t part);
   EventListId merge(EventListId a, EventListId b);
   void settle(std::vector<MeaningEvent>& events, bool dataHighZ) const;
@@ -149,7 +156,7 @@ class Meaning {
   std::vector<Part> parts_;
   std::vector<std::size_t> firstPart_;                 // by signal, and the end
   std::vector<std::unique_ptr<PlateMeaning>> plates_;  // the last one for rows without
-  std::size_t tablesKept_ = 0;
+  std::size_t bytesKept_ = 0;                          // of their tables, about
   std::vector<ListEffect> effects_;
   std::map<std::pair<EventListId, EventListId>, EventListId> merged_;
 };
