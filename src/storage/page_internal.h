@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/file_copy.h"
 #include "base/platform.h"
 #include "storage/page.h"
 #include "storage/page_free_index.h"
@@ -89,6 +90,8 @@ struct PageFile {
   bool packed = false;      // what the open one is
   bool headerDirty = false;
   bool onDisk = false;
+  bool borrowed = false;  // someone else's, open for reading until makeOwn
+  TempFile copy;          // what `path` names since then
   std::uint64_t stamp = nextStamp();
   std::vector<PlatformPtr<PageBuffer>> buffers;
   std::uint64_t walkSteps = 0;           // free blocks looked at to find places
@@ -107,6 +110,9 @@ std::unique_ptr<PageFile> makePageFile(const std::string& path, std::uint32_t bl
                                        int maxBuffers);
 // Opens or creates the file when it isn't open; 0 or -2 with a post.
 int ensureOpen(PageFile& file);
+// The same for who will write: a borrowed file is exchanged for a copy of it. A
+// failure leaves the file as it was.
+int makeOwn(PageFile& file);
 int flushFile(PageFile& file);
 // Posts a text that isn't about a call of the system; -2.
 int postPage(std::string_view function, std::string_view text);
