@@ -144,6 +144,7 @@ std::unique_ptr<PageFile> makePageFile(const std::string& path, std::uint32_t bl
   file->path = path;
   file->header.blockSize = std::max(blockSize, kMinBlockSize);
   file->maxBuffers = static_cast<std::uint32_t>(std::max(maxBuffers, 1));
+  file->inverse = inverseOf(file->maxBuffers);
   const std::size_t tableSize = file->maxBuffers * sizeof(PageBuffer*);
   file->hashTable.reset(static_cast<PageBuffer**>(platform().allocate(tableSize)));
   if (!file->hashTable) {

@@ -32,7 +32,7 @@ void addToLru(PageFile& file, PageBuffer& buffer, LruEnd end) {
 }
 
 PageBuffer*& chainOf(const PageFile& file, std::uint32_t block) {
-  return file.hashTable[block % file.maxBuffers];
+  return file.hashTable[bucketOf(file, block)];
 }
 
 void removeFromChain(PageFile& file, PageBuffer& buffer) {

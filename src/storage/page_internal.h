@@ -79,6 +79,7 @@ struct PageFile {
   PageHeader header;
   std::string path;
   std::uint32_t maxBuffers = 1;  // hash buckets, and the most blocks cached
+  std::uint64_t inverse = 0;     // of maxBuffers: see bucketOf
   PlatformPtr<PageBuffer*[]> hashTable;
   std::uint32_t numBuffers = 0;
   PageBuffer* lruHead = nullptr;    // released last
@@ -98,6 +99,18 @@ struct PageFile {
   std::unique_ptr<FreeIndex> freeIndex;  // made when walking has become too long
   PlatformPtr<unsigned char> scratch;    // a block on its way to the file
 };
+
+// The largest number of which maxBuffers times are below 2^64, plus 1.
+constexpr std::uint64_t inverseOf(std::uint32_t maxBuffers) {
+  return ~std::uint64_t{0} / maxBuffers + 1;
+}
+// `block` modulo maxBuffers without a division, which costs as much as all else that
+// finding a cached block does. The product's low half is the quotient's fraction in units
+// of 2^-64: exact for numbers of 32 bits.
+inline std::uint32_t bucketOf(const PageFile& file, std::uint32_t block) {
+  __extension__ using Wide = unsigned __int128;
+  return static_cast<std::uint32_t>(Wide{file.inverse * block} * file.maxBuffers >> 64);
+}
 
 // --- The table (page.cc) -------------------------------------------------------------
 
