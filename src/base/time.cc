@@ -59,20 +59,6 @@ TIME PBsecondsToTIME(double seconds) {
 
 // --- Arithmetic ----------------------------------------------------------------------
 
-TIME PBaddTIME(TIME a, TIME b) {
-  const std::int64_t minor = std::int64_t{a.minor} + b.minor;
-  const std::int64_t carry = minor >= kFemtosecondsPerMajor ? 1 : 0;
-  return {static_cast<std::int32_t>(std::int64_t{a.major} + b.major + carry),
-          static_cast<std::int32_t>(minor - carry * kFemtosecondsPerMajor)};
-}
-
-TIME PBsubTIME(TIME a, TIME b) {
-  const std::int64_t minor = std::int64_t{a.minor} - b.minor;
-  const std::int64_t borrow = minor < 0 ? 1 : 0;
-  return {static_cast<std::int32_t>(std::int64_t{a.major} - b.major - borrow),
-          static_cast<std::int32_t>(minor + borrow * kFemtosecondsPerMajor)};
-}
-
 TIME PBmulTIME(TIME a, TIME b) {
   const __int128 product = static_cast<__int128>(toFemtoseconds(a)) * toFemtoseconds(b);
   return fromFemtoseconds(static_cast<std::int64_t>(product % kEndOfTime));
@@ -108,10 +94,6 @@ int PBpercentTIME(TIME a, TIME b) {
   if (a >= b || b <= TIME_ZERO) return 100;
   return static_cast<int>(PBtimeToDouble(a) * 100.0 / PBtimeToDouble(b) + 0.5);
 }
-
-bool PBeqTIME(TIME a, TIME b) { return a == b; }
-
-int PBcmpTIME(TIME a, TIME b) { return a < b ? -1 : a > b ? 1 : 0; }
 
 TIME PBfsToPsTIME(TIME a) { return divideRoundingUpFrom(a, 1000, 500); }
 TIME PBpsToFsTIME(TIME a) { return PBmulTIME(a, fromFemtoseconds(1000)); }

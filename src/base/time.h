@@ -22,6 +22,7 @@ struct TIME {
   friend auto operator<=>(const TIME&, const TIME&) = default;
 };
 
+inline constexpr std::int64_t kFemtosecondsPerMajor = 1000000000;
 inline constexpr TIME TIME_ZERO = {0, 0};
 // The largest value; also the end of all data and the result of dividing by zero.
 inline constexpr TIME TIME_MAX = {999999999, 999999999};
@@ -81,8 +82,19 @@ TIME PBsecondsToTIME(double seconds);
 
 // --- Arithmetic ----------------------------------------------------------------------
 
-TIME PBaddTIME(TIME a, TIME b);
-TIME PBsubTIME(TIME a, TIME b);
+// Inline, as are the comparisons: several for each row of a walk.
+inline TIME PBaddTIME(TIME a, TIME b) {
+  const std::int64_t minor = std::int64_t{a.minor} + b.minor;
+  const std::int64_t carry = minor >= kFemtosecondsPerMajor ? 1 : 0;
+  return {static_cast<std::int32_t>(std::int64_t{a.major} + b.major + carry),
+          static_cast<std::int32_t>(minor - carry * kFemtosecondsPerMajor)};
+}
+inline TIME PBsubTIME(TIME a, TIME b) {
+  const std::int64_t minor = std::int64_t{a.minor} - b.minor;
+  const std::int64_t borrow = minor < 0 ? 1 : 0;
+  return {static_cast<std::int32_t>(std::int64_t{a.major} - b.major - borrow),
+          static_cast<std::int32_t>(minor + borrow * kFemtosecondsPerMajor)};
+}
 // The low 18 digits of the product of the femtoseconds; `n` times a time is
 // PBmulTIME(time, PBlongToTIME(n)).
 TIME PBmulTIME(TIME a, TIME b);
@@ -94,8 +106,9 @@ TIME PBdivModTIME(TIME a, TIME b, TIME& remainder);
 TIME PBgcdTIME(TIME a, TIME b);
 // `a` in percent of `b`, 0 to 100.
 int PBpercentTIME(TIME a, TIME b);
-bool PBeqTIME(TIME a, TIME b);
-int PBcmpTIME(TIME a, TIME b);  // -1, 0, 1
+inline bool PBeqTIME(TIME a, TIME b) { return a == b; }
+// -1, 0, 1
+inline int PBcmpTIME(TIME a, TIME b) { return a < b ? -1 : a > b ? 1 : 0; }
 
 TIME PBfsToPsTIME(TIME a);
 TIME PBpsToFsTIME(TIME a);

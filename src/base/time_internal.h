@@ -4,8 +4,6 @@
 
 #include "base/time.h"
 
-inline constexpr std::int64_t kFemtosecondsPerMajor = 1000000000;
-
 // Brings `minor` into its range also for a negative value; a `major` beyond 32
 // bits wraps.
 constexpr TIME fromFemtoseconds(std::int64_t femtoseconds) {

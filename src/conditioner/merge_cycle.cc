@@ -178,7 +178,11 @@ class CycleMerge {
   PVBid findOrGenerate(TIME duration) {
     if (!side1_.isKnown() || !side2_.isKnown()) return generate(duration);
     const PairKey key = {side1_.row.plate->id, side2_.row.plate->id, side1_.offset, side2_.offset};
-    if (const auto found = plates_.find(key); found != plates_.end()) return found->second;
+    if (last_.second != UNDEF && last_.first == key) return last_.second;
+    if (const auto found = plates_.find(key); found != plates_.end()) {
+      last_ = *found;
+      return found->second;
+    }
     const PVBid plate = generate(duration);
     if (plates_.size() >= kMaxPairs) plates_.clear();
     if (plate != UNDEF) plates_.emplace(key, plate);
@@ -217,6 +221,7 @@ class CycleMerge {
   std::unique_ptr<PVBtimePlate> base_;
   std::pair<ScalarPairs, ScalarPairs> pairs_;
   PairTable plates_;
+  std::pair<PairKey, PVBid> last_ = {{}, UNDEF};  // looked up in `plates_`
   TIME now_;
 };
 

@@ -11,16 +11,13 @@
 #include "base/text.h"
 #include "pvb/database_internal.h"
 
-namespace {
-
 // Every slot of the process; PVBopen takes the first free one, PVBclose frees it.
 // Never destroyed: a run that ends without closing must not write.
-std::array<PVBdatabase, MAXPVB>& slots() {
-  using Table = std::array<PVBdatabase, MAXPVB>;
-  static Table& table = *std::make_unique<Table>().release();
-  return table;
-}
-PVBdatabase& slotAt(int database) { return slots()[static_cast<std::size_t>(database)]; }
+PVBdatabase* const PVBslots = std::make_unique<PVBdatabase[]>(MAXPVB).release();
+
+namespace {
+
+PVBdatabase& slotAt(int database) { return PVBslots[database]; }
 
 // Chosen by MVK_PVB_CACHES at each open; an unknown text leaves it as it is.
 CachePolicy cachePolicy = CachePolicy::automatic;
@@ -130,20 +127,6 @@ int openAny(const std::string& path, bool writable, int rowWidth, int numBuffers
 }  // namespace
 
 // --- Slots ---------------------------------------------------------------------------
-
-PVBdatabase* PVBget(int database) {
-  if (database < 0 || database >= MAXPVB) return nullptr;
-  PVBdatabase& slot = slotAt(database);
-  return slot.inUse ? &slot : nullptr;
-}
-
-PVBdatabase* PVBgetSection(int database, std::uint32_t sectionBit) {
-  PVBdatabase* slot = PVBget(database);
-  if (slot == nullptr) return nullptr;
-  if ((slot->sectionsOpen & sectionBit) == sectionBit) return slot;
-  slot->status = kStatusNotOpen;
-  return nullptr;
-}
 
 // --- Opening -------------------------------------------------------------------------
 

@@ -151,10 +151,20 @@ enum PVBstatusCode : std::int32_t {
   kStatusOutOfBounds = 41,
 };
 
+// The MAXPVB slots: for the two functions below, which each row calls many times.
+extern PVBdatabase* const PVBslots;
 // The slot of an open database, or null.
-PVBdatabase* PVBget(int database);
+inline PVBdatabase* PVBget(int database) {
+  if (database < 0 || database >= MAXPVB || !PVBslots[database].inUse) return nullptr;
+  return &PVBslots[database];
+}
 // The same when the section is loaded too; otherwise null with status 1.
-PVBdatabase* PVBgetSection(int database, std::uint32_t sectionBit);
+inline PVBdatabase* PVBgetSection(int database, std::uint32_t sectionBit) {
+  PVBdatabase* slot = PVBget(database);
+  if (slot == nullptr || (slot->sectionsOpen & sectionBit) == sectionBit) return slot;
+  slot->status = kStatusNotOpen;
+  return nullptr;
+}
 // Ignored for a slot not in use.
 void PVBsetStatus(int database, std::int32_t code);
 void PVBclearStatus(int database);

@@ -229,6 +229,8 @@ TEST(Database, ReadingChangesNoFile) {
   database.close();
   const auto before = database.files();
   ASSERT_TRUE(database.open(false));
+  EXPECT_EQ(rowCount(database.handle()), 120U);
+  EXPECT_EQ(database.temporaryFiles(), 0U);
   // What a run does with a source, changes of its private copies included.
   fill(database.handle(), 3, "more");
   PVBposition first;
@@ -238,6 +240,31 @@ TEST(Database, ReadingChangesNoFile) {
   EXPECT_TRUE(database.files() == before);
   EXPECT_EQ(database.temporaryFiles(), 0U);
   PBdiscardErrors();
+}
+
+TEST(Database, WhereAChangeOfASourceFailsTheSourceStays) {
+  TestDatabase database;
+  fill(database.handle(), 40);
+  database.close();
+  const Untouched untouched(database.path());
+  bool failed = true;
+  for (int n = 1; failed; ++n) {
+    SCOPED_TRACE(n);
+    FaultPlatform faults;
+    faults.failFileCall(n);
+    const int source = PVBopenAny(database.path(), false, 32, 4, kAllSections, false);
+    PVBposition first;
+    const bool changed = source >= 0 &&
+                         PVBputProp(source, PVBpropListNew(source), {7, "more"}) == 0 &&
+                         PVBpatternDeleteRow(source, kMainPattern, first, BY_ROW) == 0 &&
+                         PVBpatternWidenRows(source, 900) == 0;
+    failed = faults.failed();
+    EXPECT_TRUE(failed || (changed && rowCount(source) == 39U));
+    if (source >= 0) PVBcloseUnsaved(source);
+    PBdiscardErrors();
+  }
+  EXPECT_EQ(database.open(false), true);
+  EXPECT_EQ(rowCount(database.handle()), 40U);
 }
 
 TEST(Database, IsSavedUnderAnotherPath) {

@@ -1,5 +1,5 @@
 // The section: four files, opened together and saved together. A database that
-// isn't writable has the block files copied to the temporary directory.
+// isn't writable changes private copies of its block files.
 
 #include "pvb/pattern.h"
 
@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/errors.h"
+#include "base/file_copy.h"
 #include "base/platform.h"
 #include "base/temp_directory.h"
 #include "pvb/pattern_internal.h"
@@ -44,36 +45,24 @@ int badFormat(const std::string& path) {
 
 // --- Block files ---------------------------------------------------------------------
 
-// The path to open a file under: its own, or that of a private copy, which is new
-// when there is no such file. Empty after a post.
-std::string pathToOpen(const PVBdatabase& slot, PVBpatternData& data, std::string_view name) {
-  std::string path = PVBfilePath(slot.path, name);
-  if (slot.writable) return path;
-  if (presenceOf(path) != Presence::absent) {
-    data.copies.push_back(PBprivateCopy(path));
-  } else {
-    errno = 0;
-    data.copies.emplace_back(PBtempFileName("pvb"));
-  }
-  std::string copy = data.copies.back().path();
-  if (copy.empty()) PBpostError(kOpen, 81, path);
-  return copy;
-}
-
 using PageOpener = int (*)(const std::string& path, std::uint32_t& blockSize, int maxBuffers);
 
-int openFile(const PVBdatabase& slot, PVBpatternData& data, std::string_view name, PageOpener open,
+// `open` makes a file that there isn't: of a database that isn't writable, one in the
+// temporary directory, which goes with PageDiscard.
+int openFile(const PVBdatabase& slot, std::string_view name, PageOpener open,
              std::uint32_t& blockSize, int buffers) {
-  const std::string path = pathToOpen(slot, data, name);
-  if (path.empty()) return -1;
-  const int handle = open(path, blockSize, buffers);
-  if (handle < 0) PBpostError(kOpen, 81, PVBfilePath(slot.path, name));
+  const std::string path = PVBfilePath(slot.path, name);
+  const bool absent = !slot.writable && presenceOf(path) == Presence::absent;
+  if (absent) errno = 0;
+  const PageOpener opener = slot.writable || absent ? open : PageOpenPrivate;
+  const int handle = opener(absent ? PBtempFileName("pvb") : path, blockSize, buffers);
+  if (handle < 0) PBpostError(kOpen, 81, path);
   return handle;
 }
 
 int openRows(PVBdatabase& slot, PVBpatternData& data, int numBuffers) {
   std::uint32_t size = rowBlockSize(slot.header.rowWidth);
-  data.rows = openFile(slot, data, kRowFile, PageOpen, size, std::max(numBuffers, kMinRowBuffers));
+  data.rows = openFile(slot, kRowFile, PageOpen, size, std::max(numBuffers, kMinRowBuffers));
   if (data.rows < 0) return -2;
   if (size < rowBlockSize(0) || size > rowBlockSize(kMaxRowWidth)) {
     return badFormat(PVBfilePath(slot.path, kRowFile));
@@ -87,17 +76,19 @@ int openRows(PVBdatabase& slot, PVBpatternData& data, int numBuffers) {
   return PageResizeTyped(data.rows, size, typePVBrow);
 }
 
-// A file of nodes of an old version is moved aside: its handle, or -1.
+int openMovedAside(const std::string& path, std::uint32_t& size, TempFile& aside) {
+  std::string name = PBtempFileName("pvb");
+  if (PBmoveFile(path, name) != 0) return -1;
+  aside = TempFile(std::move(name));
+  return PageOpen(aside.path(), size, kNodeBuffers);
+}
+
+// A file of nodes of an old version, moved aside unless it must stay: its handle, or -1.
 int openOldNodes(PVBdatabase& slot, TempFile& aside) {
   const std::string path = PVBfilePath(slot.path, kNodeFile);
-  if (slot.writable) {
-    std::string name = PBtempFileName("pvb");
-    if (PBmoveFile(path, name) == 0) aside = TempFile(std::move(name));
-  } else {
-    aside = PBprivateCopy(path);
-  }
   std::uint32_t size = oldNodeSize(slot.version);
-  const int handle = aside.path().empty() ? -1 : PageOpen(aside.path(), size, kNodeBuffers);
+  const int handle =
+      slot.writable ? openMovedAside(path, size, aside) : PageOpenPrivate(path, size, kNodeBuffers);
   if (handle >= 0 && size == oldNodeSize(slot.version)) return handle;
   PBpostError(kOpen, handle < 0 ? 81 : 87, path);
   if (handle >= 0) PageClose(handle);
@@ -108,14 +99,14 @@ int openOldNodes(PVBdatabase& slot, TempFile& aside) {
 
 int openNodes(const PVBdatabase& slot, PVBpatternData& data) {
   std::uint32_t size = kNodeBlockSize;
-  data.nodes = openFile(slot, data, kNodeFile, PageOpen, size, kNodeBuffers);
+  data.nodes = openFile(slot, kNodeFile, PageOpen, size, kNodeBuffers);
   if (data.nodes < 0) return -2;
   return size == kNodeBlockSize ? 0 : badFormat(PVBfilePath(slot.path, kNodeFile));
 }
 
 int openRuns(const PVBdatabase& slot, PVBpatternData& data) {
   std::uint32_t size = kScanRunBlockSize;
-  data.runs = openFile(slot, data, kRunFile, PageOpenPlain, size, kRunBuffers);
+  data.runs = openFile(slot, kRunFile, PageOpenPlain, size, kRunBuffers);
   if (data.runs < 0) return -2;
   return size == kScanRunBlockSize ? 0 : badFormat(PVBfilePath(slot.path, kRunFile));
 }

@@ -25,7 +25,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/file_copy.h"
 #include "pvb/row.h"
 #include "pvb/tree.h"
 
@@ -57,7 +56,6 @@ struct PVBpatternData {
   int rows = -1;  // handles of the block files "pvb.pd", "pvb.pk", "pvb.rd"
   int nodes = -1;
   int runs = -1;
-  std::vector<TempFile> copies;  // what the handles stand on in a database not writable
   std::vector<PVBsubroutine> subroutines;
   std::int32_t addressBase = 0;  // of the main pattern
   int cursor = -1;               // of PVBsubroutineNext

@@ -11,7 +11,10 @@
 #include "pvb/tree_internal.h"
 
 // The section's data; null with status 1 when it isn't loaded.
-PVBpatternData* patternData(int database);
+inline PVBpatternData* patternData(int database) {
+  PVBdatabase* slot = PVBgetSection(database, kSectionPatterns);
+  return slot != nullptr ? slot->patterns.get() : nullptr;
+}
 // The root of a pattern; kNoNode for an index out of range and a free slot.
 std::uint32_t rootOf(int database, const PVBpatternData& data, int pattern);
 std::int32_t addressBaseOf(const PVBpatternData& data, int pattern);

@@ -11,11 +11,6 @@ int PVBpatternBadIndex = kMainPattern;
 PVBpatternData::PVBpatternData() : hints(std::make_unique<TreeHints>()) {}
 PVBpatternData::~PVBpatternData() = default;
 
-PVBpatternData* patternData(int database) {
-  PVBdatabase* slot = PVBgetSection(database, kSectionPatterns);
-  return slot != nullptr ? slot->patterns.get() : nullptr;
-}
-
 const PVBsubroutine* findSubroutine(const PVBpatternData& data, std::uint32_t index) {
   if (index >= data.subroutines.size()) return nullptr;
   const PVBsubroutine& subroutine = data.subroutines[index];

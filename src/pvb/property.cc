@@ -35,6 +35,7 @@ struct FilePair {
 struct WorkingFiles {
   FilePair opened;
   FilePair named;
+  bool borrowed;  // they must stay as they are
 };
 
 FilePair filesOf(const std::string& directory) {
@@ -48,24 +49,29 @@ int copyPrivately(const std::string& from, TempFile& to) {
   return to.path().empty() ? failOpen(from) : 0;
 }
 
-// A database that isn't writable works on copies, or on new files that aren't in
-// its directory.
-int choosePaths(const PVBdatabase& slot, bool exists, PVBpropertyData& data, WorkingFiles& files) {
-  files = {filesOf(slot.path), filesOf(slot.path)};
-  if (slot.writable) return 0;
-  if (exists) {
-    if (copyPrivately(files.named.lists, data.listsCopy) != 0) return -2;
-    if (copyPrivately(files.named.values, data.valuesCopy) != 0) return -2;
-  } else {
-    data.listsCopy = TempFile(PBtempFileName("mvk"));
-    data.valuesCopy = TempFile(PBtempFileName("mvk"));
-  }
+// A database that isn't writable works on its own files as long as it only reads, or on
+// new files that aren't in its directory.
+WorkingFiles choosePaths(const PVBdatabase& slot, bool exists, PVBpropertyData& data) {
+  const FilePair own = filesOf(slot.path);
+  data.borrowedValues = !slot.writable && exists;
+  if (slot.writable || exists) return {own, own, data.borrowedValues};
+  data.listsCopy = TempFile(PBtempFileName("mvk"));
+  data.valuesCopy = TempFile(PBtempFileName("mvk"));
+  return {{data.listsCopy.path(), data.valuesCopy.path()}, own, false};
+}
+
+// Files of the old form are rewritten where they are.
+int copyBoth(PVBpropertyData& data, WorkingFiles& files) {
+  if (copyPrivately(files.named.lists, data.listsCopy) != 0) return -2;
+  if (copyPrivately(files.named.values, data.valuesCopy) != 0) return -2;
   files.opened = {data.listsCopy.path(), data.valuesCopy.path()};
+  files.borrowed = data.borrowedValues = false;
   return 0;
 }
 
 int openValues(const WorkingFiles& files, bool exists, PVBpropertyData& data) {
-  data.values = PBcfopen(files.opened.values, exists ? kCfUpdate : kCfNew);
+  const int existing = data.borrowedValues ? kCfRead : kCfUpdate;
+  data.values = PBcfopen(files.opened.values, exists ? existing : kCfNew);
   if (data.values < 0) return failOpen(files.named.values);
   data.pathOfValues = files.opened.values;
   PropValues values;
@@ -76,7 +82,7 @@ int openValues(const WorkingFiles& files, bool exists, PVBpropertyData& data) {
   if (values.size == 0) {
     data.format = kPropertyFormat;
     values.size = kPropertyHeaderSize;
-    if (!propWriteHeader(data.values) || PBcfflush(data.values) != 0) {
+    if (propOwnValues(data) != 0 || !propWriteHeader(data.values) || PBcfflush(data.values) != 0) {
       return fail("PVBpropertyOpen", 85, files.named.values);
     }
   }
@@ -89,7 +95,8 @@ int openValues(const WorkingFiles& files, bool exists, PVBpropertyData& data) {
 // rewrite leaves, new lists come from the file alone.
 int openLists(const WorkingFiles& files, int numBuffers, PVBpropertyData& data) {
   std::uint32_t blockSize = kListBlockSize;
-  data.lists = PageOpen(files.opened.lists, blockSize, numBuffers);
+  const auto open = files.borrowed ? PageOpenPrivate : PageOpen;
+  data.lists = open(files.opened.lists, blockSize, numBuffers);
   if (data.lists < 0) return failOpen(files.named.lists);
   std::uint32_t numBlocks = 0;
   std::uint32_t capacity = 0;
@@ -106,10 +113,11 @@ int closeFiles(PVBpropertyData& data) {
   return valuesGood && listsGood ? 0 : -2;
 }
 
-int openFiles(const WorkingFiles& files, bool exists, int numBuffers, PVBpropertyData& data) {
+int openFiles(WorkingFiles& files, bool exists, int numBuffers, PVBpropertyData& data) {
   if (openValues(files, exists, data) != 0) return -2;
   if (data.format != 0) return openLists(files, numBuffers, data);
   if (closeFiles(data) != 0) return failOpen(files.named.values);
+  if (files.borrowed && copyBoth(data, files) != 0) return -2;
   if (propStrip(files.opened.lists, files.opened.values,
                 files.opened.values + std::string(kRewriteEnding)) != 0) {
     return failOpen(files.named.values);
@@ -117,6 +125,22 @@ int openFiles(const WorkingFiles& files, bool exists, int numBuffers, PVBpropert
   if (openValues(files, true, data) != 0) return -2;
   return openLists(files, numBuffers, data);
 }
+
+}  // namespace
+
+int propOwnValues(PVBpropertyData& data) {
+  if (!data.borrowedValues) return 0;
+  TempFile copy = PBprivateCopy(data.pathOfValues);
+  const int own = copy.path().empty() ? -1 : PBcfopen(copy.path(), kCfUpdate);
+  if (own < 0) return -2;
+  PBcfswap(data.values, own);
+  PBcfclose(own);
+  data.valuesCopy = std::move(copy);
+  data.borrowedValues = false;
+  return 0;
+}
+
+namespace {
 
 // --- Saving --------------------------------------------------------------------------
 
@@ -132,7 +156,8 @@ bool saveFilesTo(PVBpropertyData& data, const FilePair& target) {
   if (PBcfflush(data.values) != 0) return false;
   data.unflushed.clear();
   TempFile values(target.values + ".part");
-  if (PBcopyFile(data.pathOfValues, values.path()) != 0) return false;
+  const std::string& copy = data.valuesCopy.path();
+  if (PBcopyFile(copy.empty() ? data.pathOfValues : copy, values.path()) != 0) return false;
   if (PageSaveAs(data.lists, target.lists) != 0) return false;
   if (PBmoveFile(values.path(), target.values) != 0) return false;
   values.release();
@@ -167,8 +192,7 @@ int PVBpropertyOpen(int database, int numBuffers) {
   auto data = std::make_unique<PVBpropertyData>();
   // One that can't be looked at is opened, which fails, rather than made anew.
   const bool exists = presenceOf(PVBfilePath(slot->path, kListsName)) != Presence::absent;
-  WorkingFiles files;
-  if (choosePaths(*slot, exists, *data, files) != 0) return -2;
+  WorkingFiles files = choosePaths(*slot, exists, *data);
   if (openFiles(files, exists, numBuffers, *data) != 0) return -2;
   slot->properties = std::move(data);
   slot->sectionsOpen |= kSectionProperties;

@@ -62,7 +62,11 @@ struct PVBpropertyData {
     std::uint32_t head;
   };
   std::vector<OldHead> unflushed;
-  TempFile listsCopy;  // what they stand on in a database not writable
+  // In a database not writable: the values are the database's own, open for reading,
+  // until propOwnValues. Then, and where there are none, they stand on these, as do
+  // lists of the old form or of none.
+  bool borrowedValues = false;
+  TempFile listsCopy;
   TempFile valuesCopy;
   bool dirty = false;  // something changed
   bool needRewrite = false;

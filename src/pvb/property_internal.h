@@ -73,6 +73,9 @@ struct PropValues {
 // The values behind an open descriptor with their format; 0, or -2 when they can't
 // be read.
 int propValuesOpen(int descriptor, std::string_view path, PropValues& out);
+// Before a write: exchanges values that must stay as they are for a private copy, under
+// the same descriptor. 0, or -2 with errno set and nothing changed.
+int propOwnValues(PVBpropertyData& data);
 bool propWriteHeader(int descriptor);
 // A record as it stands on disk, from where the descriptor is.
 bool propWriteRecord(int descriptor, PropRecord record);

@@ -122,6 +122,7 @@ std::optional<std::uint32_t> appendRecord(PVBpropertyData& data, const PVBproper
     errno = EFBIG;
     return std::nullopt;
   }
+  if (propOwnValues(data) != 0) return std::nullopt;
   if (PBcfseek(data.values, data.valuesEnd, SEEK_SET) != 0) return std::nullopt;
   if (property.value) {
     const std::int64_t written = PBcfwrite(data.values, property.value->c_str(), length);
@@ -148,7 +149,8 @@ bool matches(const PropWalk& walk, const PVBproperty& property, bool& same) {
   return propSameValue(walk.values(), walk.record(), *property.value, same);
 }
 
-bool markDead(const PVBpropertyData& data, std::uint32_t record) {
+bool markDead(PVBpropertyData& data, std::uint32_t record) {
+  if (propOwnValues(data) != 0) return false;
   const std::int64_t place = std::int64_t{record} + std::int64_t{offsetof(PropRecord, valid)};
   if (PBcfseek(data.values, place, SEEK_SET) != 0) return false;
   return PBcfputc(data.values, 0) == 0;

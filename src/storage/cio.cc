@@ -284,6 +284,12 @@ int PBcfopen(const std::string& path, int flag) {
 
 int PBcfopenPlain(const std::string& path, int flag) { return openFile(path, flag, false); }
 
+void PBcfswap(int descriptor, int other) {
+  Entry* entry = findEntry(descriptor);
+  Entry* otherEntry = findEntry(other);
+  if (entry != nullptr && otherEntry != nullptr) std::swap(*entry, *otherEntry);
+}
+
 int PBcfclose(int descriptor) {
   Entry* entry = findEntry(descriptor);
   if (entry == nullptr) return -2;

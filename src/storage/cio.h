@@ -31,6 +31,9 @@ int PBcfopenPlain(const std::string& path, int flag);
 // The result tells whether everything written has arrived; the descriptor is free
 // in any case.
 int PBcfclose(int descriptor);
+// Exchanges the files behind two descriptors, so that who knows one of them goes on with
+// the other's file.
+void PBcfswap(int descriptor, int other);
 
 // Bytes read, fewer than `size` only at the end of the file.
 std::int64_t PBcfread(int descriptor, void* buffer, std::size_t size);

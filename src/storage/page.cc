@@ -21,8 +21,16 @@ constexpr std::size_t kTableGrowth = 16;
 std::vector<std::unique_ptr<PageFile>> table;
 
 bool isOpenPath(const std::string& path) {
-  return std::any_of(table.begin(), table.end(),
-                     [&](const auto& file) { return file && file->path == path; });
+  return std::any_of(table.begin(), table.end(), [&](const auto& file) {
+    return file && !file->borrowed && file->path == path;
+  });
+}
+
+// Whoever only reads a file that is about to be changed keeps what it says now.
+bool keepForReaders(const std::string& path) {
+  return std::all_of(table.begin(), table.end(), [&](const auto& file) {
+    return !file || !file->borrowed || file->path != path || makeOwn(*file) == 0;
+  });
 }
 
 int enterTable(std::unique_ptr<PageFile> file) {
@@ -44,16 +52,21 @@ int openExisting(PageFile& file) {
   return -2;
 }
 
-int pOpen(const std::string& path, std::uint32_t& blockSize, int maxBuffers, bool compressed) {
-  if (isOpenPath(path)) {
+enum class Mode { packed, plain, borrowed };
+
+int pOpen(const std::string& path, std::uint32_t& blockSize, int maxBuffers, Mode mode) {
+  const bool borrowed = mode == Mode::borrowed;
+  if (!borrowed && isOpenPath(path)) {
     postPage("pOpen", "cpage file " + path + " already opened");
     return -1;
   }
+  if (!borrowed && !keepForReaders(path)) return -1;
   std::unique_ptr<PageFile> file = makePageFile(path, blockSize, maxBuffers);
   if (!file) return -1;
-  file->compressed = compressed;
+  file->compressed = mode == Mode::packed;
+  file->borrowed = borrowed;
   const Presence presence = presenceOf(path);
-  if (presence == Presence::unknown) {
+  if (presence == Presence::unknown || (borrowed && presence == Presence::absent)) {
     PBpostError("pOpen", 81, path);
     return -1;
   }
@@ -89,6 +102,18 @@ int shrinkAndClose(PageFile& file) {
   return sound && closed ? 0 : -2;
 }
 
+// What lies at the path goes, unless it is someone else's.
+int discardFile(PageFile& file) {
+  if (file.borrowed) {
+    if (file.descriptor >= 0) PBcfclose(file.descriptor);
+    return 0;
+  }
+  if (file.descriptor >= 0) return PBcfdiscard(file.descriptor);
+  return !file.onDisk || platform().remove(file.path.c_str()) == 0 ? 0 : -2;
+}
+
+bool isPrivate(const PageFile& file) { return file.borrowed || !file.copy.path().empty(); }
+
 }  // namespace
 
 // --- The table -----------------------------------------------------------------------
@@ -119,6 +144,7 @@ std::unique_ptr<PageFile> makePageFile(const std::string& path, std::uint32_t bl
   file->path = path;
   file->header.blockSize = std::max(blockSize, kMinBlockSize);
   file->maxBuffers = static_cast<std::uint32_t>(std::max(maxBuffers, 1));
+  file->inverse = inverseOf(file->maxBuffers);
   const std::size_t tableSize = file->maxBuffers * sizeof(PageBuffer*);
   file->hashTable.reset(static_cast<PageBuffer**>(platform().allocate(tableSize)));
   if (!file->hashTable) {
@@ -134,7 +160,8 @@ std::unique_ptr<PageFile> makePageFile(const std::string& path, std::uint32_t bl
 int ensureOpen(PageFile& file) {
   if (file.descriptor >= 0) return 0;
   const auto open = file.compressed || file.onDisk ? PBcfopen : PBcfopenPlain;
-  file.descriptor = open(file.path, file.onDisk ? kCfUpdate : kCfNew);
+  const int existing = file.borrowed ? kCfRead : kCfUpdate;
+  file.descriptor = open(file.path, file.onDisk ? existing : kCfNew);
   if (file.descriptor >= 0) {
     file.onDisk = true;
     file.packed = PBcfisCompressed(file.descriptor);
@@ -143,6 +170,22 @@ int ensureOpen(PageFile& file) {
   PBpostError("openFile", 0, "Can't open paged file");
   file.descriptor = kNotOpen;
   return -2;
+}
+
+int makeOwn(PageFile& file) {
+  if (!file.borrowed) return ensureOpen(file);
+  TempFile copy = PBprivateCopy(file.path);
+  const int descriptor = copy.path().empty() ? kNotOpen : PBcfopen(copy.path(), kCfUpdate);
+  if (descriptor < 0) {
+    PBpostError("openFile", 85, "a private copy of " + file.path);
+    return -2;
+  }
+  if (file.descriptor >= 0) PBcfclose(file.descriptor);
+  file.descriptor = descriptor;
+  file.copy = std::move(copy);
+  file.path = file.copy.path();
+  file.borrowed = false;
+  return 0;
 }
 
 int flushFile(PageFile& file) {
@@ -171,16 +214,21 @@ int postWrite(const PageFile& file, std::string_view function, std::string_view 
 // --- Files ---------------------------------------------------------------------------
 
 int PageOpen(const std::string& path, std::uint32_t& blockSize, int maxBuffers) {
-  return pOpen(path, blockSize, maxBuffers, true);
+  return pOpen(path, blockSize, maxBuffers, Mode::packed);
 }
 
 int PageOpenPlain(const std::string& path, std::uint32_t& blockSize, int maxBuffers) {
-  return pOpen(path, blockSize, maxBuffers, false);
+  return pOpen(path, blockSize, maxBuffers, Mode::plain);
+}
+
+int PageOpenPrivate(const std::string& path, std::uint32_t& blockSize, int maxBuffers) {
+  return pOpen(path, blockSize, maxBuffers, Mode::borrowed);
 }
 
 int PageClose(int handle) {
   PageFile* file = findPageFile(handle);
   if (file == nullptr) return -2;
+  if (isPrivate(*file)) return PageDiscard(handle);
   int result = flushFile(*file);
   if (result == 0) {
     result = shrinkAndClose(*file);
@@ -195,12 +243,7 @@ int PageClose(int handle) {
 int PageDiscard(int handle) {
   PageFile* file = findPageFile(handle);
   if (file == nullptr) return -2;
-  int result = 0;
-  if (file->descriptor >= 0) {
-    result = PBcfdiscard(file->descriptor);
-  } else if (file->onDisk) {
-    result = platform().remove(file->path.c_str()) == 0 ? 0 : -2;
-  }
+  const int result = discardFile(*file);
   replacePageFile(handle, nullptr);
   return result;
 }
@@ -217,7 +260,7 @@ int PageSaveAs(int handle, const std::string& path) {
   if (file == nullptr || flushFile(*file) != 0) return -2;
   if (path == file->path) return 0;
   if (isOpenPath(path)) return postPage("PageSaveAs", "cpage file " + path + " already opened");
-  if (shrinkAndClose(*file) != 0 || PBcopyFile(file->path, path) != 0) {
+  if (!keepForReaders(path) || shrinkAndClose(*file) != 0 || PBcopyFile(file->path, path) != 0) {
     PBpostError("PageSaveAs", 85, path);
     return -2;
   }

@@ -51,10 +51,16 @@ inline constexpr std::uint32_t kMinBlockSize = 8;
 // `maxBuffers` blocks are cached, at least 1.
 int PageOpen(const std::string& path, std::uint32_t& blockSize, int maxBuffers);
 int PageOpenPlain(const std::string& path, std::uint32_t& blockSize, int maxBuffers);
+// Opens an existing file that must stay as it is: it is read where it is, and the first
+// write, whatever call leads to it, goes to a copy in the temporary directory, which the
+// handle stands on from then on. The same file may be opened so any number of times, and
+// needs no right to be written. Where the copy can't be made the call that needed it
+// fails, and may be repeated. No one may change the file meanwhile.
+int PageOpenPrivate(const std::string& path, std::uint32_t& blockSize, int maxBuffers);
 // Writes everything, gives back the disk space past the last block, and frees the
-// handle in any case.
+// handle in any case. Of a file opened privately nothing is written: its copy goes.
 int PageClose(int handle);
-// Closes and deletes the file; nothing is written.
+// Closes and deletes the file, or the copy of one opened privately; nothing is written.
 int PageDiscard(int handle);
 // Creates the file if need be and writes header and dirty blocks.
 int PageFlush(int handle);

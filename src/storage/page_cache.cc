@@ -32,7 +32,7 @@ void addToLru(PageFile& file, PageBuffer& buffer, LruEnd end) {
 }
 
 PageBuffer*& chainOf(const PageFile& file, std::uint32_t block) {
-  return file.hashTable[block % file.maxBuffers];
+  return file.hashTable[bucketOf(file, block)];
 }
 
 void removeFromChain(PageFile& file, PageBuffer& buffer) {
@@ -205,7 +205,7 @@ int writeBuf(PageFile& file, PageBuffer& buffer) {
     SwapBuffer(copy, SwapTagForWrite(buffer.typeTag), size);
     bytes = copy;
   }
-  if (seekTo(file, buffer.block, "write") != 0) return -2;
+  if (makeOwn(file) != 0 || seekTo(file, buffer.block, "write") != 0) return -2;
   if (PBcfwrite(file.descriptor, bytes, size) != static_cast<std::int64_t>(size)) return -2;
   if (file.fileBlocks <= buffer.block) file.fileBlocks = buffer.block + 1;
   buffer.dirty = false;

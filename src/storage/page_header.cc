@@ -128,7 +128,7 @@ int convertFile(PageFile& file, const OldHeader& old) {
       std::max(static_cast<std::uint32_t>(old.blockSize), std::uint32_t{kMinBlockSize});
   file.header.numBlocks = old.numBlocks;
   const std::int64_t size = std::int64_t{old.numBlocks} * file.header.blockSize;
-  if (!makeRoom(file.descriptor, kNewHeaderSize + size)) return -2;
+  if (makeOwn(file) != 0 || !makeRoom(file.descriptor, kNewHeaderSize + size)) return -2;
   const bool small = old.blockSize < static_cast<std::int32_t>(kMinBlockSize);
   const bool moved = small ? widenBlocks(file.descriptor, old) : moveUp(file.descriptor, size);
   if (!moved) return -2;
@@ -176,7 +176,7 @@ int writeHeader(PageFile& file, std::string_view function, std::string_view fail
   std::memcpy(bytes.data(), &file.header, sizeof file.header);
   SwapBuffer(bytes.data(), typeOldFileHeader, kHalfSize);
   SwapBuffer(bytes.data() + kHalfSize, typeNewFileHeader, kHalfSize);
-  if (writeAt(file.descriptor, 0, bytes.data(), bytes.size())) {
+  if (makeOwn(file) == 0 && writeAt(file.descriptor, 0, bytes.data(), bytes.size())) {
     file.headerDirty = false;
     return 0;
   }

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/file_copy.h"
 #include "base/platform.h"
 #include "storage/page.h"
 #include "storage/page_free_index.h"
@@ -78,6 +79,7 @@ struct PageFile {
   PageHeader header;
   std::string path;
   std::uint32_t maxBuffers = 1;  // hash buckets, and the most blocks cached
+  std::uint64_t inverse = 0;     // of maxBuffers: see bucketOf
   PlatformPtr<PageBuffer*[]> hashTable;
   std::uint32_t numBuffers = 0;
   PageBuffer* lruHead = nullptr;    // released last
@@ -89,12 +91,26 @@ struct PageFile {
   bool packed = false;      // what the open one is
   bool headerDirty = false;
   bool onDisk = false;
+  bool borrowed = false;  // someone else's, open for reading until makeOwn
+  TempFile copy;          // what `path` names since then
   std::uint64_t stamp = nextStamp();
   std::vector<PlatformPtr<PageBuffer>> buffers;
   std::uint64_t walkSteps = 0;           // free blocks looked at to find places
   std::unique_ptr<FreeIndex> freeIndex;  // made when walking has become too long
   PlatformPtr<unsigned char> scratch;    // a block on its way to the file
 };
+
+// The largest number of which maxBuffers times are below 2^64, plus 1.
+constexpr std::uint64_t inverseOf(std::uint32_t maxBuffers) {
+  return ~std::uint64_t{0} / maxBuffers + 1;
+}
+// `block` modulo maxBuffers without a division, which costs as much as all else that
+// finding a cached block does. The product's low half is the quotient's fraction in units
+// of 2^-64: exact for numbers of 32 bits.
+inline std::uint32_t bucketOf(const PageFile& file, std::uint32_t block) {
+  __extension__ using Wide = unsigned __int128;
+  return static_cast<std::uint32_t>(Wide{file.inverse * block} * file.maxBuffers >> 64);
+}
 
 // --- The table (page.cc) -------------------------------------------------------------
 
@@ -107,6 +123,9 @@ std::unique_ptr<PageFile> makePageFile(const std::string& path, std::uint32_t bl
                                        int maxBuffers);
 // Opens or creates the file when it isn't open; 0 or -2 with a post.
 int ensureOpen(PageFile& file);
+// The same for who will write: a borrowed file is exchanged for a copy of it. A
+// failure leaves the file as it was.
+int makeOwn(PageFile& file);
 int flushFile(PageFile& file);
 // Posts a text that isn't about a call of the system; -2.
 int postPage(std::string_view function, std::string_view text);

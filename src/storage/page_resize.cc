@@ -115,7 +115,18 @@ bool putInPlace(PageFile& old, PageFile& draft) {
     if (PBcfflush(old.descriptor) != 0) return false;
     PBcfclose(std::exchange(old.descriptor, kNotOpen));
   }
-  return moveOver(draft.path, old.path);
+  return old.borrowed || moveOver(draft.path, old.path);
+}
+
+// The new file is known by the old one's path. Someone else's file keeps that, and the
+// draft is the private copy.
+void takeName(PageFile& old, PageFile& draft) {
+  if (old.borrowed) {
+    draft.copy = TempFile(draft.path);
+    return;
+  }
+  draft.copy = std::move(old.copy);
+  draft.path = old.path;
 }
 
 int resize(int handle, std::uint32_t newBlockSize, int tag) {
@@ -130,7 +141,7 @@ int resize(int handle, std::uint32_t newBlockSize, int tag) {
     PBpostError("PageResize", 0, "can't write " + old->path + " with another block size");
     return -2;
   }
-  draft->path = old->path;
+  takeName(*old, *draft);
   replacePageFile(handle, draft.keep());
   return 0;
 }

@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <fcntl.h>
+
 #include <cstring>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -140,14 +144,22 @@ TEST_F(PageTest, WritesTheHeaderOfAnUnusedFileAndLeavesAnUnchangedOne) {
 
 TEST_F(PageTest, ConvertsTheOldFormat) {
   const auto reopened = [&] {
-    std::uint32_t blockSize = 99;
-    const int file = PageOpenPlain(dir.path("f"), blockSize, 2);
+    std::uint32_t size = 99;
+    const int file = PageOpenPlain(dir.path("f"), size, 2);
     EXPECT_THAT(faultsOf(file), ElementsAre());
     EXPECT_EQ(PageClose(file), 0);
-    return blockSize;
+    return size;
   };
   // The free blocks, 2 and 0, stay in the file out of use.
-  write(words({12, 3, 2, 2}) + words({kNoBlock, 1, 2, 3, 4, 5, 0, 7, 8}));
+  const std::string old = words({12, 3, 2, 2}) + words({kNoBlock, 1, 2, 3, 4, 5, 0, 7, 8});
+  write(old);
+  std::uint32_t blockSize = 99;
+  const int reader = PageOpenPrivate(dir.path("f"), blockSize, 2);
+  EXPECT_EQ(numberIn(reader, 1), 3U);
+  EXPECT_EQ(PageClose(reader), 0);
+  EXPECT_EQ(blockSize, 12U);
+  EXPECT_EQ(bytes(), old);
+  EXPECT_EQ(files(), 1U);
   EXPECT_EQ(reopened(), 12U);
   EXPECT_EQ(bytes(), words({kNoBlock, 3, 0, kNoBlock, 12, kNoBlock, 0, 0}) +
                          words({kNoBlock, 1, 2, 3, 4, 5, 0, 7, 8}));
@@ -240,6 +252,111 @@ TEST_F(PageTest, DiscardsAFileOnDisk) {
   EXPECT_EQ(files(), 1U);
   EXPECT_EQ(PageDiscard(file), 0);
   EXPECT_EQ(files(), 0U);
+}
+
+// Sees to it that a file is only ever opened for reading. Removing always works, so that
+// what is left was forgotten.
+class GuardedSource : public FaultPlatform {
+ public:
+  explicit GuardedSource(std::string path) : path_(std::move(path)) {}
+  int open(const char* path, int flags, mode_t mode) override {
+    EXPECT_TRUE(path != path_ || flags == O_RDONLY) << flags;
+    return FaultPlatform::open(path, flags, mode);
+  }
+  int rename(const char* from, const char* to) override {
+    EXPECT_TRUE(from != path_ && to != path_);
+    return FaultPlatform::rename(from, to);
+  }
+  int remove(const char* path) override {
+    EXPECT_NE(path, path_);
+    return Platform::remove(path);
+  }
+
+ private:
+  std::string path_;
+};
+
+// What may be done to a block file of ten blocks, 100 to 109; the last value of the
+// first block then.
+struct Change {
+  const char* name;
+  std::function<bool(int)> make;
+  std::uint32_t first = 100;
+};
+
+bool changeFirst(int file) {
+  void* data = PageGetTyped(file, 0, typeInt);
+  if (data == nullptr) return false;
+  store(data, 7);
+  PageDirty(file, 0);
+  PageRelease(file, 0);
+  return true;
+}
+
+const std::vector<Change> kChanges = {
+    {"nothing", [](int) { return true; }},
+    {"a new block", [](int file) { return add(file, 1) == 10 && PageFlush(file) == 0; }},
+    {"an evicted block", [](int file) { return changeFirst(file) && numberIn(file, 5) == 105; }, 7},
+    {"a change unwritten", changeFirst, 7},
+    {"freed blocks", [](int f) { return PageFree(f, 9) + PageFree(f, 4) + PageFlush(f) == 0; }},
+    {"another size",
+     [](int file) { return PageResizeTyped(file, 16, typeInt) == 0 && changeFirst(file); }, 7},
+    {"changed, then another size",
+     [](int file) { return changeFirst(file) && PageResizeTyped(file, 16, typeInt) == 0; }, 7},
+};
+
+TEST_F(PageTest, AFileOpenedPrivatelyStaysAsItIs) {
+  for (const auto& create : {PageOpen, PageOpenPlain}) {
+    std::uint32_t blockSize = 8;
+    const int source = create(dir.path("f"), blockSize, 4);
+    addAll(source, 10);
+    ASSERT_EQ(PageClose(source), 0);
+    const std::string before = bytes();
+    for (const Change& change : kChanges) {
+      for (const auto& close : {PageClose, PageDiscard}) {
+        bool failed = true;
+        for (int n = 1; failed; ++n) {
+          SCOPED_TRACE(std::string(change.name) + ", " + std::to_string(n));
+          GuardedSource platform(dir.path("f"));
+          platform.failFileCall(n);
+          const int file = PageOpenPrivate(dir.path("f"), blockSize, 1);
+          const bool changed = file >= 0 && change.make(file);
+          const std::uint32_t first = changed ? numberIn(file, 0) : 0;
+          failed = platform.failed();
+          EXPECT_TRUE(failed || first == change.first);
+          if (file >= 0) close(file);
+          ASSERT_EQ(bytes(), before);
+          ASSERT_EQ(files(), 1U);
+          PBdiscardErrors();
+        }
+      }
+    }
+    std::filesystem::remove(dir.path("f"));
+  }
+}
+
+TEST_F(PageTest, PrivateReadersAreApartFromEachOtherAndFromAWriter) {
+  std::uint32_t blockSize = 8;
+  int file = open();
+  addAll(file, 10);
+  ASSERT_EQ(PageClose(file), 0);
+  const int reader = PageOpenPrivate(dir.path("f"), blockSize, 1);
+  const int changer = PageOpenPrivate(dir.path("f"), blockSize, 1);
+  ASSERT_TRUE(reader >= 0 && changer >= 0);
+  EXPECT_TRUE(changeFirst(changer));
+  EXPECT_EQ(PageSaveAs(changer, dir.path("g")), 0);
+  EXPECT_EQ(numberIn(reader, 0), 100U);
+  EXPECT_EQ(PageSaveAs(reader, dir.path("h")), 0);
+  EXPECT_EQ(dir.read("h"), bytes());
+  file = open();
+  EXPECT_TRUE(changeFirst(file));
+  EXPECT_EQ(PageClose(file), 0);
+  EXPECT_EQ(bytes(), dir.read("g"));
+  EXPECT_EQ(numberIn(reader, 0), 100U);
+  EXPECT_EQ(PageDiscard(reader), 0);
+  EXPECT_EQ(PageDiscard(changer), 0);
+  EXPECT_EQ(files(), 3U);
+  EXPECT_EQ(PageOpenPrivate(dir.path("none"), blockSize, 1), -1);
 }
 
 TEST_F(PageTest, SavesACopyAndGoesOnWithTheFirstFile) {
