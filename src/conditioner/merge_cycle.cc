@@ -124,7 +124,7 @@ std::unique_ptr<PVBtimePlate> mergeTimePlates(const Side& side1, const Side& sid
 std::string generatedName(int database, TIME now) {
   if (run.shortTpNames) {
     for (;;) {
-      const std::string name = "tp" + std::to_string(tpNameCounter++);
+      std::string name = "tp" + std::to_string(tpNameCounter++);
       if (PVBtimePlateInqByName(database, name) == nullptr) return name;
     }
   }

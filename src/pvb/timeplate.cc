@@ -192,7 +192,7 @@ std::string PVBtimePlateFreeName(int database, std::string_view base) {
   if (data == nullptr || findByName(*data, name) == nullptr) return name;
   std::int32_t& taken = data->takenNumbers[name];
   for (;;) {
-    const std::string numbered = name + "_" + std::to_string(taken + 1);
+    std::string numbered = name + "_" + std::to_string(taken + 1);
     if (findByName(*data, numbered) == nullptr) return numbered;
     ++taken;
   }
