@@ -20,7 +20,8 @@
 // A database is known by its slot, 0 to 15, and lives until it is closed. A
 // function that fails returns -2 (-1 where it gives a handle), leaves a code in the
 // slot's status and, for files, a post under its name. A database that isn't
-// writable is never changed on disk: its sections work on private copies.
+// writable is never changed on disk: its files are read where they are, and a section
+// that would write makes a private copy first.
 
 #include <array>
 #include <cstdint>
