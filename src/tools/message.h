@@ -96,6 +96,35 @@ enum MessageCode : int {
   kNotComparable = 601,
   kNoSuchSignal = 602,
   kBadStretch = 603,
+
+  kStilSyntax = 701,
+  kStilUnended = 702,
+  kStilTooLong = 703,
+  kStilUnknownName = 704,
+  kStilUnknownWave = 705,
+  kStilBadExpression = 706,
+  kStilUnknownRoutine = 707,
+  kStilUnknownTable = 708,
+  kStilNotCarried = 709,
+  kStilUnsupported = 710,
+  kStilDataCount = 711,
+  kStilUnknownStatement = 712,
+  kStilNoPattern = 713,
+  kStilInclude = 714,
+  kStilTwice = 715,
+  kStilBadTime = 716,
+
+  kVcdSyntax = 801,
+  kVcdUnknownCode = 802,
+  kVcdBadTime = 803,
+  kVcdNoSignals = 804,
+  kVcdNotCarried = 805,
+  kVcdEndsEarly = 806,
+
+  kUnknownFormat = 901,
+  kImportRefused = 902,
+  kExportRefused = 903,
+  kExportNotCarried = 904,
 };
 
 struct MessageRow {

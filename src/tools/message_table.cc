@@ -207,6 +207,89 @@ constexpr std::array kTable = {
                "Give times such as 250nS, at the beginning of a cycle or with --ignore-cycles.",
                "The beginning or the end of what is to be compared isn't a time, the end isn't "
                "behind the beginning, or no cycle begins there."},
+
+    MessageRow{kStilSyntax, "STIL syntax", "Correct the text at the mark.",
+               "The statement isn't formed as STIL (IEEE 1450) asks. The text tells what was "
+               "expected at this place."},
+    MessageRow{
+        kStilUnended, "text without end", "Look for the missing end, from the mark on.",
+        "A block, a string, a comment or an annotation begins here, and the file ends before "
+        "it does: the file may be cut off."},
+    MessageRow{kStilTooLong, "too long", "Split what stands there.",
+               "A name, the data of one assignment, or the nesting of blocks or files goes beyond "
+               "what is read, so that memory stays bounded."},
+    MessageRow{kStilUnknownName, "no such signal or group",
+               "Define it above, or name the SignalGroups in the PatternBurst.",
+               "A name stands where a signal or a group is meant, and neither the Signals nor the "
+               "SignalGroups in force define it, or a group contains itself."},
+    MessageRow{kStilUnknownWave, "character without a waveform",
+               "Add the waveform to the WaveformTable, or import with --lenient.",
+               "The WaveformTable in force says nothing of this character for this signal. With "
+               "--lenient the signal is left as it was, and each such character is a warning."},
+    MessageRow{kStilBadExpression, "bad expression", "Correct the expression.",
+               "A time or a value can't be worked out: the text tells why."},
+    MessageRow{
+        kStilUnknownRoutine, "no such procedure or macro",
+        "Define it, or name its block in the PatternBurst.",
+        "A Call or a Macro names what no Procedures or MacroDefs in force define, or one that "
+        "calls itself."},
+    MessageRow{
+        kStilUnknownTable, "no such waveform table",
+        "Define it in the Timing of the PatternExec, or choose another one.",
+        "A W statement names a table that the Timing in force hasn't got, or a vector stands "
+        "before any W."},
+    MessageRow{kStilNotCarried, "not carried over", "Nothing, if it isn't needed.",
+               "The database has no place for what stands there; all else is imported."},
+    MessageRow{kStilUnsupported, "can't be imported",
+               "Take the statement out, or try --lenient, which leaves it out where that keeps the "
+               "cycles right.",
+               "What stands there would change what the pattern does, and the database has no "
+               "counterpart."},
+    MessageRow{kStilDataCount, "data of a wrong length",
+               "Give one character for each signal, or one for all of them.",
+               "The data of an assignment and the signals in front of it differ in number."},
+    MessageRow{
+        kStilUnknownStatement, "unknown statement", "Nothing, if it isn't needed.",
+        "A word that STIL doesn't know stands where a statement begins; it is passed over up "
+        "to its end."},
+    MessageRow{kStilNoPattern, "which pattern?", "Choose one by --exec, --burst or --pattern.",
+               "The file has no PatternExec, or several and none without a name, or what it names "
+               "isn't there."},
+    MessageRow{kStilInclude, "file to include", "Put the file where the text names it.",
+               "An Include names a file that can't be read, or includes itself."},
+    MessageRow{kStilTwice, "defined twice", "Take one of the two out.",
+               "Two things of one kind and domain have the same name."},
+    MessageRow{
+        kStilBadTime, "bad time", "Correct the expression or the value.",
+        "An event or a period isn't a time that can be kept: negative, zero, too long, or not "
+        "a time at all."},
+
+    MessageRow{kVcdSyntax, "VCD syntax", "Correct the text at the mark.",
+               "What stands there isn't a value change dump."},
+    MessageRow{kVcdUnknownCode, "unknown identifier", "Correct the line.",
+               "A change names an identifier that no $var defines."},
+    MessageRow{kVcdBadTime, "bad time", "Correct the line, or the options.",
+               "Times must not go back, and must be whole steps of the timescale."},
+    MessageRow{
+        kVcdNoSignals, "no signals",
+        "Name them by --inputs and --outputs; `pvb import FILE --list` shows them.",
+        "No variable of the dump is chosen as a signal, or a name that an option gives isn't "
+        "in the dump."},
+    MessageRow{kVcdNotCarried, "not carried over", "Nothing, if it isn't needed.",
+               "Reals, strings and events have no counterpart in a pattern."},
+    MessageRow{kVcdEndsEarly, "text ends early", "Take what was read with care.",
+               "The dump ends in the middle of a line or of a command."},
+
+    MessageRow{
+        kUnknownFormat, "unknown format",
+        "Name a file that ends in .stil or .vcd, or give --from or --to.",
+        "The kind of a file is known by its name or by an option; `pvb formats` lists them."},
+    MessageRow{kImportRefused, "can't be stored", "The text tells which step failed.",
+               "The database can't take what the file describes, or there is no room on the disk."},
+    MessageRow{kExportRefused, "can't be exported", "The text tells why.",
+               "The form asked for can't say what stands in the database."},
+    MessageRow{kExportNotCarried, "not carried over", "Nothing, if it isn't needed.",
+               "The form asked for has no place for this; all else is written."},
 };
 
 }  // namespace
