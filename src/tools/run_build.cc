@@ -50,7 +50,7 @@ bool putInPlace(const std::string& fresh, const std::string& path) {
   return false;
 }
 
-int build(const std::string& text, const std::string& path) {
+int build(const std::string& text, const std::string& path, bool quiet) {
   const bool standardInput = text == kStandardInput;
   TextFilePtr file =
       PBopenCompressedTextFile(standardInput ? "/dev/stdin" : text, "r", false, kTextGzip);
@@ -60,7 +60,7 @@ int build(const std::string& text, const std::string& path) {
   }
   DumpScanner in(std::move(file), standardInput ? "<stdin>" : text, printMessage);
   const std::string fresh = fmt::format("{}.tmp{}", path, getpid());
-  const bool built = buildDatabase(in, fresh);
+  const bool built = buildDatabase(in, fresh, quiet);
   if (built && putInPlace(fresh, path)) return kExitYes;
   const std::string reason = std::strerror(errno);
   removeDatabaseDirectory(fresh);
@@ -77,7 +77,8 @@ int runBuild(std::span<const std::string> arguments) {
   usage.app.add_option("TEXT", text, "Dump to read; - for standard input")->required();
   usage.app.add_option("DB", path, "Directory of the new database")->required();
   usage.app.add_flag("--force", force, "Replace the database when it is there");
+  usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
   path = databasePath(path);
-  return mayReplace(path, force) ? build(text, path) : kExitFailed;
+  return mayReplace(path, force) ? build(text, path, usage.quiet()) : kExitFailed;
 }
