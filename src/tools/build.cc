@@ -6,7 +6,6 @@
 #include <array>
 
 #include "base/errors.h"
-#include "base/platform.h"
 #include "pvb/property.h"
 #include "tools/build_internal.h"
 #include "tools/nearest.h"
@@ -293,11 +292,4 @@ bool DumpBuild::readsBack() {
 
 bool buildDatabase(DumpScanner& in, const std::string& path, bool quiet) {
   return DumpBuild(in, path).run(quiet);
-}
-
-bool removeDatabaseDirectory(const std::string& path) {
-  std::vector<std::string> names;
-  if (!platform().list(path.c_str(), names)) return false;
-  for (const std::string& name : names) platform().remove(PVBfilePath(path, name).c_str());
-  return platform().removeDirectory(path.c_str()) == 0;
 }
