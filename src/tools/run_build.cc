@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kStandardInput = "-";
 
-int build(const std::string& text, const std::string& path) {
+int build(const std::string& text, const std::string& path, bool quiet) {
   const bool standardInput = text == kStandardInput;
   TextFilePtr file =
       PBopenCompressedTextFile(standardInput ? "/dev/stdin" : text, "r", false, kTextGzip);
@@ -23,7 +23,7 @@ int build(const std::string& text, const std::string& path) {
   }
   DumpScanner in(std::move(file), standardInput ? "<stdin>" : text, printMessage);
   NewDatabase fresh(path);
-  if (!buildDatabase(in, fresh.directory())) return kExitFailed;
+  if (!buildDatabase(in, fresh.directory(), quiet)) return kExitFailed;
   if (fresh.putInPlace()) return kExitYes;
   return refuse(kCantWrite, std::strerror(errno), path);
 }
@@ -38,7 +38,8 @@ int runBuild(std::span<const std::string> arguments) {
   usage.app.add_option("TEXT", text, "Dump to read; - for standard input")->required();
   usage.app.add_option("DB", path, "Directory of the new database")->required();
   usage.app.add_flag("--force", force, "Replace the database when it is there");
+  usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
   path = databasePath(path);
-  return mayReplace(path, force) ? build(text, path) : kExitFailed;
+  return mayReplace(path, force) ? build(text, path, usage.quiet()) : kExitFailed;
 }
