@@ -137,7 +137,7 @@ bool StilCursor::name(std::string& text, std::string_view what) {
   text = token().text;
   next();
   while (quoted && is(StilTokenKind::word)) {
-    if (token().text.front() == '[') {
+    if (token().joined && token().text.front() == '[') {
       text += token().text;
       next();
       break;
