@@ -191,7 +191,6 @@ bool StilCursor::number(std::uint64_t& value, std::uint64_t most, std::string_vi
 }
 
 bool StilCursor::annotation(std::string& text) {
-  next();
   if (!is(StilTokenKind::annotation)) return expected("'{*' behind Ann");
   text = token().text;
   next();
