@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -92,13 +93,15 @@ class StilStates {
     state.assigned = true;
     change(state, signal, character);
   }
+  // Without branches: whether data change can't be foreseen.
   void change(State& state, std::uint32_t signal, char character) {
-    if (state.character == character) return;
+    const bool isNew = (state.character != character) & !state.dirty;
     state.character = character;
-    if (state.dirty) return;
-    state.dirty = true;
-    changed_.push_back(signal);
+    state.dirty = state.dirty | isNew;
+    changed_[changedCount_] = signal;
+    changedCount_ += isNew ? 1 : 0;
   }
+  std::span<const std::uint32_t> changed() const { return {changed_.data(), changedCount_}; }
   bool tellSignal(std::uint32_t signal, const StilWhere& where);
   bool unknownWave(std::uint32_t signal, const StilWhere& where);
   void useWaves();
@@ -116,7 +119,8 @@ class StilStates {
   std::vector<StilWhere> places_;     // the last kPlaces
   std::uint32_t place_ = 0;
 
-  std::vector<std::uint32_t> changed_;
+  std::vector<std::uint32_t> changed_;  // room for one more than there are signals
+  std::size_t changedCount_ = 0;
   std::vector<SignalCycle> told_;
   bool toldAny_ = false;
   std::int64_t toldTable_ = kNoTable;

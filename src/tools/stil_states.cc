@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <span>
 
 #include "tools/stil_expand_internal.h"
 
@@ -13,6 +12,7 @@ StilStates::StilStates(StilReader& reader, const StilTiming& timing, PatternWrit
   carried_ = static_cast<std::size_t>(
       std::ranges::find(signals, StilDirection::supply, &StilSignal::direction) - signals.begin());
   states_.resize(count);
+  changed_.resize(count + 1);
   places_.resize(kPlaces);
   told_.resize(count);
 }
@@ -80,12 +80,12 @@ bool StilStates::tell(const StilWhere& where) {
     }
     toldAny_ = true;
   } else {
-    for (const std::uint32_t signal : changed_) {
+    for (const std::uint32_t signal : changed()) {
       if (signal < carried_ && !tellSignal(signal, where)) return false;
     }
   }
-  for (const std::uint32_t signal : changed_) states_[signal].dirty = false;
-  changed_.clear();
+  for (const std::uint32_t signal : changed()) states_[signal].dirty = false;
+  changedCount_ = 0;
   return true;
 }
 
