@@ -132,7 +132,7 @@ void StilImport::orderSignals() {
   const auto isCarried = [](const StilSignal& signal) {
     return signal.direction != StilDirection::supply;
   };
-  std::ranges::stable_partition(model_.signals, isCarried);
+  std::stable_partition(model_.signals.begin(), model_.signals.end(), isCarried);
   carried_ = static_cast<std::size_t>(std::ranges::count_if(model_.signals, isCarried));
   for (const StilSignal& signal : model_.signals) {
     directions_.push_back(directionRow(signal.direction).direction);

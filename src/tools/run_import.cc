@@ -41,7 +41,8 @@ void declare(Usage& usage, Command& command) {
   app.add_option("--burst", options.burst, "STIL: PatternBurst, in place of the PatternExec's");
   app.add_option("--pattern", options.patterns,
                  "STIL: patterns to take in this order, in place of a burst")
-      ->delimiter(',');
+      ->delimiter(',')
+      ->allow_extra_args(false);
   app.add_flag("--lenient", options.lenient,
                "STIL: warn of what has no counterpart, and go on where that is possible");
   app.add_flag("--flat", options.flat, "STIL: write out loops, repeats and calls");
@@ -49,10 +50,18 @@ void declare(Usage& usage, Command& command) {
   app.add_option("--period", command.period, "VCD: length of a cycle, such as 100nS");
   app.add_option("--strobe", command.strobe,
                  "VCD: where in a cycle outputs are sampled; else at 90 % of the period");
-  app.add_option("--clock", options.clocks, "VCD: inputs that pulse")->delimiter(',');
-  app.add_option("--inputs", options.inputs, "VCD: names, or patterns with *")->delimiter(',');
-  app.add_option("--outputs", options.outputs, "VCD: names, or patterns with *")->delimiter(',');
-  app.add_option("--bidirs", options.bidirs, "VCD: names, or patterns with *")->delimiter(',');
+  app.add_option("--clock", options.clocks, "VCD: inputs that pulse")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  app.add_option("--inputs", options.inputs, "VCD: names, or patterns with *")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  app.add_option("--outputs", options.outputs, "VCD: names, or patterns with *")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  app.add_option("--bidirs", options.bidirs, "VCD: names, or patterns with *")
+      ->delimiter(',')
+      ->allow_extra_args(false);
   app.add_option("--scope", options.scope, "VCD: look for names below this scope");
   app.add_option("--options", command.optionFile, "VCD: file of such options, a line each");
   app.add_flag("--list", command.list, "VCD: list the variables and import nothing");

@@ -1,7 +1,8 @@
 #pragma once
 
 // Shared by the parts of the expansion: the states of the signals (stil_states.cc), the
-// data of calls (stil_expand_data.cc), calls, loops and shifts (stil_expand_blocks.cc).
+// data of calls (stil_expand_data.cc), calls and loops (stil_expand_blocks.cc), and
+// shifts (stil_expand_shift.cc).
 
 #include <array>
 #include <list>
@@ -181,6 +182,19 @@ bool stilCodedData(const StilData& data, const StilAttributes* attributes, std::
 bool hasParameters(const std::vector<StilStatement>& body);
 
 // --- The whole -----------------------------------------------------------------------
+
+// Sets a flag and puts it back.
+class StilQuiet {
+ public:
+  StilQuiet(bool& flag, bool value) : flag_(flag), before_(flag) { flag = value; }
+  ~StilQuiet() { flag_ = before_; }
+  StilQuiet(const StilQuiet&) = delete;
+  StilQuiet& operator=(const StilQuiet&) = delete;
+
+ private:
+  bool& flag_;
+  bool before_;
+};
 
 struct StilVariant {
   int subroutine;
