@@ -18,17 +18,17 @@ constexpr std::int64_t kStrobePercent = 90;  // of the period, where no option t
 std::int64_t femtosecondsOf(TIME time) { return PBtimeToLong(time); }
 
 // The database under construction, given up unless it is closed.
-class NewDatabase {
+class GrowingDatabase {
  public:
-  explicit NewDatabase(const std::string& path)
+  explicit GrowingDatabase(const std::string& path)
       : handle_(PVBopenAny(path, true, kDefaultRowWidth, kBuffers, kAllSections, false)) {}
-  ~NewDatabase() {
+  ~GrowingDatabase() {
     if (handle_ < 0) return;
     PVBcloseUnsaved(handle_);
     PBdiscardErrors();
   }
-  NewDatabase(const NewDatabase&) = delete;
-  NewDatabase& operator=(const NewDatabase&) = delete;
+  GrowingDatabase(const GrowingDatabase&) = delete;
+  GrowingDatabase& operator=(const GrowingDatabase&) = delete;
 
   int handle() const { return handle_; }
   bool close() { return PVBclose(std::exchange(handle_, -1)) == 0; }
@@ -129,7 +129,7 @@ bool VcdImport::takeChanges(VcdCycles& cycles) {
 bool VcdImport::run(const std::string& path) {
   if (!reader_.readHeader() || !chooseTimes()) return false;
   if (!chooseVcdSignals(reader_, options_, choice_)) return false;
-  NewDatabase database(path);
+  GrowingDatabase database(path);
   if (database.handle() < 0) {
     return refuse(kCantSaveDatabase,
                   fmt::format("the database can't be made: {}", takePostedReasons()));
