@@ -41,7 +41,8 @@ std::string head() {
 
 // Every time some bits change, every fourth time a vector too.
 std::string dumpText() {
-  std::mt19937 random(1);
+  std::mt19937 source(1);
+  const auto random = [&source] { return static_cast<std::uint32_t>(source()); };
   std::string text = head();
   text.reserve(kTextSize + 4096);
   for (unsigned time = 0; text.size() < kTextSize; time += 5000) {
