@@ -113,7 +113,7 @@ bool VcdImport::takeTime(VcdCycles& cycles) {
 bool VcdImport::takeChanges(VcdCycles& cycles, const PatternWriter& writer) {
   Progress progress(reader_.source().size(), "Reading changes", options_.quiet);
   bool good = true;
-  for (VcdEvent event = reader_.next(); good && event != VcdEvent::end; event = reader_.next()) {
+  for (VcdEvent event = reader_.next(); event != VcdEvent::end; event = reader_.next()) {
     if (event == VcdEvent::time) {
       progress.update(reader_.source().consumed());
       good = takeTime(cycles);
