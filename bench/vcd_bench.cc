@@ -68,6 +68,7 @@ void countBytes(benchmark::State& state) {
 }
 
 void readText(benchmark::State& state) {
+  sharedText();
   for (auto step : state) {
     VcdReader reader(openByteText(sharedText(), "text"), [](const Message&) {});
     if (!reader.readHeader()) state.SkipWithError("the head can't be read");
