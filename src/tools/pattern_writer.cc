@@ -143,7 +143,6 @@ bool PatternWriter::addGroup(std::string_view name, std::span<const std::uint32_
   group->name = name;
   group->type = MEM_GROUP;
   for (const std::uint32_t signal : signals) group->members.push_back(parts_->ids[signal]);
-  group->memberCount = static_cast<std::int32_t>(group->members.size());
   return PVBsignalAdd(parts_->database, std::move(group)) != UNDEF ||
          parts_->refused(fmt::format("group '{}' can't be entered", name));
 }
