@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/time.h"
@@ -22,6 +23,17 @@ struct ExportOptions {
 // Of an open database. False after messages.
 bool exportStil(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
 bool exportVcd(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
+
+// A writer: the kind's name, endings of file names (with ".gz" behind them the file is
+// compressed), what it is for, and its options of the verb.
+struct ExportFormat {
+  std::string_view name;
+  std::span<const std::string_view> endings;
+  std::string_view description;
+  std::string_view options;
+  bool (*write)(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
+};
+std::span<const ExportFormat> exportFormats();
 
 // The verb: `pvb export DB -o FILE.stil|FILE.vcd`. The exit code.
 int runExport(std::span<const std::string> arguments);
