@@ -18,6 +18,7 @@ struct ExportOptions {
   std::optional<TIME> from;  // VCD: the stretch of time
   std::optional<TIME> to;
   std::vector<std::string> signals;  // VCD: these only
+  bool quiet = true;                 // no progress is shown
 };
 
 // Of an open database. False after messages.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "base/progress.h"
 #include "pvb/database.h"
 #include "pvb/property.h"
 #include "tools/dump_format.h"
@@ -18,9 +17,7 @@ constexpr std::int32_t kCommentKey = 0;
 
 // --- Names ---------------------------------------------------------------------------
 
-bool breaksNames(char c) {
-  return c == '"' || c == '\'' || static_cast<unsigned char>(c) < ' ';
-}
+bool breaksNames(char c) { return c == '"' || c == '\'' || static_cast<unsigned char>(c) < ' '; }
 
 std::string baseName(const std::string& path) {
   return std::filesystem::path(path).filename().replace_extension().string();
@@ -109,6 +106,17 @@ void writeGroup(const StilExport& stil, const StilGroupMembers& group) {
   stil.line(line + "';");
 }
 
+std::int64_t rowCount(int database) {
+  PVBposition sums;
+  std::int64_t rows = 0;
+  if (PVBpatternInqSize(database, kMainPattern, sums) == 0) rows = sums.row;
+  const auto& subroutines = PVBget(database)->patterns->subroutines;
+  for (const PVBsubroutine& subroutine : subroutines) {
+    if (subroutine.root != kNoNode) rows += subroutine.sums.row;
+  }
+  return rows;
+}
+
 }  // namespace
 
 std::string StilNameTable::take(std::string_view name, std::string_view usual) {
@@ -170,8 +178,8 @@ void stilWriteSignals(StilExport& stil) {
   writeHeader(stil);
   stil.line("Signals {");
   for (const StilSignalColumns& signal : stil.signals) {
-    stil.line(fmt::format("  {} {};", stilQuoted(signal.name),
-                          directionWord(signal.signal->direction)));
+    stil.line(
+        fmt::format("  {} {};", stilQuoted(signal.name), directionWord(signal.signal->direction)));
   }
   stil.line("}");
   stil.line("SignalGroups {");
@@ -182,8 +190,10 @@ void stilWriteSignals(StilExport& stil) {
   stil.line("}");
 }
 
-bool exportStil(int database, const ExportOptions&, TextSink& out, const MessageSink& sink) {
-  StilExport stil = {database, out, sink};
+bool exportStil(int database, const ExportOptions& options, TextSink& out,
+                const MessageSink& sink) {
+  Progress progress(2 * rowCount(database), "Writing rows", options.quiet);
+  StilExport stil(database, out, sink, progress);
   if (!stilTakeSignals(stil) || !stilSurvey(stil)) return false;
   if (!stilChooseCharacters(stil) || !stilReadEquations(stil)) return false;
   stilTellNotCarried(stil);

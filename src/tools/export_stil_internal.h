@@ -23,6 +23,7 @@
 #include "pvb/pattern.h"
 #include "tools/export.h"
 #include "tools/meaning.h"
+#include "tools/tool_progress.h"
 
 // --- Names ---------------------------------------------------------------------------
 
@@ -91,9 +92,13 @@ struct StilRowPlace {
 };
 
 struct StilExport {
+  StilExport(int theDatabase, TextSink& theText, const MessageSink& theSink, Progress& theProgress)
+      : database(theDatabase), out(theText), sink(theSink), progress(theProgress) {}
+
   int database;
   TextSink& out;
   const MessageSink& sink;
+  Progress& progress;  // by rows, those of both walks
 
   std::vector<StilSignalColumns> signals;
   std::string allSignals;  // name of the group of all
@@ -106,7 +111,7 @@ struct StilExport {
   std::size_t plateCount = 0;                      // of these
   StilEquations equations;
   std::unordered_set<std::string> warnings;  // each is told once
-  std::int64_t rowsDone = 0;                 // of both walks
+  std::int64_t rowsDone = 0;
 
   bool refuse(std::string text) const;
   void warn(std::string text);

@@ -222,7 +222,8 @@ bool PatternText::call(const PVBrow& row, StilRowPlace place) {
 }
 
 bool writeProcedures(StilExport& stil) {
-  const bool any = std::ranges::any_of(stil.procedures, [](const auto& name) { return !name.empty(); });
+  const bool any =
+      std::ranges::any_of(stil.procedures, [](const auto& name) { return !name.empty(); });
   if (!any) return true;
   stil.line("Procedures {");
   for (std::size_t i = 0; i < stil.procedures.size(); ++i) {

@@ -164,8 +164,8 @@ bool differsInSets(const ssSheet& sheet, std::size_t row) {
 
 std::optional<std::string> periodExpression(StilEquations& equations, const PVBtimePlate& plate) {
   if (!plate.name) return std::nullopt;
-  const VariablePlace place = findVariable(equations.data, std::string(*plate.name) +
-                                                               std::string(kPeriodEnding));
+  const VariablePlace place =
+      findVariable(equations.data, std::string(*plate.name) + std::string(kPeriodEnding));
   if (place.sheet == kNotFound) return std::nullopt;
   const ssSheet& sheet = equations.data.sheets[place.sheet];
   return ssExpression(sheet, selectedSet(sheet), place.row);
@@ -178,8 +178,8 @@ void takePeriods(StilExport& stil) {
     if (!expression || !givesTime(stil.equations, *expression, plate->plate->period)) continue;
     const std::string variable = *plate->plate->name + std::string(kPeriodEnding);
     const VariablePlace place = findVariable(stil.equations.data, variable);
-    const bool needed = differsInSets(stil.equations.data.sheets[place.sheet], place.row) ||
-                        isUsed(stil, variable);
+    const bool needed =
+        differsInSets(stil.equations.data.sheets[place.sheet], place.row) || isUsed(stil, variable);
     if (!needed) stil.equations.periods.insert(variable);
   }
 }
@@ -234,12 +234,13 @@ class SpecText {
       : stil_(stil), index_(sheet), sheet_(stil.equations.data.sheets[sheet]) {}
 
   void write() {
-    stil_.line(sheet_.name.empty() ? "Spec {"
-                                   : fmt::format("Spec {} {{", stilQuoted(names_.take(sheet_.name, {}))));
+    stil_.line(sheet_.name.empty()
+                   ? "Spec {"
+                   : fmt::format("Spec {} {{", stilQuoted(names_.take(sheet_.name, {}))));
     for (std::size_t set = 0; set < stil_.equations.categories[index_].size(); ++set) {
       stil_.equations.scope->select(index_, sheet_.sets.empty() ? kNotFound : set);
-      stil_.line(fmt::format("  Category {} {{",
-                             stilQuoted(stil_.equations.categories[index_][set])));
+      stil_.line(
+          fmt::format("  Category {} {{", stilQuoted(stil_.equations.categories[index_][set])));
       for (std::size_t row = 0; row < sheet_.variables.size(); ++row) variable(set, row);
       stil_.line("  }");
     }
@@ -327,8 +328,7 @@ void stilWriteExec(StilExport& stil) {
   for (std::size_t i = 0; i < data.sheets.size(); ++i) {
     if (data.sheets[i].variables.empty()) continue;
     const std::size_t selected = selectedSet(data.sheets[i]);
-    const std::string& name =
-        stil.equations.categories[i][selected == kNotFound ? 0 : selected];
+    const std::string& name = stil.equations.categories[i][selected == kNotFound ? 0 : selected];
     if (std::ranges::find(categories, name) != categories.end()) continue;
     categories.insert(i == data.selectedSheet ? categories.begin() : categories.end(), name);
   }

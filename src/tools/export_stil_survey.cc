@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/progress.h"
 #include "pvb/database.h"
 #include "pvb/scan_run.h"
 #include "tools/export_stil_internal.h"
@@ -48,14 +47,14 @@ class RowWalk {
   int pattern_;
   StilRowVisitor& visitor_;
   int openLoops_ = 0;
-  int skippedDepth_ = -1;  // of a loop that is never run; -1 for none
+  int skippedDepth_ = -1;            // of a loop that is never run; -1 for none
   std::vector<std::uint64_t> copy_;  // room for a row with the states of a shift
 };
 
 bool RowWalk::run() {
   PatternWalk walk(stil_.database, pattern_);
   while (walk.next()) {
-    PBprogressUpdate(++stil_.rowsDone);
+    stil_.progress.update(++stil_.rowsDone);
     const int depth = std::max(walk.depth(), 0);
     if (skippedDepth_ >= 0 && depth > skippedDepth_) continue;
     skippedDepth_ = -1;

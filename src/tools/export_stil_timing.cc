@@ -235,8 +235,7 @@ void TableText::heading(const std::vector<std::size_t>& signals) {
 
 std::string TableText::waves(std::size_t signal) {
   const StilCodes& codes = plate_.codes[plate_.signalCodes[signal]];
-  const TimeExpressions expressions =
-      expressionsOf(*plate_.plate, *stil_.signals[signal].signal);
+  const TimeExpressions expressions = expressionsOf(*plate_.plate, *stil_.signals[signal].signal);
   std::map<char, EventListId> byCharacter;
   for (std::size_t place = 0; place < kCodePlaces; ++place) {
     if (codes.events[place] != kNotWorkedOut) {
@@ -256,7 +255,8 @@ void TableText::events(std::string& text, EventListId id, const TimeExpressions&
   const std::vector<MeaningEvent>& events = stil_.store.events(id);
   for (std::size_t i = 0; i < events.size(); ++i) {
     const auto found = expressions.find(events[i].time);
-    const auto expression = found != expressions.end() ? std::optional(found->second) : std::nullopt;
+    const auto expression =
+        found != expressions.end() ? std::optional(found->second) : std::nullopt;
     text += stilTime(stil_, timeOfFemtoseconds(events[i].time), expression, plate_.plate->period);
     text += ' ';
     text += stateCharacter(events, i);

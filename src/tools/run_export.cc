@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -7,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/progress.h"
 #include "tools/export.h"
 #include "tools/open_database.h"
+#include "tools/tool_progress.h"
 #include "tools/usage.h"
 
 namespace {
@@ -77,7 +76,6 @@ struct ExportCall {
   std::string begin;
   std::string end;
   bool force = false;
-  bool quiet = false;
   ExportOptions options;
 
   const ExportFormat* format = nullptr;
@@ -154,11 +152,6 @@ int exportTo(const ExportCall& call, int database) {
   return kExitYes;
 }
 
-void enableProgress(bool quiet) {
-  PBprogressEnable(!quiet && isatty(STDERR_FILENO) != 0);
-  PBprogressFastPath(true);
-}
-
 }  // namespace
 
 std::span<const ExportFormat> exportFormats() { return kFormats; }
@@ -175,7 +168,7 @@ int runExport(std::span<const std::string> arguments) {
   usage.app.add_option("--signals", call.options.signals, "VCD: names of signals, by commas")
       ->delimiter(',');
   usage.app.add_flag("--force", call.force, "Replace the file when it is there");
-  usage.app.add_flag("--quiet", call.quiet, "Show no progress");
+  usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (const auto exit = chooseFormat(call)) return *exit;
   if (const auto exit = readOptions(call)) return *exit;
@@ -184,6 +177,7 @@ int runExport(std::span<const std::string> arguments) {
   }
   ReadDatabase database;
   if (!database.open(databasePath(call.database), printMessage)) return kExitFailed;
-  enableProgress(call.quiet);
+  const bool shown = call.output == kStandardOutput && outputIsTerminal();
+  call.options.quiet = usage.quiet() || shown;
   return exportTo(call, database.handle());
 }
