@@ -114,7 +114,9 @@ struct StilExport {
   std::int64_t rowsDone = 0;
 
   bool refuse(std::string text) const;
+  // Tells once.
   void warn(std::string text);
+  void leaveOut(std::string_view what) { warn(std::string("left out: ").append(what)); }
   std::string& text() const { return out.text(); }
   void line(std::string_view text) const {
     out.text().append(text) += '\n';

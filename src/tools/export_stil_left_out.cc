@@ -110,6 +110,6 @@ constexpr std::array<LeftOut, 10> kLeftOut = {{
 
 void stilTellNotCarried(StilExport& stil) {
   for (const LeftOut& kind : kLeftOut) {
-    if (kind.present(stil)) stil.warn(std::string(kind.text));
+    if (kind.present(stil)) stil.leaveOut(kind.text);
   }
 }

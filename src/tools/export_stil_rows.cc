@@ -20,7 +20,6 @@ namespace {
 constexpr std::int32_t kCommentKey = 0;
 // Longer runs of a character are written as repeats of it.
 constexpr std::size_t kShortRun = 8;
-constexpr std::string_view kOtherProperties = "properties of rows that aren't comments";
 
 class PatternText : public StilRowVisitor {
  public:
@@ -98,7 +97,7 @@ void PatternText::comments(const PVBrow& row) {
       if (property->key == kCommentKey) {
         found.push_back(property->value.value_or(""));
       } else {
-        stil_.warn(std::string(kOtherProperties));
+        stil_.leaveOut("properties of rows that aren't comments");
       }
     }
     for (auto comment = found.rbegin(); comment != found.rend(); ++comment) annotation(*comment);
@@ -118,7 +117,7 @@ void PatternText::labels(const PVBrow& row, StilRowPlace place) {
   label_.clear();
   for (; nextLabel_ < labels_.size() && labels_[nextLabel_].row == place.row; ++nextLabel_) {
     const PVBlabel& label = *labels_[nextLabel_].label;
-    if (label.text) stil_.warn("texts of labels");
+    if (label.text) stil_.leaveOut("texts of labels");
     if (!label_.empty()) {
       stil_.warn("several labels of one row: all but the last are comments");
       annotation("label " + label_);

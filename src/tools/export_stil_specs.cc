@@ -97,6 +97,9 @@ class Translation {
   std::string out_;
 };
 
+// As STIL writes a time.
+std::string timeText(TIME time) { return time == TIME_ZERO ? "0ns" : PBtimeText(time); }
+
 bool givesTime(StilEquations& equations, const std::string& expression, TIME time) {
   Quantity value;
   ExpressionError error;
@@ -256,7 +259,7 @@ class SpecText {
     Quantity value;
     ExpressionError error;
     if (!stil_.equations.scope->evaluate(expression, value, error)) {
-      stil_.warn(std::string(kBadExpressions));
+      stil_.leaveOut(kBadExpressions);
       return;
     }
     const std::string text = Translation(stil_.equations, expression, {}).run();
@@ -279,7 +282,7 @@ class SpecText {
   std::string attribute(std::string_view word, const ssValue& value, Dimension dimension) {
     if (value.code == kValueUndefined) return {};
     if (value.code == kValueText || !std::isfinite(value.number)) {
-      stil_.warn("values of variables that aren't numbers");
+      stil_.leaveOut("values of variables that aren't numbers");
       return {};
     }
     const std::string text = quantityText(quantityOfNumber(value.number, dimension));
@@ -341,14 +344,14 @@ void stilWriteExec(StilExport& stil) {
 
 std::string stilTime(StilExport& stil, TIME time, const std::optional<std::string>& expression,
                      TIME period) {
-  const std::string plain = PBtimeText(time);
+  const std::string plain = timeText(time);
   if (!expression) return fmt::format("'{}'", plain);
   stil.equations.scope->setLocal(std::string(kOwnPeriod), quantityOfTime(period));
   if (!givesTime(stil.equations, *expression, time)) {
-    stil.warn(std::string(kBadExpressions));
+    stil.leaveOut(kBadExpressions);
     return fmt::format("'{}'", plain);
   }
-  return fmt::format("'{}'", Translation(stil.equations, *expression, PBtimeText(period)).run());
+  return fmt::format("'{}'", Translation(stil.equations, *expression, timeText(period)).run());
 }
 
 std::string stilPeriod(StilExport& stil, const StilPlate& plate) {

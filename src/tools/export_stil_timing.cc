@@ -103,7 +103,7 @@ bool CharacterChoice::run(StilCodes& codes) {
   for (EventListId& id : codes.events) {
     if (id == kNotWorkedOut) continue;
     if (plainDataOnly(id)) {
-      stil_.warn("data of signals that their timeplate has no wave for");
+      stil_.leaveOut("data of signals that their timeplate has no wave for");
       id = kNoEvents;
     }
     const auto [place, isNew] = chosen.try_emplace(id, '\0');
