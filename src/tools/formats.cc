@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "tools/export.h"
 #include "tools/import.h"
 #include "tools/table_output.h"
 #include "tools/usage.h"
@@ -59,5 +60,6 @@ int runFormats(std::span<const std::string> arguments) {
   TableOutput table(out, usage.format(), "pvb-formats/1",
                     {"verb", "format", "endings", "option", "default", "meaning"});
   tellFormats(table, "import", importFormats(), runImport);
+  tellFormats(table, "export", exportFormats(), runExport);
   return table.finish() ? kExitYes : refuse(kOutputLost, "standard output can't be written");
 }
