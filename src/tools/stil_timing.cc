@@ -4,35 +4,19 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
-#include "equations/expression.h"
 #include "tools/flat_walk.h"
-#include "tools/stil_expression.h"
 #include "tools/stil_timing_internal.h"
 
 namespace {
 
 // Tables that one stands on through others.
 constexpr std::size_t kDeepestInheritance = 64;
-// Waves given to signals, of all tables together: groups would make many of few bytes.
-constexpr std::size_t kMostWaves = std::size_t{1} << 26;
-
-// Events that the reader has no state for and the database has.
-struct OtherState {
-  std::string_view name;
-  char state;
-};
-constexpr std::array<OtherState, 8> kOtherStates = {{{"A", '0'},
-                                                     {"LogicLow", '0'},
-                                                     {"B", '1'},
-                                                     {"LogicHigh", '1'},
-                                                     {"F", 'F'},
-                                                     {"LogicZ", 'F'},
-                                                     {"?", '?'},
-                                                     {"Unknown", '?'}}};
-// Those that can be left uncompared.
-constexpr std::array<std::string_view, 4> kValidWords = {"V", "v", "CompareValid",
-                                                         "CompareValidWindow"};
+// Events, and waves of signals, of all tables together: groups and inheritance would make
+// many of few bytes.
+constexpr std::size_t kMostWork = std::size_t{1} << 26;
+constexpr std::size_t kNamesShown = 8;
 
 // --- One table -----------------------------------------------------------------------
 
@@ -44,21 +28,16 @@ class TableReader {
       : reader_(reader),
         model_(reader.model()),
         names_(names),
-        scope_(equations),
         directions_(directions),
-        lenient_(lenient),
         writer_(writer),
         parts_(parts),
-        shapes_(writer) {}
+        shapes_(writer),
+        reading_(reader, equations, lenient, shapes_) {}
 
   bool choose(const std::string& timing);
   bool read();
 
  private:
-  struct Time {
-    std::int64_t value = 0;  // femtoseconds
-    StilTime text;
-  };
   // A wave of one character on a signal, in the order in which they were defined.
   struct Given {
     char character;
@@ -68,39 +47,33 @@ class TableReader {
   };
   using GivenList = std::vector<Given>;
 
+  bool spend(std::size_t work, const StilWhere& where);
   bool readTable(const StilTable& table);
   bool collect(const StilTable& table, std::vector<const StilTable*>& chain, std::size_t depth);
   const StilTable* parent(const StilTable& table, const std::string& name) const;
   bool readPeriod(const StilTable& table, const std::vector<const StilTable*>& chain);
   bool readWave(const StilWave& wave, StilNames& names);
-  bool readTimes(const StilWave& wave);
-  bool time(const std::string& text, const Time* before, const StilWhere& where, Time& out);
-  bool inOrder(const StilWave& wave);
-  bool readCharacter(const StilWave& wave, std::size_t character);
-  bool state(const StilState& from, const StilWhere& where, bool warns, char& to);
   bool give(const StilWave& wave, StilNames& names);
-  WaveEvent event(const Time& time, char state);
   StilNames& namesOf(const StilTable& table);
   std::uint32_t characters(SignalDirection direction, const GivenList& given);
+  std::uint32_t enter(const StilCharacters& set);
 
   StilReader& reader_;
   const StilModel& model_;
   StilNames& names_;
-  ExpressionScope scope_;
   std::span<const SignalDirection> directions_;
-  bool lenient_;
   PatternWriter& writer_;
   StilTables& parts_;
   ShapeMaker shapes_;
+  WaveReader reading_;
 
   std::vector<const StilTable*> chosen_;
   std::map<std::pair<std::string_view, std::string_view>, const StilTable*> byName_;  // all
   std::map<std::vector<std::string>, std::unique_ptr<StilNames>> otherNames_;
-  std::size_t given_ = 0;
+  std::size_t work_ = 0;
+  std::unordered_multimap<std::uint64_t, std::uint32_t> setByHash_;
 
   // Of the table being read.
-  Time period_;
-  std::vector<Time> times_;    // of the events of a wave
   std::vector<Wave> waves_;    // of single characters
   std::size_t firstWave_ = 0;  // of the wave being read
   std::vector<GivenList> ofSignal_;
@@ -111,11 +84,11 @@ class TableReader {
 
 // Those of the domain; without one the domain without a name, or the only one there is.
 bool TableReader::choose(const std::string& timing) {
-  std::vector<std::string_view> domains;
+  std::set<std::string_view> domains;
   for (const StilTable& table : model_.tables) {
     byName_.emplace(std::pair(std::string_view(table.domain), std::string_view(table.name)),
                     &table);
-    if (std::ranges::find(domains, table.domain) == domains.end()) domains.push_back(table.domain);
+    domains.insert(table.domain);
     if (table.domain == timing) chosen_.push_back(&table);
   }
   if (!chosen_.empty()) return true;
@@ -127,8 +100,9 @@ bool TableReader::choose(const std::string& timing) {
   }
   if (domains.size() > 1) {
     std::string text;
-    for (const std::string_view domain : domains) {
-      text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", domain);
+    std::size_t shown = 0;
+    for (auto domain = domains.begin(); domain != domains.end() && shown < kNamesShown; ++shown) {
+      text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", *domain++);
     }
     return reader_.failAt({}, kStilUnknownTable,
                           fmt::format("no PatternExec chooses between the Timings {}", text));
@@ -145,12 +119,19 @@ bool TableReader::read() {
   return true;
 }
 
+bool TableReader::spend(std::size_t work, const StilWhere& where) {
+  work_ += work;
+  return work_ <= kMostWork ||
+         reader_.failAt(where, kStilTooLong, "the waveforms are too many for all their signals");
+}
+
 bool TableReader::readTable(const StilTable& table) {
   if (parts_.byName.contains(table.name)) {
     return reader_.failAt(table.where, kStilTwice,
                           fmt::format("there are two WaveformTables \"{}\"", table.name));
   }
   std::vector<const StilTable*> chain;
+  if (!spend(model_.signals.size(), table.where)) return false;
   if (!collect(table, chain, 0) || !readPeriod(table, chain)) return false;
   waves_.clear();
   sets_.clear();
@@ -160,8 +141,9 @@ bool TableReader::readTable(const StilTable& table) {
       if (!readWave(wave, namesOf(*part))) return false;
     }
   }
-  const std::size_t number = writer_.addTable(table.name, timeOfFemtoseconds(period_.value),
-                                              period_.text.named ? period_.text.text : "");
+  const WaveTime& period = reading_.period();
+  const std::size_t number = writer_.addTable(table.name, timeOfFemtoseconds(period.value),
+                                              period.text.named ? period.text.text : "");
   StilTables::Table& entry = parts_.tables.emplace_back();
   entry.number = number;
   parts_.byName.emplace(table.name, number);
@@ -188,6 +170,7 @@ bool TableReader::collect(const StilTable& table, std::vector<const StilTable*>&
       return reader_.failAt(table.where, kStilUnknownTable,
                             fmt::format("there is no WaveformTable \"{}\" to inherit", name));
     }
+    if (!spend(chain.size() + 1, table.where)) return false;
     if (std::ranges::find(chain, other) != chain.end()) continue;
     if (!collect(*other, chain, depth + 1)) return false;
   }
@@ -218,102 +201,15 @@ bool TableReader::readPeriod(const StilTable& table, const std::vector<const Sti
     return reader_.failAt(table.where, kStilBadTime,
                           fmt::format("WaveformTable \"{}\" has no Period", table.name));
   }
-  if (!time((*own)->period, nullptr, (*own)->where, period_)) return false;
-  return period_.value > 0 || reader_.failAt((*own)->where, kStilBadTime, "the Period is zero");
+  return reading_.readPeriod((*own)->period, (*own)->where);
 }
 
 // --- Waves ---------------------------------------------------------------------------
 
 bool TableReader::readWave(const StilWave& wave, StilNames& names) {
   firstWave_ = waves_.size();
-  if (!readTimes(wave)) return false;
-  for (std::size_t i = 0; i < wave.characters.size(); ++i) {
-    if (!readCharacter(wave, i)) return false;
-  }
-  return give(wave, names);
-}
-
-bool TableReader::readTimes(const StilWave& wave) {
-  times_.clear();
-  for (const StilEvent& event : wave.events) {
-    Time time;
-    const Time* before = times_.empty() ? nullptr : &times_.back();
-    if (event.time.empty()) {
-      if (before != nullptr) time = *before;
-    } else if (!this->time(event.time, before, event.where, time)) {
-      return false;
-    }
-    times_.push_back(std::move(time));
-  }
-  return inOrder(wave);
-}
-
-bool TableReader::time(const std::string& text, const Time* before, const StilWhere& where,
-                       Time& out) {
-  static const StilTime kBeginning;
-  std::string reason;
-  if (!stilExpression(text, before != nullptr ? &before->text : &kBeginning, out.text, reason)) {
-    return reader_.failAt(where, kStilBadExpression, fmt::format("'{}': {}", text, reason));
-  }
-  Quantity value;
-  ExpressionError error;
-  if (!scope_.evaluate(out.text.text, value, error)) {
-    return reader_.failAt(where, kStilBadExpression,
-                          fmt::format("'{}': {}", text, expressionErrorText(error)));
-  }
-  TIME time;
-  if (!quantityToTime(value, time, reason)) {
-    return reader_.failAt(where, kStilBadTime, fmt::format("'{}': {}", text, reason));
-  }
-  out.value = femtoseconds(time);
-  return true;
-}
-
-bool TableReader::inOrder(const StilWave& wave) {
-  for (std::size_t i = 1; i < times_.size(); ++i) {
-    if (times_[i].value >= times_[i - 1].value) continue;
-    const std::string text = fmt::format("an event at {} stands behind one at {}",
-                                         PBtimeText(timeOfFemtoseconds(times_[i].value)),
-                                         PBtimeText(timeOfFemtoseconds(times_[i - 1].value)));
-    if (!lenient_) return reader_.failAt(wave.events[i].where, kStilBadTime, text);
-    reader_.warnAt(wave.events[i].where, kStilBadTime, text);
-  }
-  return true;
-}
-
-bool TableReader::readCharacter(const StilWave& wave, std::size_t character) {
-  Wave events;
-  for (std::size_t i = 0; i < wave.events.size(); ++i) {
-    const std::vector<StilState>& states = wave.events[i].states;
-    const std::size_t place = character < states.size() ? character : 0;
-    char to = 0;
-    const bool warns = place == character;
-    if (!state(states[place], wave.events[i].where, warns, to)) return false;
-    if (to != 0) events.push_back(event(times_[i], to));
-  }
-  std::ranges::stable_sort(events, {}, &WaveEvent::time);
-  waves_.push_back(plainCompares(events, event(period_, 'X')));
-  return true;
-}
-
-WaveEvent TableReader::event(const Time& time, char state) {
-  return {time.value, time.text.named ? shapes_.expression(time.text.text) : 0, state};
-}
-
-// 0 for one that is left out.
-bool TableReader::state(const StilState& from, const StilWhere& where, bool warns, char& to) {
-  to = from.state;
-  if (to != 0) return true;
-  const auto* other = std::ranges::find(kOtherStates, from.other, &OtherState::name);
-  if (other != kOtherStates.end()) {
-    to = other->state;
-    return true;
-  }
-  const std::string text = fmt::format("a database has no event like \"{}\"", from.other);
-  if (!lenient_) return reader_.failAt(where, kStilUnsupported, text);
-  if (warns) reader_.warnAt(where, kStilUnsupported, text);
-  if (std::ranges::find(kValidWords, from.other) != kValidWords.end()) to = 'X';
-  return true;
+  if (!spend(wave.events.size() * wave.characters.size(), wave.where)) return false;
+  return reading_.read(wave, waves_) && give(wave, names);
 }
 
 // --- Signals -------------------------------------------------------------------------
@@ -331,10 +227,7 @@ bool TableReader::give(const StilWave& wave, StilNames& names) {
   std::string problem;
   const StilTarget* target = names.find(wave.signals, problem);
   if (target == nullptr) return reader_.failAt(wave.signals.where, kStilUnknownName, problem);
-  given_ += target->signals.size() * wave.characters.size();
-  if (given_ > kMostWaves) {
-    return reader_.failAt(wave.where, kStilTooLong, "the waveforms are those of too many signals");
-  }
+  if (!spend(target->signals.size() * wave.characters.size(), wave.where)) return false;
   for (const std::uint32_t signal : target->signals) {
     for (std::size_t i = 0; i < wave.characters.size(); ++i) {
       const Given given = {wave.characters[i], static_cast<std::uint32_t>(firstWave_ + i)};
@@ -352,8 +245,7 @@ bool TableReader::give(const StilWave& wave, StilNames& names) {
 
 std::uint32_t TableReader::characters(SignalDirection direction, const GivenList& given) {
   if (given.empty()) return 0;
-  const auto number = static_cast<std::uint32_t>(parts_.sets.size());
-  const auto [place, isNew] = sets_.emplace(std::pair(direction, given), number);
+  const auto [place, isNew] = sets_.emplace(std::pair(direction, given), 0);
   if (!isNew) return place->second;
   std::string characters;
   std::vector<const Wave*> waves;
@@ -361,7 +253,24 @@ std::uint32_t TableReader::characters(SignalDirection direction, const GivenList
     characters += one.character;
     waves.push_back(&waves_[one.wave]);
   }
-  parts_.sets.push_back(shapes_.characters(direction, characters, waves));
+  return place->second = enter(shapes_.characters(direction, characters, waves));
+}
+
+// The number of a set, that of an equal one of any table where there is one.
+std::uint32_t TableReader::enter(const StilCharacters& set) {
+  std::uint64_t hash = 0;
+  for (const StilCharacter& one : set) {
+    const std::uint64_t shapes = std::uint64_t{one.cycle.in} << 32 | one.cycle.out;
+    hash = (hash ^ shapes ^ (one.defined ? 1U : 0U)) * 0x9E3779B97F4A7C15;
+    hash = (hash ^ hash >> 29) + one.cycle.inCode * 16U + one.cycle.outCode;
+  }
+  const auto [first, last] = setByHash_.equal_range(hash);
+  const auto same = std::find_if(
+      first, last, [&](const auto& entry) { return parts_.sets[entry.second] == set; });
+  if (same != last) return same->second;
+  const auto number = static_cast<std::uint32_t>(parts_.sets.size());
+  parts_.sets.push_back(set);
+  setByHash_.emplace(hash, number);
   return number;
 }
 
