@@ -33,6 +33,9 @@
 struct StilExpandOptions {
   bool lenient = false;
   bool flat = false;  // loops, repeats and calls written out
+  // Beyond these the pattern is refused: rows, and statements carried out without any.
+  std::uint64_t mostRows = 4'000'000'000;
+  std::uint64_t mostIdle = std::uint64_t{1} << 26;
 };
 
 class StilExpand {
@@ -43,8 +46,10 @@ class StilExpand {
              StilExpandOptions options);
   ~StilExpand();
 
+  // What names stand for, from now on; at first those of the constructor.
+  void useNames(StilNames& names);
   // Procedures and macros that calls find, of the domains in force.
-  bool useRoutines(const StilDomains& domains);
+  void useRoutines(const StilDomains& domains);
   // Statements of a pattern in turn.
   bool begin();  // states unknown, no table
   bool statement(const StilStatement& statement);
