@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "support/dump_support.h"
+#include "support/fault_platform.h"
 #include "tools/diff.h"
 #include "tools/export.h"
 #include "tools/import.h"
@@ -360,6 +361,34 @@ TEST_F(StilExportTest, ExamplesComeBackTheSame) {
     ASSERT_TRUE(directory().build(example(name))) << name;
     EXPECT_EQ(roundTrip(), "") << name;
   }
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Whatever fails, the file there is the old one or the whole new one.
+TEST_F(StilExportTest, FilesComeWhenTheyAreWhole) {
+  const std::string whole =
+      exportedText(kSignals + kOnePlate + "rows main\n  row \"tp\" |1\ndone\n");
+  const std::string file = directory().path("db.stil");
+  std::ofstream(file) << "old";
+  testing::internal::CaptureStderr();
+  std::vector<std::string> arguments = {directory().path(), "-o", file};
+  EXPECT_EQ(runExport(arguments), 2);
+  arguments.push_back("--force");
+  int exit = 2;
+  for (int n = 1; exit != 0; ++n) {
+    ASSERT_EQ(contentOf(file), "old") << n;
+    FaultPlatform faults;
+    faults.failFileCall(n);
+    exit = runExport(arguments);
+  }
+  EXPECT_EQ(contentOf(file), whole);
+  arguments[2] = directory().path("db.tester");
+  EXPECT_EQ(runExport(arguments), 2);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("doesn't tell its kind"));
 }
 
 // Rows with any data on any of the timeplates, in loops, repeats and calls.
