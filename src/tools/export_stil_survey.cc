@@ -12,23 +12,42 @@
 
 namespace {
 
-std::size_t plainPlace(const PVBrow& row, const StilSignalColumns& signal) {
-  int place = 0;
-  if (signal.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(signal.in));
-  if (signal.out >= 0) {
-    place |= rowCode(row.states(), static_cast<std::uint32_t>(signal.out)) << 4;
-  }
-  return static_cast<std::size_t>(place);
+std::uint32_t selection(const StilExport& stil, const PVBrow& row, std::size_t signal) {
+  const char selector = PVBrowSelector(stil.database, *stil.signals[signal].signal, row);
+  return static_cast<std::uint32_t>(static_cast<unsigned char>(selector) << 8) |
+         static_cast<std::uint32_t>(stilPlainPlace(row, stil.columns[signal]));
 }
 
-std::uint32_t selection(const StilExport& stil, const PVBrow& row,
-                        const StilSignalColumns& signal) {
-  const char selector = PVBrowSelector(stil.database, *signal.signal, row);
-  return static_cast<std::uint32_t>(static_cast<unsigned char>(selector) << 8) |
-         static_cast<std::uint32_t>(plainPlace(row, signal));
+// Codes of the row data.
+constexpr int kLow = 1;
+constexpr int kHigh = 2;
+constexpr int kUnknown = 4;
+
+// Whether strobes are there, but nothing for them to see.
+bool comparesNothing(const std::vector<MeaningEvent>& events) {
+  const auto has = [&](std::string_view states) {
+    return std::ranges::any_of(events, [states](const MeaningEvent& event) {
+      return states.find(event.state) != std::string_view::npos;
+    });
+  };
+  return has("X") && !has("LHT");
 }
 
 bool isCycleRow(std::uint32_t type) { return type == ROW_LITERAL || type == ROW_SCAN; }
+
+// Room for a row whose states are changed.
+class RowCopy {
+ public:
+  PVBrow* take(int database, const PVBrow& row) {
+    const std::size_t bytes = kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(database));
+    room_.resize(bytes / sizeof(std::uint64_t) + 1);
+    std::memcpy(room_.data(), &row, bytes);
+    return reinterpret_cast<PVBrow*>(room_.data());
+  }
+
+ private:
+  std::vector<std::uint64_t> room_;
+};
 
 class RowWalk {
  public:
@@ -47,8 +66,8 @@ class RowWalk {
   int pattern_;
   StilRowVisitor& visitor_;
   int openLoops_ = 0;
-  int skippedDepth_ = -1;            // of a loop that is never run; -1 for none
-  std::vector<std::uint64_t> copy_;  // room for a row with the states of a shift
+  int skippedDepth_ = -1;  // of a loop that is never run; -1 for none
+  RowCopy copy_;           // with the states of a shift
 };
 
 bool RowWalk::run() {
@@ -104,13 +123,9 @@ bool RowWalk::shift(const PVBrow& row, StilRowPlace place) {
   for (const PVBid run : runs.runs) {
     length = std::max(length, PVBchainLength(stil_.database, PVBinqChain(stil_.database, run)));
   }
-  const std::size_t bytes =
-      kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(stil_.database));
-  copy_.resize(bytes / sizeof(std::uint64_t) + 1);
-  auto* copy = reinterpret_cast<PVBrow*>(copy_.data());
   std::uint32_t cycle = 0;
   while (cycle < row.count) {
-    std::memcpy(static_cast<void*>(copy), &row, bytes);
+    PVBrow* copy = copy_.take(stil_.database, row);
     if (!runs.whole || PVBscanFillStates(stil_.database, *copy, cycle) != 0) {
       return stil_.refuse(stil_.placeText(place) + ": what it shifts can't be read");
     }
@@ -138,15 +153,17 @@ class Survey : public StilRowVisitor {
  private:
   static std::vector<const PVBsignal*> pointers(const StilExport& stil) {
     std::vector<const PVBsignal*> signals;
-    for (const StilSignalColumns& columns : stil.signals) signals.push_back(columns.signal);
+    for (const StilExportSignal& signal : stil.signals) signals.push_back(signal.signal);
     return signals;
   }
   StilPlate* plate(const PVBrow& row, StilRowPlace place);
   bool tooMany(const StilPlate& plate, std::size_t signal) const;
+  void addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes, EventListId events);
 
   StilExport& stil_;
   std::vector<const PVBsignal*> signals_;
   Meaning meaning_;
+  RowCopy copy_;
 };
 
 bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
@@ -155,13 +172,33 @@ bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
   const std::size_t size = stil_.signals.size();
   for (std::size_t i = 0; i < size; ++i) {
     StilCodes& codes = plate->codes[plate->signalCodes[i]];
-    const std::size_t at = stil_.codePlace(row, stil_.signals[i], codes);
+    const std::size_t at = stil_.codePlace(row, i, codes);
     if (at >= kCodePlaces) return tooMany(*plate, i);
     if (codes.events[at] != kNotWorkedOut) continue;
     codes.events[at] = meaning_.events(meaning_.plate(row.timeplate), row, i);
-    if (stil_.signals[i].selects) codes.selected.push_back(selection(stil_, row, stil_.signals[i]));
+    addCompared(row, i, codes, codes.events[at]);
+    if (stil_.columns[i].selects) codes.selected.push_back(selection(stil_, row, i));
   }
   return true;
+}
+
+// Where nothing is compared, what would be compared there belongs to the wave too: a
+// strobe that is never used is an X like any other. Without data on either side both
+// slots of a signal are in force, which takes data for both.
+void Survey::addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes,
+                         EventListId events) {
+  const StilColumns& columns = stil_.columns[signal];
+  if (columns.selects || columns.out < 0 || !comparesNothing(stil_.store.events(events))) return;
+  PVBrow* copy = copy_.take(stil_.database, row);
+  if (columns.in >= 0 && stilPlainPlace(row, columns) == 0) {
+    setRowCode(copy->states(), static_cast<std::uint32_t>(columns.in), kUnknown);
+  }
+  for (const int compared : {kLow, kHigh}) {
+    setRowCode(copy->states(), static_cast<std::uint32_t>(columns.out), compared);
+    EventListId& place = codes.events[stilPlainPlace(*copy, columns)];
+    if (place != kNotWorkedOut) continue;
+    place = meaning_.events(meaning_.plate(row.timeplate), *copy, signal);
+  }
 }
 
 bool Survey::tooMany(const StilPlate& plate, std::size_t signal) const {
@@ -185,7 +222,7 @@ StilPlate* Survey::plate(const PVBrow& row, StilRowPlace place) {
   std::unordered_map<const SlotTable*, std::uint32_t> known;
   for (std::size_t i = 0; i < signals_.size(); ++i) {
     std::uint32_t codes = static_cast<std::uint32_t>(found->codes.size());
-    if (!stil_.signals[i].selects) codes = known.try_emplace(meaning.parts[i], codes).first->second;
+    if (!stil_.columns[i].selects) codes = known.try_emplace(meaning.parts[i], codes).first->second;
     found->signalCodes.push_back(codes);
     if (codes == found->codes.size()) found->codes.emplace_back();
   }
@@ -200,9 +237,8 @@ std::string StilExport::placeText(StilRowPlace place) const {
                      PVBsubroutineName(database, place.pattern));
 }
 
-std::size_t StilExport::codePlace(const PVBrow& row, const StilSignalColumns& signal,
-                                  const StilCodes& codes) const {
-  if (!signal.selects) return plainPlace(row, signal);
+std::size_t StilExport::selectedPlace(const PVBrow& row, std::size_t signal,
+                                      const StilCodes& codes) const {
   const auto found = std::ranges::find(codes.selected, selection(*this, row, signal));
   return static_cast<std::size_t>(found - codes.selected.begin());
 }
