@@ -47,8 +47,9 @@ std::string printable(std::string_view text) {
 }
 
 std::string sourceLines(const Message& message) {
-  if (message.sourceLine.empty() || message.column == 0) return {};
-  std::size_t caret = std::min(message.column - 1, message.sourceLine.size());
+  if (message.sourceLine.empty() || message.column <= message.sourceBegin) return {};
+  const std::size_t caret =
+      std::min(message.column - 1 - message.sourceBegin, message.sourceLine.size());
   std::size_t begin = 0;
   if (message.sourceLine.size() > kMaxSourceLine && caret > kBeforeCaret) {
     begin = caret - kBeforeCaret;

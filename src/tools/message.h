@@ -147,10 +147,11 @@ struct Message {
   MessageCode code = kBadUsage;
   std::string text;
   std::string file;
-  std::int64_t line = 0;   // from 1; 0 for none
-  std::size_t column = 0;  // from 1, in bytes; 0 for none
-  std::string place;       // within a file without lines: "block 12"
-  std::string sourceLine;  // what the caret stands under
+  std::int64_t line = 0;        // from 1; 0 for none
+  std::size_t column = 0;       // from 1, in bytes; 0 for none
+  std::string place;            // within a file without lines: "block 12"
+  std::string sourceLine;       // what the caret stands under
+  std::size_t sourceBegin = 0;  // bytes of the line that sourceLine leaves out in front
 };
 
 using MessageSink = std::function<void(const Message& message)>;
