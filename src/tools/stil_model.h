@@ -100,9 +100,10 @@ struct StilWave {
 struct StilTable {
   std::string name;
   std::string domain;
-  std::string period;                // an expression; empty when not given
-  std::vector<std::string> inherit;  // names of tables, "domain.name" possible
-  std::vector<StilWave> waves;       // in the order in which they stand
+  std::string period;                     // an expression; empty when not given
+  std::vector<std::string> inherit;       // names of tables, "domain.name" possible
+  std::vector<std::string> signalGroups;  // domains of groups that its Timing names
+  std::vector<StilWave> waves;            // in the order in which they stand
   StilWhere where;
 };
 
