@@ -1,0 +1,69 @@
+#pragma once
+
+// Waves of single characters, and how those of a signal become shapes.
+
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "tools/stil_timing.h"
+
+struct WaveEvent {
+  std::int64_t time;         // femtoseconds
+  std::uint32_t expression;  // number of the text, 0 for none
+  char state;
+  bool redundant = false;  // an X where nothing is compared already
+
+  bool sameTime(const WaveEvent& other) const {
+    return time == other.time && expression == other.expression;
+  }
+};
+using Wave = std::vector<WaveEvent>;
+
+// What a wave does where it compares: windows as a state and an X, edges as a state.
+// `end` is the end of the cycle.
+Wave plainCompares(std::span<const WaveEvent> events, const WaveEvent& end);
+
+bool drives(char state);
+
+// A shape and the data with which it gives a wave.
+struct ShapedWave {
+  ShapeId shape = kNoShape;
+  std::uint8_t code = 0;
+};
+
+// Makes shapes of waves. Texts of expressions are kept here by number.
+class ShapeMaker {
+ public:
+  explicit ShapeMaker(PatternWriter& writer) : writer_(writer), texts_(1) {}
+
+  std::uint32_t expression(const std::string& text);
+  // The shapes of the waves of a signal, in order; waves without events have none.
+  std::vector<ShapedWave> shape(std::vector<Wave> waves);
+  // The characters that a signal of the direction has with these waves, one for each of
+  // `characters`.
+  StilCharacters characters(SignalDirection direction, std::string_view characters,
+                            std::span<const Wave* const> waves);
+
+ private:
+  struct Class;
+  ShapeId enter(const Wave& times, std::string_view states);
+
+  PatternWriter& writer_;
+  std::deque<std::string> texts_;
+  std::unordered_map<std::string, std::uint32_t> numbers_;
+};
+
+struct StilTiming::Parts {
+  struct Table {
+    std::string name;
+    std::size_t number;                  // in the writer
+    std::vector<std::uint32_t> signals;  // by signal, its characters in `sets`
+  };
+  std::vector<Table> tables;
+  std::unordered_map<std::string, std::size_t> byName;
+  std::deque<StilCharacters> sets;  // the first is that of no wave at all
+};
