@@ -206,6 +206,13 @@ void PBprogressText(std::int64_t a, std::int64_t b, std::int64_t c) {
   }
 }
 
+void PBprogressClear() {
+  if (!progress.enabled || progress.toFile || progress.lastLineLength == 0) return;
+  fmt::fprintf(stderr, "\r%s\r", std::string(progress.lastLineLength, ' '));
+  std::fflush(stderr);
+  progress.lastLineLength = 0;
+}
+
 void PBprogressEnd(std::int64_t done) {
   if (!progress.enabled) return;
   progress.finishState = FinishState::finished;

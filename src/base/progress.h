@@ -31,6 +31,8 @@ void PBprogressUpdate(std::int64_t done);
 bool PBprogressDue();
 // Prints "%s %ld for %ld of %ld." with the message at once.
 void PBprogressText(std::int64_t a, std::int64_t b, std::int64_t c);
+// Takes the line off the terminal; the next print shows it again. Without one, nothing.
+void PBprogressClear();
 // Prints the last line and removes the status file.
 void PBprogressEnd(std::int64_t done);
 

@@ -6,10 +6,10 @@
 #include <array>
 
 #include "base/errors.h"
-#include "base/platform.h"
 #include "pvb/property.h"
 #include "tools/build_internal.h"
 #include "tools/nearest.h"
+#include "tools/tool_progress.h"
 
 bool BuildContext::fail(MessageCode code, std::string text) const {
   const std::string reasons = takePostedReasons();
@@ -39,7 +39,7 @@ class DumpBuild {
   DumpBuild(const DumpBuild&) = delete;
   DumpBuild& operator=(const DumpBuild&) = delete;
 
-  bool run();
+  bool run(bool quiet);
   bool property();
   bool emptyProperties();
 
@@ -123,10 +123,12 @@ DumpBuild::~DumpBuild() {
   PBdiscardErrors();
 }
 
-bool DumpBuild::run() {
+bool DumpBuild::run(bool quiet) {
   DumpScanner& in = build_.in;
   if (!firstLine() || !databaseLine() || !open()) return false;
+  Progress progress(0, "Lines read:", quiet);
   while (in.nextLine()) {
+    progress.update(in.lineNumber());
     if (in.keyword() == kLastLine) return in.finish() && finishPart() && close();
     if (!line()) return false;
   }
@@ -288,11 +290,6 @@ bool DumpBuild::readsBack() {
 
 }  // namespace
 
-bool buildDatabase(DumpScanner& in, const std::string& path) { return DumpBuild(in, path).run(); }
-
-bool removeDatabaseDirectory(const std::string& path) {
-  std::vector<std::string> names;
-  if (!platform().list(path.c_str(), names)) return false;
-  for (const std::string& name : names) platform().remove(PVBfilePath(path, name).c_str());
-  return platform().removeDirectory(path.c_str()) == 0;
+bool buildDatabase(DumpScanner& in, const std::string& path, bool quiet) {
+  return DumpBuild(in, path).run(quiet);
 }

@@ -12,9 +12,7 @@
 
 // Builds into the directory `path`, which must not exist. False after a message
 // of the scanner; the directory may then hold anything.
-bool buildDatabase(DumpScanner& in, const std::string& path);
-// Removes a directory and the files in it; not those of directories in it.
-bool removeDatabaseDirectory(const std::string& path);
+bool buildDatabase(DumpScanner& in, const std::string& path, bool quiet = true);
 
-// The verb: `pvb build TEXT DB [--force]`. The exit code.
+// The verb: `pvb build TEXT DB [--force] [--quiet]`. The exit code.
 int runBuild(std::span<const std::string> arguments);

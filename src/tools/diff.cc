@@ -139,7 +139,8 @@ class PatternDiff {
  public:
   PatternDiff(int databaseA, int databaseB, const DiffOptions& options, const DiffSignals& signals,
               const MessageSink& sink)
-      : options_(options),
+      : databaseA_(databaseA),
+        options_(options),
         signals_(signals),
         sink_(sink),
         a_(databaseA, options.stretchA, store_, signals.a, options.previous),
@@ -150,7 +151,8 @@ class PatternDiff {
   bool run(DiffTally& tally) {
     if (!reach(a_, pathA_) || !reach(b_, pathB_)) return false;
     const auto compare = options_.ignoreCycles ? diffWaves : diffCycles;
-    if (compare(a_, b_, signals_, store_, tally)) return true;
+    Progress progress(length(), "Comparing", options_.quiet);
+    if (compare(a_, b_, signals_, store_, tally, progress)) return true;
     tellWalk(a_, pathA_);
     tellWalk(b_, pathB_);
     return false;
@@ -158,6 +160,12 @@ class PatternDiff {
   std::uint64_t cycles() const { return a_.cycle(); }
 
  private:
+  // What of A is compared, in femtoseconds.
+  std::int64_t length() const {
+    PVBposition sums;
+    PVBpatternInqSize(databaseA_, kMainPattern, sums);
+    return std::min(femtoseconds(sums.time), options_.stretchA.to) - options_.stretchA.from;
+  }
   bool reach(DiffSideWalk& side, const std::string& path) {
     if (!side.reach()) {
       tellWalk(side, path);
@@ -171,6 +179,7 @@ class PatternDiff {
     if (side.walk().failed()) tellFailure(sink_, kNotComparable, side.walk().failure(), path);
   }
 
+  int databaseA_;
   const DiffOptions& options_;
   const DiffSignals& signals_;
   const MessageSink& sink_;

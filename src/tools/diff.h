@@ -33,6 +33,7 @@ struct DiffOptions {
   PreviousMode previous = PreviousMode::resolve;
   DiffStretch stretchA;
   DiffStretch stretchB;
+  bool quiet = true;  // no progress is shown
 };
 
 // What one side has where they differ.

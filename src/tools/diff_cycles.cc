@@ -18,7 +18,7 @@ class CycleDiff {
         usesPrevious_(a.meaning().usesPrevious() || b.meaning().usesPrevious()),
         leftAlike_(a.previous() == b.previous()) {}
 
-  bool run();
+  bool run(Progress& progress);
 
  private:
   void steps();
@@ -41,10 +41,11 @@ class CycleDiff {
 
 // --- Steps ---------------------------------------------------------------------------
 
-bool CycleDiff::run() {
+bool CycleDiff::run(Progress& progress) {
   bool moreA = a_.ready();
   bool moreB = b_.ready();
   while (moreA && moreB) {
+    progress.update(a_.time());
     if (PassSkip::meets(a_, b_)) skip_.arrive(a_, b_, tally_);
     steps();
     moreA = a_.ready();
@@ -162,6 +163,6 @@ void CycleDiff::end(bool moreA, bool moreB) {
 }  // namespace
 
 bool diffCycles(DiffSideWalk& a, DiffSideWalk& b, const DiffSignals& signals,
-                const EventStore& store, DiffTally& tally) {
-  return CycleDiff(a, b, signals, store, tally).run();
+                const EventStore& store, DiffTally& tally, Progress& progress) {
+  return CycleDiff(a, b, signals, store, tally).run(progress);
 }

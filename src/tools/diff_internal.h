@@ -9,6 +9,7 @@
 
 #include "tools/diff.h"
 #include "tools/flat_walk.h"
+#include "tools/tool_progress.h"
 
 class DiffSideWalk {
  public:
@@ -144,8 +145,8 @@ struct DiffSignals {
   std::vector<const PVBsignal*> b;
 };
 
-// False after a failure of a walk, which is in its `failure`.
+// False after a failure of a walk, which is in its `failure`. The progress is the time of `a`.
 bool diffCycles(DiffSideWalk& a, DiffSideWalk& b, const DiffSignals& signals,
-                const EventStore& store, DiffTally& tally);
+                const EventStore& store, DiffTally& tally, Progress& progress);
 bool diffWaves(DiffSideWalk& a, DiffSideWalk& b, const DiffSignals& signals,
-               const EventStore& store, DiffTally& tally);
+               const EventStore& store, DiffTally& tally, Progress& progress);

@@ -88,7 +88,7 @@ class WaveDiff {
     for (auto& lanes : lanes_) lanes.resize(signals.a.size() * kChannels);
   }
 
-  bool run();
+  bool run(Progress& progress);
 
  private:
   bool ready(std::size_t side) { return sides_[side]->ready(); }
@@ -129,10 +129,11 @@ class WaveDiff {
 
 // --- Steps ---------------------------------------------------------------------------
 
-bool WaveDiff::run() {
+bool WaveDiff::run(Progress& progress) {
   bool moreA = ready(0);
   bool moreB = ready(1);
   while (moreA && moreB) {
+    progress.update(sides_[0]->time());
     if (sides_[0]->time() == sides_[1]->time()) {
       together();
     } else if (steady()) {
@@ -448,6 +449,6 @@ void WaveDiff::end() {
 }  // namespace
 
 bool diffWaves(DiffSideWalk& a, DiffSideWalk& b, const DiffSignals& signals,
-               const EventStore& store, DiffTally& tally) {
-  return WaveDiff(a, b, signals, store, tally).run();
+               const EventStore& store, DiffTally& tally, Progress& progress) {
+  return WaveDiff(a, b, signals, store, tally).run(progress);
 }

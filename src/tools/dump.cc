@@ -76,8 +76,8 @@ bool dumpHeader(const DumpContext& dump) {
   return dumpProperties(dump, slot->header.propList, "  ");
 }
 
-bool dumpDatabase(int database, TextSink& out, const MessageSink& sink) {
-  const DumpContext dump{database, out, sink};
+bool dumpDatabase(int database, TextSink& out, const MessageSink& sink, bool quiet) {
+  const DumpContext dump{database, out, sink, quiet};
   const PVBdatabase* slot = PVBget(database);
   constexpr std::uint32_t kNeeded = kSectionProperties | kSectionPins | kSectionSignals |
                                     kSectionTimePlates | kSectionPatterns | kSectionMessages |

@@ -13,7 +13,7 @@
 
 // Dumps an open database with all its sections. False after a message, or when
 // the sink lost something.
-bool dumpDatabase(int database, TextSink& out, const MessageSink& sink);
+bool dumpDatabase(int database, TextSink& out, const MessageSink& sink, bool quiet = true);
 
-// The verb: `pvb dump DB [-o FILE] [--force]`. The exit code.
+// The verb: `pvb dump DB [-o FILE] [--force] [--quiet]`. The exit code.
 int runDump(std::span<const std::string> arguments);

@@ -12,6 +12,7 @@ struct DumpContext {
   int database;
   TextSink& out;
   const MessageSink& sink;
+  bool quiet;
 
   std::string& text() const { return out.text(); }
   // Ends a line.

@@ -7,7 +7,9 @@
 #include "pvb/property.h"
 #include "pvb/scan_run.h"
 #include "pvb/state_vector.h"
+#include "storage/page.h"
 #include "tools/dump_internal.h"
+#include "tools/tool_progress.h"
 
 namespace {
 
@@ -87,7 +89,8 @@ class RowDump {
         database_(dump.database),
         dataSize_(static_cast<std::size_t>(PVBrowDataSize(dump.database))),
         timePlates_(references(timePlateNames(dump.database))),
-        subroutines_(references(subroutineNames(dump.database))) {}
+        subroutines_(references(subroutineNames(dump.database))),
+        progress_(PageCount(PVBget(dump.database)->patterns->rows), "Writing rows", dump.quiet) {}
 
   bool pattern(int index);
 
@@ -117,6 +120,8 @@ class RowDump {
   std::vector<std::string> subroutines_;
   PVBidList vectors_;  // all, in order; filled when the first nameless one is met
   std::vector<OpenLoop> loops_;
+  Progress progress_;
+  std::int64_t rowsWritten_ = 0;
 };
 
 bool RowDump::pattern(int index) {
@@ -146,6 +151,7 @@ void RowDump::closeLoops(std::size_t depth) {
 }
 
 bool RowDump::row(PVBrow& row) {
+  progress_.update(++rowsWritten_);
   if (row.type == ROW_LOOP) {
     loop(row);
   } else if (row.type == ROW_END_LOOP) {

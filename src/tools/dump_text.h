@@ -40,6 +40,7 @@ class DumpScanner {
   std::string_view keyword() const { return keyword_; }
   // All of it, for a reader of its own.
   std::string_view line() const { return line_; }
+  std::int64_t lineNumber() const { return PBgetTextLineNumber(file_.get()); }
   bool failed() const { return failed_; }
 
   // Tell what is wrong with the word read last, with the whole line, at a column of it,

@@ -14,6 +14,8 @@
 
 #include "base/time.h"
 #include "tools/message.h"
+#include "tools/table_output.h"
+#include "tools/text_sink.h"
 
 struct ImportOptions {
   // STIL
@@ -24,13 +26,12 @@ struct ImportOptions {
   bool flat = false;
   // VCD
   std::optional<TIME> period;
-  std::optional<TIME>
-      strobe;  // where outputs are sampled; else the last femtosecond-step before the end
-  std::vector<std::string> clocks;
+  std::optional<TIME> strobe;       // where outputs are sampled; else at 90 % of the period
+  std::vector<std::string> clocks;  // inputs that pulse
   std::vector<std::string> inputs;  // names or patterns with * of them
   std::vector<std::string> outputs;
   std::vector<std::string> bidirs;
-  std::string scope;
+  std::string scope;  // names are looked for below it, and shown without it
   // both
   bool quiet = false;
 };
@@ -49,6 +50,19 @@ bool importStil(const std::string& file, const ImportOptions& options, const std
                 const MessageSink& sink, ImportCounts& counts);
 bool importVcd(const std::string& file, const ImportOptions& options, const std::string& path,
                const MessageSink& sink, ImportCounts& counts);
+
+// Adds what a file of options says: period and strobe where `options` has none, names
+// behind those that are there. A line is a keyword and its values; "#" begins a comment.
+//
+//   period TIME     strobe TIME     scope NAME
+//   input NAME...   output NAME...  bidir NAME...   clock NAME...
+//
+// False after a message.
+bool readImportOptions(const std::string& file, ImportOptions& options, const MessageSink& sink);
+
+// The variables of a VCD file, one a row: scope, name with range, type, width, how often
+// it changes, and the direction that port states tell. False after a message.
+bool listVcd(const std::string& file, TableFormat format, TextSink& out, const MessageSink& sink);
 
 // The verb: `pvb import FILE -o DB [options]`. The exit code.
 int runImport(std::span<const std::string> arguments);

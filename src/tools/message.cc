@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "base/errors.h"
+#include "tools/tool_progress.h"
 
 namespace {
 
@@ -91,6 +92,7 @@ std::string formatMessage(const Message& message, bool color) {
 }
 
 void printMessage(const Message& message) {
+  clearProgress();
   const std::string text = formatMessage(message, usesColor(messageColor, stderr));
   std::fwrite(text.data(), 1, text.size(), stderr);
 }

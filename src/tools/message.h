@@ -113,6 +113,7 @@ enum MessageCode : int {
   kStilInclude = 714,
   kStilTwice = 715,
   kStilBadTime = 716,
+  kStilNoState = 717,
 
   kVcdSyntax = 801,
   kVcdUnknownCode = 802,

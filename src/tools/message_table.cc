@@ -263,6 +263,10 @@ constexpr std::array kTable = {
         kStilBadTime, "bad time", "Correct the expression or the value.",
         "An event or a period isn't a time that can be kept: negative, zero, too long, or not "
         "a time at all."},
+    MessageRow{kStilNoState, "signals without a state",
+               "Give each signal a state before the first vector, by a C statement.",
+               "A vector stands where some signals were never assigned. In the cycles up to their "
+               "first assignment nothing is driven or compared on them."},
 
     MessageRow{kVcdSyntax, "VCD syntax", "Correct the text at the mark.",
                "What stands there isn't a value change dump."},

@@ -130,7 +130,9 @@ int runDiff(std::span<const std::string> arguments) {
                      "Compare what is stored: rows, names, properties, labels, pins");
   usage.app.add_option("--limit", wanted.limit, "Differences to list, 20 when not given");
   usage.addFormat();
+  usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
+  options.quiet = usage.quiet();
   options.previous = literal ? PreviousMode::literal : PreviousMode::resolve;
   if (const auto exit = readStretch(stretchA, options.stretchA)) return *exit;
   if (const auto exit = readStretch(stretchB, options.stretchB)) return *exit;

@@ -19,11 +19,14 @@ std::string findingLine(const Message& message) {
                      messageCodeText(message.code));
 }
 
-VerifyCounts verifyAsLines(const std::string& path, TextSink& out) {
-  const VerifyCounts counts = verifyDatabase(path, [&](const Message& message) {
-    out.text() += findingLine(message);
-    out.offer();
-  });
+VerifyCounts verifyAsLines(const std::string& path, TextSink& out, bool quiet) {
+  const VerifyCounts counts = verifyDatabase(
+      path,
+      [&](const Message& message) {
+        out.text() += findingLine(message);
+        out.offer();
+      },
+      quiet);
   out.text() +=
       counts.faults == 0 && counts.notes == 0
           ? "sound\n"
@@ -33,12 +36,15 @@ VerifyCounts verifyAsLines(const std::string& path, TextSink& out) {
   return counts;
 }
 
-VerifyCounts verifyAsTable(const std::string& path, TextSink& out, TableFormat format) {
+VerifyCounts verifyAsTable(const std::string& path, TextSink& out, TableFormat format, bool quiet) {
   TableOutput table(out, format, "pvb-verify/1", {"severity", "file", "place", "text", "code"});
-  const VerifyCounts counts = verifyDatabase(path, [&](const Message& message) {
-    table.row({std::string(severityWord(message.severity)), message.file, message.place,
-               message.text, messageCodeText(message.code)});
-  });
+  const VerifyCounts counts = verifyDatabase(
+      path,
+      [&](const Message& message) {
+        table.row({std::string(severityWord(message.severity)), message.file, message.place,
+                   message.text, messageCodeText(message.code)});
+      },
+      quiet);
   table.finish();
   return counts;
 }
@@ -50,12 +56,14 @@ int runVerify(std::span<const std::string> arguments) {
   std::string path;
   usage.app.add_option("DB", path, "Directory of the database")->required();
   usage.addFormat();
+  usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
   path = databasePath(path);
   if (!requireDatabase(path, printMessage)) return kExitFailed;
   TextSink out = streamSink(stdout);
   const TableFormat format = usage.format();
-  const VerifyCounts counts =
-      format == TableFormat::table ? verifyAsLines(path, out) : verifyAsTable(path, out, format);
+  const VerifyCounts counts = format == TableFormat::table
+                                  ? verifyAsLines(path, out, usage.quiet())
+                                  : verifyAsTable(path, out, format, usage.quiet());
   return counts.faults == 0 ? kExitYes : kExitNo;
 }

@@ -33,6 +33,9 @@
 struct StilExpandOptions {
   bool lenient = false;
   bool flat = false;  // loops, repeats and calls written out
+  // Beyond these the pattern is refused: rows, and statements carried out without any.
+  std::uint64_t mostRows = 4'000'000'000;
+  std::uint64_t mostIdle = std::uint64_t{1} << 26;
 };
 
 class StilExpand {

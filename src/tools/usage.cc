@@ -52,6 +52,8 @@ void Usage::addFormat() {
   app.add_flag("--json", json_, "Short for --format json");
 }
 
+void Usage::addQuiet() { app.add_flag("--quiet", quiet_, "Show no progress"); }
+
 std::optional<int> Usage::parse(std::span<const std::string> arguments) {
   for (const std::string& argument : arguments) {
     if (argument == "--") break;

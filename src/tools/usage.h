@@ -32,6 +32,10 @@ class Usage {
   void addFormat();
   TableFormat format() const { return json_ ? TableFormat::json : tableFormat(format_); }
 
+  // Adds --quiet, for verbs that show their progress.
+  void addQuiet();
+  bool quiet() const { return quiet_; }
+
   // An exit code when the verb ends here: help was shown, or a message was.
   std::optional<int> parse(std::span<const std::string> arguments);
 
@@ -40,4 +44,5 @@ class Usage {
   std::string color_ = "auto";
   std::string format_ = "table";
   bool json_ = false;
+  bool quiet_ = false;
 };

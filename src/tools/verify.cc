@@ -79,7 +79,7 @@ void verifyHeader(Verification& verification) {
   }
 }
 
-void verifyOpen(Verification& verification, int database) {
+void verifyOpen(Verification& verification, int database, bool quiet) {
   const PVBdatabase& slot = *PVBget(database);
   if (slot.properties) verifyBlockFile(verification, "pvb.l", slot.properties->lists);
   if (slot.patterns) {
@@ -90,7 +90,7 @@ void verifyOpen(Verification& verification, int database) {
   PropertyCheck properties(verification, database);
   properties.own(slot.header.propList, "pvb.h", "");
   verifyLists(verification, database, properties);
-  if (slot.patterns) verifyPatterns(verification, database, properties);
+  if (slot.patterns) verifyPatterns(verification, database, properties, quiet);
   if (slot.labels) verifyLabels(verification, database);
   const bool allOwners =
       slot.signals && slot.timePlates && slot.pins && slot.patterns && slot.properties;
@@ -161,7 +161,7 @@ void verifyEquations(Verification& verification) {
 
 // --- The whole -----------------------------------------------------------------------
 
-VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink) {
+VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink, bool quiet) {
   Verification verification(path, sink);
   verifyHeader(verification);
   verifyFiles(verification);
@@ -169,7 +169,7 @@ VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink) {
   if (PVBcheckHeader(path) == 1) {
     const int database = openWhatCan(verification);
     if (database >= 0) {
-      verifyOpen(verification, database);
+      verifyOpen(verification, database, quiet);
       PVBcloseUnsaved(database);
     }
   }

@@ -16,7 +16,7 @@ struct VerifyCounts {
 // Tells each finding to the sink, `file` being the name of the file within the
 // directory; nothing on disk changes. The memory it takes is a bit a block beside
 // the sections that are kept in memory anyway.
-VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink);
+VerifyCounts verifyDatabase(const std::string& path, const MessageSink& sink, bool quiet = true);
 
-// The verb: `pvb verify DB [--format FORM]`. The exit code.
+// The verb: `pvb verify DB [--format FORM] [--quiet]`. The exit code.
 int runVerify(std::span<const std::string> arguments);

@@ -56,5 +56,6 @@ void verifyBlockFile(Verification& verification, std::string_view name, int hand
 // Signals, timeplates and pins: lists, columns.
 void verifyLists(Verification& verification, int database, PropertyCheck& properties);
 // Patterns: trees, rows, runs.
-void verifyPatterns(Verification& verification, int database, PropertyCheck& properties);
+void verifyPatterns(Verification& verification, int database, PropertyCheck& properties,
+                    bool quiet);
 void verifyLabels(Verification& verification, int database);

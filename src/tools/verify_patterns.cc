@@ -10,6 +10,7 @@
 #include "pvb/timeplate.h"
 #include "storage/page.h"
 #include "storage/swapendian.h"
+#include "tools/tool_progress.h"
 #include "tools/verify_internal.h"
 
 namespace {
@@ -69,7 +70,7 @@ class CallCircles {
 
 class PatternCheck {
  public:
-  PatternCheck(Verification& verification, int database, PropertyCheck& properties)
+  PatternCheck(Verification& verification, int database, PropertyCheck& properties, bool quiet)
       : verification_(verification),
         database_(database),
         slot_(*PVBget(database)),
@@ -78,7 +79,8 @@ class PatternCheck {
         circles_(database),
         nodes_(blocksOf(data_.nodes)),
         rows_(blocksOf(data_.rows)),
-        runs_(blocksOf(data_.runs)) {}
+        runs_(blocksOf(data_.runs)),
+        progress_(static_cast<std::int64_t>(rows_.size()), "Checking rows", quiet) {}
 
   void run();
 
@@ -117,6 +119,8 @@ class PatternCheck {
   std::vector<bool> nodes_, rows_, runs_;  // blocks met so far
   std::vector<Tree> open_;
   std::uint32_t lastType_ = ROW_LITERAL;  // of the tree's last entry so far
+  Progress progress_;
+  std::int64_t rowsMet_ = 0;
 };
 
 void PatternCheck::run() {
@@ -171,6 +175,7 @@ void PatternCheck::entry(const Tree& tree, const PVBnodeEntry& entry) {
     return;
   }
   rows_[entry.child] = true;
+  progress_.update(++rowsMet_);
   row(*held, entry);
   if (held->type == ROW_END_LOOP) {
     const bool fits = tree.body && held->count == tree.count;
@@ -291,6 +296,7 @@ void PatternCheck::lost(std::string_view file, int handle, const std::vector<boo
 
 }  // namespace
 
-void verifyPatterns(Verification& verification, int database, PropertyCheck& properties) {
-  PatternCheck(verification, database, properties).run();
+void verifyPatterns(Verification& verification, int database, PropertyCheck& properties,
+                    bool quiet) {
+  PatternCheck(verification, database, properties, quiet).run();
 }
