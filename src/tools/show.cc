@@ -379,6 +379,13 @@ const Section* findSection(std::string_view name) {
   return found != kSections.end() ? &*found : nullptr;
 }
 
+// "{overview,signals,...}"
+std::string sectionNames() {
+  std::string names;
+  for (const Section& section : kSections) names += fmt::format(",{}", section.name);
+  return fmt::format("{{{}}}", names.substr(1));
+}
+
 bool readNumber(std::string_view text, std::uint32_t& out) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), out);
   return error == std::errc() && end == text.data() + text.size();
@@ -406,7 +413,8 @@ int runShow(std::span<const std::string> arguments) {
   std::string name = "overview";
   std::string rows;
   usage.app.add_option("DB", path, "Directory of the database")->required();
-  usage.app.add_option("SECTION", name, "What to show; without it an overview");
+  usage.app.add_option("SECTION", name, "What to show; without it an overview")
+      ->type_name(sectionNames());
   usage.app.add_option("--rows", rows, "Only these rows: FROM..TO, FROM.., ..TO or one");
   usage.addFormat();
   if (const auto exit = usage.parse(arguments)) return *exit;

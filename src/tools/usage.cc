@@ -26,7 +26,46 @@ std::string unknownOption(const CLI::App& app, const std::vector<std::string>& e
   return fmt::format("'{}' is no option here{}", name, didYouMean(name, views));
 }
 
+// Set while declaredOptions runs a verb, which then ends where it would parse.
+std::vector<DeclaredOption>* declared = nullptr;
+
+// The words of "TEXT:{a,b}".
+std::vector<std::string> choicesOf(const std::string& typeName) {
+  const std::size_t begin = typeName.find('{');
+  const std::size_t end = typeName.find('}');
+  if (begin == std::string::npos || end == std::string::npos) return {};
+  return CLI::detail::split(typeName.substr(begin + 1, end - begin - 1), ',');
+}
+
+DeclaredOption declare(const CLI::Option& option) {
+  DeclaredOption result;
+  for (const std::string& name : option.get_snames()) result.names.push_back("-" + name);
+  for (const std::string& name : option.get_lnames()) result.names.push_back("--" + name);
+  result.argument = option.get_positional();
+  if (result.argument) result.names = {option.get_single_name()};
+  result.choices = choicesOf(option.get_type_name());
+  result.description = option.get_description();
+  result.required = option.get_required();
+  result.takesValue = option.get_items_expected_max() > 0;
+  return result;
+}
+
+void declareAll(const CLI::App& app) {
+  for (const CLI::Option* option : app.get_options()) {
+    const bool hidden = option->get_group().empty();
+    if (!hidden) declared->push_back(declare(*option));
+  }
+}
+
 }  // namespace
+
+std::vector<DeclaredOption> declaredOptions(int (*run)(std::span<const std::string> arguments)) {
+  std::vector<DeclaredOption> options;
+  declared = &options;
+  run({});
+  declared = nullptr;
+  return options;
+}
 
 int refuse(MessageCode code, std::string text, std::string file) {
   Message message;
@@ -55,6 +94,10 @@ void Usage::addFormat() {
 void Usage::addQuiet() { app.add_flag("--quiet", quiet_, "Show no progress"); }
 
 std::optional<int> Usage::parse(std::span<const std::string> arguments) {
+  if (declared != nullptr) {
+    declareAll(app);
+    return kExitYes;
+  }
   for (const std::string& argument : arguments) {
     if (argument == "--") break;
     if (argument == "-h") return showVerbHelp(verb_, HelpLength::brief, {});

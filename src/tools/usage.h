@@ -21,6 +21,18 @@ inline constexpr int kExitFailed = 2;
 // Prints an error; the exit code of what could not be done.
 int refuse(MessageCode code, std::string text, std::string file = {});
 
+// An option or an argument as a verb declares it.
+struct DeclaredOption {
+  std::vector<std::string> names;    // "-o", "--output"; of an argument its one name
+  std::vector<std::string> choices;  // words that the value may be; none: any
+  std::string description;
+  bool argument = false;
+  bool required = false;
+  bool takesValue = false;
+};
+// What a verb declares on its Usage, found out by running it up to there.
+std::vector<DeclaredOption> declaredOptions(int (*run)(std::span<const std::string> arguments));
+
 // A verb's command line: declare options and arguments on `app`, then parse.
 class Usage {
  public:

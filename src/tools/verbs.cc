@@ -10,6 +10,7 @@
 #include "tools/build.h"
 #include "tools/diff.h"
 #include "tools/dump.h"
+#include "tools/manual.h"
 #include "tools/message.h"
 #include "tools/nearest.h"
 #include "tools/show.h"
@@ -111,13 +112,21 @@ std::string verbList() {
 }
 
 int runHelp(std::span<const std::string> arguments) {
-  if (arguments.empty() || arguments.front().starts_with('-')) {
-    print(verbList());
+  Usage usage("help");
+  std::string name;
+  bool manual = false;
+  bool completion = false;
+  usage.app.add_option("VERB", name, "Verb to tell about; without it, all are listed");
+  // For the build of the manual page and of the completion; not told to users.
+  usage.app.add_flag("--scdoc", manual)->group("");
+  usage.app.add_flag("--bash-completion", completion)->group("");
+  if (const auto exit = usage.parse(arguments)) return *exit;
+  if (name.empty()) {
+    print(manual ? verbManual() : completion ? bashCompletion() : verbList());
     return kExitYes;
   }
-  const Verb* verb = findVerb(arguments.front());
-  if (verb == nullptr) return unknownVerb(arguments.front());
-  if (verb->run == runHelp) return showVerbHelp(verb->name, HelpLength::full, {});
+  const Verb* verb = findVerb(name);
+  if (verb == nullptr) return unknownVerb(name);
   const std::string help = "--help";
   return verb->run(std::span(&help, 1));
 }
@@ -141,7 +150,7 @@ int codeNumber(std::string_view text) {
 int runExplain(std::span<const std::string> arguments) {
   Usage usage("explain");
   std::string code;
-  usage.app.add_option("code", code, "Code of a message, as PVB0203");
+  usage.app.add_option("CODE", code, "Code of a message, as PVB0203");
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (code.empty()) return listCodes();
   const MessageRow* row = messageRow(codeNumber(code));
