@@ -1,0 +1,226 @@
+// The walk over rows, and what it finds that they use of the timeplates.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "pvb/database.h"
+#include "pvb/scan_run.h"
+#include "tools/export_stil_internal.h"
+#include "tools/flat_walk.h"
+
+namespace {
+
+std::size_t plainPlace(const PVBrow& row, const StilSignalColumns& signal) {
+  int place = 0;
+  if (signal.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(signal.in));
+  if (signal.out >= 0) {
+    place |= rowCode(row.states(), static_cast<std::uint32_t>(signal.out)) << 4;
+  }
+  return static_cast<std::size_t>(place);
+}
+
+std::uint32_t selection(const StilExport& stil, const PVBrow& row,
+                        const StilSignalColumns& signal) {
+  const char selector = PVBrowSelector(stil.database, *signal.signal, row);
+  return static_cast<std::uint32_t>(static_cast<unsigned char>(selector) << 8) |
+         static_cast<std::uint32_t>(plainPlace(row, signal));
+}
+
+bool isCycleRow(std::uint32_t type) { return type == ROW_LITERAL || type == ROW_SCAN; }
+
+class RowWalk {
+ public:
+  RowWalk(StilExport& stil, int pattern, StilRowVisitor& visitor)
+      : stil_(stil), pattern_(pattern), visitor_(visitor) {}
+
+  bool run();
+
+ private:
+  bool row(const PVBrow& row, StilRowPlace place, int depth);
+  bool shift(const PVBrow& row, StilRowPlace place);
+  bool openLoop(std::uint32_t count, int depth);
+  void closeLoops(int depth);
+
+  StilExport& stil_;
+  int pattern_;
+  StilRowVisitor& visitor_;
+  int openLoops_ = 0;
+  int skippedDepth_ = -1;            // of a loop that is never run; -1 for none
+  std::vector<std::uint64_t> copy_;  // room for a row with the states of a shift
+};
+
+bool RowWalk::run() {
+  PatternWalk walk(stil_.database, pattern_);
+  while (walk.next()) {
+    stil_.progress.update(++stil_.rowsDone);
+    const int depth = std::max(walk.depth(), 0);
+    if (skippedDepth_ >= 0 && depth > skippedDepth_) continue;
+    skippedDepth_ = -1;
+    closeLoops(depth);
+    const StilRowPlace place = {pattern_, walk.rowNumber()};
+    const RowHandle handle(stil_.database, PVBrowGet(stil_.database, walk.entry().child));
+    if (!handle) return stil_.refuse(stil_.placeText(place) + " can't be read");
+    if (!row(*handle, place, depth)) return false;
+  }
+  closeLoops(0);
+  return !walk.failed() || stil_.refuse("pvb.pk: the order of the rows can't be read");
+}
+
+bool RowWalk::row(const PVBrow& row, StilRowPlace place, int depth) {
+  if (row.type == ROW_SPACER || row.type == ROW_MATCH) {
+    return stil_.refuse(fmt::format("{} is a {} row, which STIL has no statement for",
+                                    stil_.placeText(place),
+                                    row.type == ROW_SPACER ? "spacer" : "match"));
+  }
+  if (row.type == ROW_LOOP && row.count == 0) {
+    skippedDepth_ = depth;
+    return true;
+  }
+  if (!visitor_.row(row, place)) return false;
+  if (row.type == ROW_LOOP) return openLoop(row.count, depth);
+  if (row.count == 0) return true;
+  if (row.type == ROW_SUBR_CALL) return visitor_.call(row, place);
+  if (!isCycleRow(row.type)) return true;
+  if (row.type == ROW_SCAN && row.link != kNoLink) return shift(row, place);
+  return visitor_.cycles(row, row.count, place);
+}
+
+bool RowWalk::openLoop(std::uint32_t count, int depth) {
+  openLoops_ = depth + 1;
+  return visitor_.beginLoop(count);
+}
+
+void RowWalk::closeLoops(int depth) {
+  for (; openLoops_ > depth; --openLoops_) visitor_.endLoop();
+}
+
+// A scan row cycle by cycle, in a copy: behind a chain's end the row's own states are
+// needed.
+bool RowWalk::shift(const PVBrow& row, StilRowPlace place) {
+  std::int32_t length = 0;
+  const PVBscanRunIterator runs = PVBcreateScanRunIterator(stil_.database, row);
+  for (const PVBid run : runs.runs) {
+    length = std::max(length, PVBchainLength(stil_.database, PVBinqChain(stil_.database, run)));
+  }
+  const std::size_t bytes =
+      kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(stil_.database));
+  copy_.resize(bytes / sizeof(std::uint64_t) + 1);
+  auto* copy = reinterpret_cast<PVBrow*>(copy_.data());
+  std::uint32_t cycle = 0;
+  while (cycle < row.count) {
+    std::memcpy(static_cast<void*>(copy), &row, bytes);
+    if (!runs.whole || PVBscanFillStates(stil_.database, *copy, cycle) != 0) {
+      return stil_.refuse(stil_.placeText(place) + ": what it shifts can't be read");
+    }
+    const bool shifts = cycle < static_cast<std::uint32_t>(length);
+    const std::uint32_t count = shifts ? 1 : row.count - cycle;
+    if (!visitor_.cycles(*copy, count, place)) return false;
+    cycle += count;
+  }
+  return true;
+}
+
+// --- The survey ----------------------------------------------------------------------
+
+class Survey : public StilRowVisitor {
+ public:
+  explicit Survey(StilExport& stil)
+      : stil_(stil),
+        signals_(pointers(stil)),
+        meaning_(stil.database, stil.store, signals_, PreviousMode::literal) {
+    stil.plates.resize(PVBget(stil.database)->timePlates->plates.size());
+  }
+
+  bool cycles(const PVBrow& row, std::uint32_t count, StilRowPlace place) override;
+
+ private:
+  static std::vector<const PVBsignal*> pointers(const StilExport& stil) {
+    std::vector<const PVBsignal*> signals;
+    for (const StilSignalColumns& columns : stil.signals) signals.push_back(columns.signal);
+    return signals;
+  }
+  StilPlate* plate(const PVBrow& row, StilRowPlace place);
+  bool tooMany(const StilPlate& plate, std::size_t signal) const;
+
+  StilExport& stil_;
+  std::vector<const PVBsignal*> signals_;
+  Meaning meaning_;
+};
+
+bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
+  StilPlate* plate = this->plate(row, place);
+  if (plate == nullptr) return false;
+  const std::size_t size = stil_.signals.size();
+  for (std::size_t i = 0; i < size; ++i) {
+    StilCodes& codes = plate->codes[plate->signalCodes[i]];
+    const std::size_t at = stil_.codePlace(row, stil_.signals[i], codes);
+    if (at >= kCodePlaces) return tooMany(*plate, i);
+    if (codes.events[at] != kNotWorkedOut) continue;
+    codes.events[at] = meaning_.events(meaning_.plate(row.timeplate), row, i);
+    if (stil_.signals[i].selects) codes.selected.push_back(selection(stil_, row, stil_.signals[i]));
+  }
+  return true;
+}
+
+bool Survey::tooMany(const StilPlate& plate, std::size_t signal) const {
+  return stil_.refuse(fmt::format("timeplate \"{}\": signal \"{}\" has too many waves",
+                                  plate.plate->name.value_or(""), stil_.signals[signal].name));
+}
+
+// Signals on the same slots share codes.
+StilPlate* Survey::plate(const PVBrow& row, StilRowPlace place) {
+  if (row.timeplate >= stil_.plates.size() ||
+      PVBget(stil_.database)->timePlates->plates[row.timeplate] == nullptr) {
+    stil_.refuse(stil_.placeText(place) + " has no timeplate");
+    return nullptr;
+  }
+  std::unique_ptr<StilPlate>& found = stil_.plates[row.timeplate];
+  if (found != nullptr) return found.get();
+  found = std::make_unique<StilPlate>();
+  ++stil_.plateCount;
+  const PlateMeaning& meaning = meaning_.plate(row.timeplate);
+  found->plate = meaning.plate;
+  std::unordered_map<const SlotTable*, std::uint32_t> known;
+  for (std::size_t i = 0; i < signals_.size(); ++i) {
+    std::uint32_t codes = static_cast<std::uint32_t>(found->codes.size());
+    if (!stil_.signals[i].selects) codes = known.try_emplace(meaning.parts[i], codes).first->second;
+    found->signalCodes.push_back(codes);
+    if (codes == found->codes.size()) found->codes.emplace_back();
+  }
+  return found.get();
+}
+
+}  // namespace
+
+std::string StilExport::placeText(StilRowPlace place) const {
+  if (place.pattern == kMainPattern) return fmt::format("row {}", place.row);
+  return fmt::format("row {} of subroutine \"{}\"", place.row,
+                     PVBsubroutineName(database, place.pattern));
+}
+
+std::size_t StilExport::codePlace(const PVBrow& row, const StilSignalColumns& signal,
+                                  const StilCodes& codes) const {
+  if (!signal.selects) return plainPlace(row, signal);
+  const auto found = std::ranges::find(codes.selected, selection(*this, row, signal));
+  return static_cast<std::size_t>(found - codes.selected.begin());
+}
+
+bool stilWalkRows(StilExport& stil, int pattern, StilRowVisitor& visitor) {
+  return RowWalk(stil, pattern, visitor).run();
+}
+
+// Calls that come back to their caller and trees that are no trees are found before.
+bool stilSurvey(StilExport& stil) {
+  const FlatWalk check(stil.database, kMainPattern);
+  if (check.failed()) return stil.refuse(check.failure());
+  Survey survey(stil);
+  if (!stilWalkRows(stil, kMainPattern, survey)) return false;
+  const auto& subroutines = PVBget(stil.database)->patterns->subroutines;
+  for (std::size_t i = 0; i < subroutines.size(); ++i) {
+    if (subroutines[i].root == kNoNode) continue;
+    if (!stilWalkRows(stil, static_cast<int>(i), survey)) return false;
+  }
+  return true;
+}
