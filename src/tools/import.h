@@ -64,5 +64,17 @@ bool readImportOptions(const std::string& file, ImportOptions& options, const Me
 // it changes, and the direction that port states tell. False after a message.
 bool listVcd(const std::string& file, TableFormat format, TextSink& out, const MessageSink& sink);
 
+// How files are known by the endings of their names, and read.
+struct ImportFormat {
+  std::string_view name;     // of --from
+  std::string_view endings;  // separated by blanks
+  std::string_view description;
+  bool (*read)(const std::string& file, const ImportOptions& options, const std::string& path,
+               const MessageSink& sink, ImportCounts& counts);
+};
+std::span<const ImportFormat> importFormats();
+// By the ending of a file's name; null for none.
+const ImportFormat* importFormatOf(std::string_view file);
+
 // The verb: `pvb import FILE -o DB [options]`. The exit code.
 int runImport(std::span<const std::string> arguments);

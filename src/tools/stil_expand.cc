@@ -33,8 +33,8 @@ std::string_view annotationText(std::string_view text) {
 
 // The first domain named that has a routine, then the one without a name; where none is
 // named, any other.
-void useNames(std::vector<StilCallable>& callables, const std::vector<std::string>& domains,
-              std::unordered_map<std::string_view, StilCallable*>& names) {
+void fillNames(std::vector<StilCallable>& callables, const std::vector<std::string>& domains,
+               std::unordered_map<std::string_view, StilCallable*>& names) {
   names.clear();
   const auto add = [&](const auto& wanted) {
     for (StilCallable& callable : callables) {
@@ -63,7 +63,7 @@ bool sameDomains(const StilDomains& a, const StilDomains& b) {
 StilExpand::Parts::Parts(StilReader& reader_, StilNames& names_, StilTiming& timing_,
                          PatternWriter& writer_, StilExpandOptions options_)
     : reader(reader_),
-      names(names_),
+      names(&names_),
       timing(timing_),
       writer(writer_),
       options(options_),
@@ -78,7 +78,7 @@ StilExpand::Parts::Parts(StilReader& reader_, StilNames& names_, StilTiming& tim
   }
   for (const StilChain& chain : model.chains) {
     for (const bool in : {true, false}) {
-      const std::int64_t signal = names.signal(in ? chain.scanIn : chain.scanOut);
+      const std::int64_t signal = names->signal(in ? chain.scanIn : chain.scanOut);
       if (signal < 0) continue;
       const auto place = static_cast<std::size_t>(signal);
       lengths[place] = std::max<std::size_t>(lengths[place], chain.length);
@@ -96,8 +96,8 @@ void StilExpand::Parts::use(const StilDomains& wanted) {
   domains = wanted;
   procedures = callablesOf(reader.model().procedures);
   macros = callablesOf(reader.model().macros);
-  useNames(procedures, wanted.procedures, procedureNames);
-  useNames(macros, wanted.macros, macroNames);
+  fillNames(procedures, wanted.procedures, procedureNames);
+  fillNames(macros, wanted.macros, macroNames);
 }
 
 // --- Statements ----------------------------------------------------------------------
@@ -267,10 +267,11 @@ StilExpand::StilExpand(StilReader& reader, StilNames& names, StilTiming& timing,
     : parts_(std::make_unique<Parts>(reader, names, timing, writer, options)) {}
 StilExpand::~StilExpand() = default;
 
-bool StilExpand::useRoutines(const StilDomains& domains) {
-  parts_->use(domains);
-  return true;
+void StilExpand::useNames(StilNames& names) {
+  parts_->names = &names;
+  parts_->domains.reset();
 }
+void StilExpand::useRoutines(const StilDomains& domains) { parts_->use(domains); }
 
 bool StilExpand::begin() {
   parts_->states.forget();

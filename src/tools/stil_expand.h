@@ -46,8 +46,10 @@ class StilExpand {
              StilExpandOptions options);
   ~StilExpand();
 
+  // What names stand for, from now on; at first those of the constructor.
+  void useNames(StilNames& names);
   // Procedures and macros that calls find, of the domains in force.
-  bool useRoutines(const StilDomains& domains);
+  void useRoutines(const StilDomains& domains);
   // Statements of a pattern in turn.
   bool begin();  // states unknown, no table
   bool statement(const StilStatement& statement);

@@ -124,7 +124,7 @@ bool hasParameters(const std::vector<StilStatement>& body) {
 
 const StilTarget* StilExpand::Parts::target(const StilReference& reference) {
   std::string problem;
-  const StilTarget* target = names.find(reference, problem);
+  const StilTarget* target = names->find(reference, problem);
   if (target == nullptr) fail(reference.where, kStilUnknownName, std::move(problem));
   return target;
 }

@@ -255,7 +255,7 @@ struct StilExpand::Parts {
   StilCallable* find(const StilStatement& statement);
 
   StilReader& reader;
-  StilNames& names;
+  StilNames* names;
   StilTiming& timing;
   PatternWriter& writer;
   StilExpandOptions options;

@@ -12,6 +12,7 @@
 #include "tools/dump.h"
 #include "tools/export.h"
 #include "tools/manual.h"
+#include "tools/import.h"
 #include "tools/message.h"
 #include "tools/nearest.h"
 #include "tools/show.h"
@@ -23,7 +24,20 @@ namespace {
 int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
-constexpr std::array<Verb, 8> kVerbs = {{
+constexpr std::array<Verb, 9> kVerbs = {{
+    {"import",
+     "make a database from a pattern of another program",
+     "FILE -o DB [options]",
+     "Reads a pattern in STIL or VCD and makes a database of its signals, timing and cycles. The "
+     "kind of the file is known by its name (.stil, .vcd, also with .gz) or given by --from; FILE "
+     "may be - for standard input. Files of any size are read in bounded memory. The database "
+     "appears under its name only when it is whole; one that is there already is replaced with "
+     "--force only. A VCD file needs --period and the directions of its signals; --list shows "
+     "what it holds.",
+     {"pvb import design.stil -o design.pvb",
+      "pvb import scan.stil.gz -o scan.pvb --exec scan_exec --lenient",
+      "pvb import wave.vcd -o wave.pvb --period 100nS --inputs 'clk,d*' --outputs 'q*'"},
+     runImport},
     {"dump",
      "write a database as text",
      "DB [-o FILE] [--force]",

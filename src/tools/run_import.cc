@@ -1,0 +1,149 @@
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "pvb/property.h"
+#include "tools/import.h"
+#include "tools/new_database.h"
+#include "tools/open_database.h"
+#include "tools/usage.h"
+
+namespace {
+
+constexpr std::string_view kStandardInput = "-";
+
+struct Command {
+  std::string file;
+  std::string database;
+  std::string from;
+  std::string optionFile;
+  std::string period;
+  std::string strobe;
+  bool force = false;
+  bool list = false;
+  ImportOptions options;
+};
+
+// --- The command line ----------------------------------------------------------------
+
+void declare(Usage& usage, Command& command) {
+  CLI::App& app = usage.app;
+  ImportOptions& options = command.options;
+  app.add_option("FILE", command.file, "File to read; - for standard input")->required();
+  app.add_option("-o,--output", command.database, "Directory of the new database");
+  app.add_option("--from", command.from, "Kind of the file (stil, vcd) whatever its name");
+  app.add_flag("--force", command.force, "Replace the database when it is there");
+  usage.addQuiet();
+
+  app.add_option("--exec", options.exec,
+                 "STIL: PatternExec to take; else the only one, or the one without a name");
+  app.add_option("--burst", options.burst, "STIL: PatternBurst, in place of the PatternExec's");
+  app.add_option("--pattern", options.patterns,
+                 "STIL: patterns to take in this order, in place of a burst")
+      ->delimiter(',');
+  app.add_flag("--lenient", options.lenient,
+               "STIL: warn of characters without a waveform and of MatchLoop, and go on");
+  app.add_flag("--flat", options.flat, "STIL: write out loops, repeats and calls");
+
+  app.add_option("--period", command.period, "VCD: length of a cycle, such as 100nS");
+  app.add_option("--strobe", command.strobe,
+                 "VCD: where in a cycle outputs are sampled; else at 90 % of the period");
+  app.add_option("--clock", options.clocks, "VCD: inputs that pulse")->delimiter(',');
+  app.add_option("--inputs", options.inputs, "VCD: names, or patterns with *")->delimiter(',');
+  app.add_option("--outputs", options.outputs, "VCD: names, or patterns with *")->delimiter(',');
+  app.add_option("--bidirs", options.bidirs, "VCD: names, or patterns with *")->delimiter(',');
+  app.add_option("--scope", options.scope, "VCD: look for names below this scope");
+  app.add_option("--options", command.optionFile, "VCD: file of such options, a line each");
+  app.add_flag("--list", command.list, "VCD: list the variables and import nothing");
+  usage.addFormat();
+}
+
+bool readTime(const std::string& text, std::string_view option, std::optional<TIME>& time) {
+  if (text.empty()) return true;
+  TIME value;
+  std::size_t end = 0;
+  if (parseTIME(text, value, &end) != 0 || end != text.size() || value <= TIME_ZERO) {
+    refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
+    return false;
+  }
+  time = value;
+  return true;
+}
+
+const ImportFormat* chooseFormat(const Command& command) {
+  if (command.from.empty()) {
+    const ImportFormat* format = importFormatOf(command.file);
+    if (format == nullptr) {
+      refuse(kUnknownFormat,
+             command.file == kStandardInput ? "the kind of standard input isn't known"
+                                            : "the kind of the file isn't known by its name",
+             command.file == kStandardInput ? "" : command.file);
+    }
+    return format;
+  }
+  for (const ImportFormat& format : importFormats()) {
+    if (format.name == command.from) return &format;
+  }
+  refuse(kUnknownFormat, fmt::format("'{}' is no kind of file that is read", command.from));
+  return nullptr;
+}
+
+// --- The import ----------------------------------------------------------------------
+
+std::string plural(std::uint64_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+void printSummary(const ImportCounts& counts) {
+  std::string line = fmt::format("imported {} in {}: {}, {}", plural(counts.cycles, "cycle"),
+                                 plural(counts.rows, "row"), plural(counts.signals, "signal"),
+                                 plural(counts.timeplates, "timeplate"));
+  if (counts.warnings > 0) line += ", " + plural(counts.warnings, "warning");
+  fmt::print("{}\n", line);
+}
+
+int import(const ImportFormat& format, const Command& command) {
+  NewDatabase fresh(command.database);
+  ImportCounts counts;
+  if (!format.read(command.file, command.options, fresh.directory(), printMessage, counts)) {
+    return kExitFailed;
+  }
+  if (!fresh.putInPlace()) return refuse(kCantWrite, std::strerror(errno), command.database);
+  printSummary(counts);
+  return kExitYes;
+}
+
+int list(const Command& command, TableFormat format) {
+  TextSink sink = streamSink(stdout);
+  if (listVcd(command.file, format, sink, printMessage) && sink.finish()) return kExitYes;
+  return sink.good() ? kExitFailed : refuse(kOutputLost, "standard output can't be written");
+}
+
+}  // namespace
+
+int runImport(std::span<const std::string> arguments) {
+  Usage usage("import");
+  Command command;
+  declare(usage, command);
+  if (const auto exit = usage.parse(arguments)) return *exit;
+  ImportOptions& options = command.options;
+  options.quiet = usage.quiet();
+  if (!readTime(command.period, "period", options.period) ||
+      !readTime(command.strobe, "strobe", options.strobe)) {
+    return kExitFailed;
+  }
+  if (!command.optionFile.empty() &&
+      !readImportOptions(command.optionFile, options, printMessage)) {
+    return kExitFailed;
+  }
+  const ImportFormat* format = chooseFormat(command);
+  if (format == nullptr) return kExitFailed;
+  if (command.list) {
+    if (format->read == importVcd) return list(command, usage.format());
+    return refuse(kBadUsage, "--list shows the variables of VCD files only");
+  }
+  if (command.database.empty()) return refuse(kBadUsage, "-o DB is missing");
+  command.database = databasePath(command.database);
+  return mayReplace(command.database, command.force) ? import(*format, command) : kExitFailed;
+}

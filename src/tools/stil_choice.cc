@@ -1,0 +1,164 @@
+#include "tools/stil_choice.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "tools/nearest.h"
+
+namespace {
+
+constexpr std::size_t kDeepestBurst = 64;
+constexpr std::size_t kMostPatterns = 100000;
+constexpr std::size_t kMostListed = 20;
+
+template <typename T>
+const T* byName(const std::vector<T>& records, std::string_view name) {
+  const auto found = std::ranges::find(records, name, &T::name);
+  return found != records.end() ? &*found : nullptr;
+}
+
+template <typename T>
+std::string listOf(const std::vector<T>& records) {
+  std::string text;
+  for (std::size_t i = 0; i < std::min(records.size(), kMostListed); ++i) {
+    text += fmt::format("{}'{}'", i == 0 ? "" : ", ", records[i].name);
+  }
+  if (records.size() > kMostListed) text += ", ...";
+  return text;
+}
+
+class Chooser {
+ public:
+  Chooser(StilReader& reader, const ImportOptions& options, StilChoice& choice)
+      : reader_(reader), model_(reader.model()), options_(options), choice_(choice) {}
+
+  bool run();
+
+ private:
+  bool chooseExec();
+  bool chooseBurst();
+  bool namedPatterns();
+  bool onlyPattern();
+  bool addBurst(const StilBurst& burst, const StilDomains& outer, std::size_t depth);
+  bool addPattern(const StilPatternPlace& place, const StilDomains& domains);
+
+  // The one of that name, else the only one; else a message.
+  template <typename T>
+  const T* one(const std::vector<T>& records, const std::string& name, std::string_view kind);
+  bool fail(const StilWhere& where, std::string text) {
+    return reader_.failAt(where, kStilNoPattern, std::move(text));
+  }
+  static StilDomains within(const StilDomains& outer, const StilDomains& inner);
+
+  StilReader& reader_;
+  const StilModel& model_;
+  const ImportOptions& options_;
+  StilChoice& choice_;
+  const StilExec* exec_ = nullptr;
+};
+
+bool Chooser::run() {
+  if (!chooseExec()) return false;
+  if (exec_ != nullptr) choice_.timing = {exec_->timing, exec_->selectors, exec_->categories};
+  if (!options_.patterns.empty()) return namedPatterns();
+  return chooseBurst();
+}
+
+template <typename T>
+const T* Chooser::one(const std::vector<T>& records, const std::string& name,
+                      std::string_view kind) {
+  const bool any = name.empty();
+  const T* found = any && records.size() == 1 ? &records.front() : byName(records, name);
+  if (found != nullptr) return found;
+  std::vector<std::string_view> names;
+  for (const T& record : records) names.push_back(record.name);
+  fail(records.empty() ? StilWhere() : records.front().where,
+       any ? fmt::format("there are {} of {}: {}", records.size(), kind, listOf(records))
+           : fmt::format("there is no {} '{}'{}", kind, name, didYouMean(name, names)));
+  return nullptr;
+}
+
+// A burst that is asked for brings the timing of the exec that names it.
+bool Chooser::chooseExec() {
+  if (options_.exec.empty() && !options_.burst.empty()) {
+    const auto found = std::ranges::find(model_.execs, options_.burst, &StilExec::burst);
+    if (found != model_.execs.end()) {
+      exec_ = &*found;
+      return true;
+    }
+  }
+  if (model_.execs.empty() && options_.exec.empty()) return true;
+  exec_ = one(model_.execs, options_.exec, "PatternExec");
+  return exec_ != nullptr;
+}
+
+bool Chooser::chooseBurst() {
+  const std::string& name =
+      options_.burst.empty() && exec_ != nullptr ? exec_->burst : options_.burst;
+  if (name.empty() && model_.bursts.empty()) return onlyPattern();
+  const StilBurst* burst = one(model_.bursts, name, "PatternBurst");
+  if (burst == nullptr || !addBurst(*burst, {}, 0)) return false;
+  return !choice_.patterns.empty() || fail(burst->where, "the burst has no patterns");
+}
+
+bool Chooser::namedPatterns() {
+  const StilBurst* burst = exec_ != nullptr ? byName(model_.bursts, exec_->burst) : nullptr;
+  const StilDomains domains = burst != nullptr ? burst->domains : StilDomains();
+  for (const std::string& name : options_.patterns) {
+    const StilPatternPlace* place = byName(model_.patterns, name);
+    if (place == nullptr) {
+      return fail({},
+                  fmt::format("there is no Pattern '{}' among {}", name, listOf(model_.patterns)));
+    }
+    if (!addPattern(*place, domains)) return false;
+  }
+  return true;
+}
+
+bool Chooser::onlyPattern() {
+  if (model_.patterns.size() == 1) return addPattern(model_.patterns.front(), {});
+  return fail({}, model_.patterns.empty()
+                      ? "there is no Pattern"
+                      : fmt::format("there are {} of Pattern: {}", model_.patterns.size(),
+                                    listOf(model_.patterns)));
+}
+
+bool Chooser::addBurst(const StilBurst& burst, const StilDomains& outer, std::size_t depth) {
+  if (depth == kDeepestBurst) return fail(burst.where, "bursts nest too deep");
+  const StilDomains own = within(outer, burst.domains);
+  for (const StilBurstEntry& entry : burst.entries) {
+    const StilDomains domains = within(own, entry.domains);
+    const StilPatternPlace* place = byName(model_.patterns, entry.name);
+    const StilBurst* inner = place == nullptr ? byName(model_.bursts, entry.name) : nullptr;
+    if (place == nullptr && inner == nullptr) {
+      return fail(entry.where, fmt::format("there is no Pattern '{}'", entry.name));
+    }
+    if (!(place != nullptr ? addPattern(*place, domains) : addBurst(*inner, domains, depth + 1))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Chooser::addPattern(const StilPatternPlace& place, const StilDomains& domains) {
+  if (choice_.patterns.size() == kMostPatterns) return fail(place.body, "the bursts list too many");
+  choice_.patterns.push_back({&place, domains});
+  return true;
+}
+
+StilDomains Chooser::within(const StilDomains& outer, const StilDomains& inner) {
+  StilDomains domains = outer;
+  for (const auto list : {&StilDomains::signalGroups, &StilDomains::procedures,
+                          &StilDomains::macros, &StilDomains::scanStructures}) {
+    if (!(inner.*list).empty()) domains.*list = inner.*list;
+  }
+  return domains;
+}
+
+}  // namespace
+
+bool chooseStilPatterns(StilReader& reader, const ImportOptions& options, StilChoice& choice) {
+  return Chooser(reader, options, choice).run();
+}
