@@ -11,8 +11,8 @@
 #include "tools/diff.h"
 #include "tools/dump.h"
 #include "tools/export.h"
-#include "tools/manual.h"
 #include "tools/import.h"
+#include "tools/manual.h"
 #include "tools/message.h"
 #include "tools/nearest.h"
 #include "tools/show.h"
@@ -59,7 +59,8 @@ constexpr std::array<Verb, 9> kVerbs = {{
     {"export",
      "write a database as a file of another kind",
      "DB -o FILE [options]",
-     "Writes the pattern of a database for other programs, STIL or VCD, by the ending of FILE; with "
+     "Writes the pattern of a database for other programs, STIL or VCD, by the ending of FILE; "
+     "with "
      ".gz behind it the file is compressed. STIL keeps loops, calls, comments, labels and "
      "equations; scan rows are written out. VCD holds the waves over time, all of them or a "
      "stretch: what is driven, and what is expected from its strobe on. What the kind of file has "
