@@ -57,13 +57,14 @@ class ShapeMaker {
   std::unordered_map<std::string, std::uint32_t> numbers_;
 };
 
-struct StilTiming::Parts {
+// The tables in force.
+struct StilTables {
   struct Table {
-    std::string name;
     std::size_t number;                  // in the writer
     std::vector<std::uint32_t> signals;  // by signal, its characters in `sets`
   };
   std::vector<Table> tables;
-  std::unordered_map<std::string, std::size_t> byName;
-  std::deque<StilCharacters> sets;  // the first is that of no wave at all
+  std::unordered_map<std::string, std::size_t> byName;  // numbers in the writer
+  std::deque<StilCharacters> sets;                      // the first is that of no wave at all
 };
+struct StilTiming::Parts : StilTables {};

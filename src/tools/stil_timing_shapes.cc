@@ -8,10 +8,9 @@
 
 namespace {
 
-// States that data stand for, by code from 1 on, and with data turned around.
+// States that data stand for, by code from 1 on.
 constexpr std::string_view kDriven = "DUZN";
 constexpr std::string_view kCompared = "LHTX";
-constexpr std::string_view kLevels = "DUZNLHTX";
 constexpr std::uint8_t kCodeX = 4;
 constexpr std::size_t kNoPosition = std::string_view::npos;
 
@@ -121,9 +120,8 @@ std::string statesOf(const Wave& wave) {
 }
 
 bool sameTimes(const Wave& a, const Wave& b) {
-  return std::ranges::equal(a, b, [](const WaveEvent& x, const WaveEvent& y) {
-    return x.sameTime(y);
-  });
+  return std::ranges::equal(a, b,
+                            [](const WaveEvent& x, const WaveEvent& y) { return x.sameTime(y); });
 }
 
 bool comparesNothing(const Wave& wave) {
@@ -171,8 +169,8 @@ char dataState(const std::vector<std::string>& waves, const std::vector<std::uin
 // Waves with the same times that one shape gives.
 struct ShapeMaker::Class {
   Wave times;
-  std::vector<std::string> waves;  // their states
-  std::string states;              // of the shape
+  std::vector<std::string> waves;   // their states
+  std::string states;               // of the shape
   std::vector<std::uint8_t> codes;  // by wave
 
   // Adds a wave if one shape can give all.
@@ -185,9 +183,7 @@ struct ShapeMaker::Class {
     return false;
   }
   // Whether the shape compares nothing with the code for X.
-  bool givesNothing() const {
-    return states.find_first_not_of("XQR") == std::string::npos;
-  }
+  bool givesNothing() const { return states.find_first_not_of("XQR") == std::string::npos; }
 
   bool solve();
 };
@@ -230,8 +226,7 @@ std::uint32_t ShapeMaker::expression(const std::string& text) {
 ShapeId ShapeMaker::enter(const Wave& times, std::string_view states) {
   Shape shape;
   for (std::size_t i = 0; i < times.size(); ++i) {
-    shape.push_back(
-        {timeOfFemtoseconds(times[i].time), texts_[times[i].expression], states[i]});
+    shape.push_back({timeOfFemtoseconds(times[i].time), texts_[times[i].expression], states[i]});
   }
   return writer_.addShape(shape);
 }
@@ -290,17 +285,16 @@ std::vector<Wave> partOf(std::span<const Wave* const> waves, bool driving) {
   std::vector<Wave> parts;
   for (const Wave* wave : waves) {
     Wave& part = parts.emplace_back();
-    std::ranges::copy_if(*wave, std::back_inserter(part), [&](const WaveEvent& event) {
-      return drives(event.state) == driving;
-    });
+    std::ranges::copy_if(*wave, std::back_inserter(part),
+                         [&](const WaveEvent& event) { return drives(event.state) == driving; });
   }
   return parts;
 }
 
 // The first shape; a character without events on this side keeps the signal on it.
 ShapeId firstShape(const std::vector<ShapedWave>& waves) {
-  const auto first = std::ranges::find_if(
-      waves, [](const ShapedWave& wave) { return wave.shape != kNoShape; });
+  const auto first =
+      std::ranges::find_if(waves, [](const ShapedWave& wave) { return wave.shape != kNoShape; });
   return first != waves.end() ? first->shape : kNoShape;
 }
 
@@ -327,8 +321,8 @@ StilCharacters ShapeMaker::characters(SignalDirection direction, std::string_vie
     if (waves[i]->empty()) continue;
     const bool noIn = in[i].shape == kNoShape;
     const bool noOut = out[i].shape == kNoShape;
-    character.cycle = {noIn ? firstIn : in[i].shape, noOut ? firstOut : out[i].shape,
-                       in[i].code, out[i].code};
+    character.cycle = {noIn ? firstIn : in[i].shape, noOut ? firstOut : out[i].shape, in[i].code,
+                       out[i].code};
   }
   return result;
 }

@@ -1,0 +1,392 @@
+#include "tools/stil_timing.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "equations/expression.h"
+#include "tools/flat_walk.h"
+#include "tools/stil_expression.h"
+#include "tools/stil_timing_internal.h"
+
+namespace {
+
+// Tables that one stands on through others.
+constexpr std::size_t kDeepestInheritance = 64;
+// Waves given to signals, of all tables together: groups would make many of few bytes.
+constexpr std::size_t kMostWaves = std::size_t{1} << 26;
+
+// Events that the reader has no state for and the database has.
+struct OtherState {
+  std::string_view name;
+  char state;
+};
+constexpr std::array<OtherState, 8> kOtherStates = {{{"A", '0'},
+                                                     {"LogicLow", '0'},
+                                                     {"B", '1'},
+                                                     {"LogicHigh", '1'},
+                                                     {"F", 'F'},
+                                                     {"LogicZ", 'F'},
+                                                     {"?", '?'},
+                                                     {"Unknown", '?'}}};
+// Those that can be left uncompared.
+constexpr std::array<std::string_view, 4> kValidWords = {"V", "v", "CompareValid",
+                                                         "CompareValidWindow"};
+
+// --- One table -----------------------------------------------------------------------
+
+class TableReader {
+ public:
+  TableReader(StilReader& reader, StilNames& names, const ssData& equations,
+              std::span<const SignalDirection> directions, bool lenient, PatternWriter& writer,
+              StilTables& parts)
+      : reader_(reader),
+        model_(reader.model()),
+        names_(names),
+        scope_(equations),
+        directions_(directions),
+        lenient_(lenient),
+        writer_(writer),
+        parts_(parts),
+        shapes_(writer) {}
+
+  bool choose(const std::string& timing);
+  bool read();
+
+ private:
+  struct Time {
+    std::int64_t value = 0;  // femtoseconds
+    StilTime text;
+  };
+  // A wave of one character on a signal, in the order in which they were defined.
+  struct Given {
+    char character;
+    std::uint32_t wave;
+
+    friend auto operator<=>(const Given&, const Given&) = default;
+  };
+  using GivenList = std::vector<Given>;
+
+  bool readTable(const StilTable& table);
+  bool collect(const StilTable& table, std::vector<const StilTable*>& chain, std::size_t depth);
+  const StilTable* parent(const StilTable& table, const std::string& name) const;
+  bool readPeriod(const StilTable& table, const std::vector<const StilTable*>& chain);
+  bool readWave(const StilWave& wave, StilNames& names);
+  bool readTimes(const StilWave& wave);
+  bool time(const std::string& text, const Time* before, const StilWhere& where, Time& out);
+  bool inOrder(const StilWave& wave);
+  bool readCharacter(const StilWave& wave, std::size_t character);
+  bool state(const StilState& from, const StilWhere& where, bool warns, char& to);
+  bool give(const StilWave& wave, StilNames& names);
+  WaveEvent event(const Time& time, char state);
+  StilNames& namesOf(const StilTable& table);
+  std::uint32_t characters(SignalDirection direction, const GivenList& given);
+
+  StilReader& reader_;
+  const StilModel& model_;
+  StilNames& names_;
+  ExpressionScope scope_;
+  std::span<const SignalDirection> directions_;
+  bool lenient_;
+  PatternWriter& writer_;
+  StilTables& parts_;
+  ShapeMaker shapes_;
+
+  std::vector<const StilTable*> chosen_;
+  std::map<std::pair<std::string_view, std::string_view>, const StilTable*> byName_;  // all
+  std::map<std::vector<std::string>, std::unique_ptr<StilNames>> otherNames_;
+  std::size_t given_ = 0;
+
+  // Of the table being read.
+  Time period_;
+  std::vector<Time> times_;    // of the events of a wave
+  std::vector<Wave> waves_;    // of single characters
+  std::size_t firstWave_ = 0;  // of the wave being read
+  std::vector<GivenList> ofSignal_;
+  std::map<std::pair<SignalDirection, GivenList>, std::uint32_t> sets_;
+};
+
+// --- Which tables --------------------------------------------------------------------
+
+// Those of the domain; without one the domain without a name, or the only one there is.
+bool TableReader::choose(const std::string& timing) {
+  std::vector<std::string_view> domains;
+  for (const StilTable& table : model_.tables) {
+    byName_.emplace(std::pair(std::string_view(table.domain), std::string_view(table.name)),
+                    &table);
+    if (std::ranges::find(domains, table.domain) == domains.end()) domains.push_back(table.domain);
+    if (table.domain == timing) chosen_.push_back(&table);
+  }
+  if (!chosen_.empty()) return true;
+  if (!timing.empty()) {
+    return reader_.failAt({}, kStilUnknownTable, fmt::format("there is no Timing \"{}\"", timing));
+  }
+  if (domains.empty()) {
+    return reader_.failAt({}, kStilUnknownTable, "there is no WaveformTable");
+  }
+  if (domains.size() > 1) {
+    std::string text;
+    for (const std::string_view domain : domains) {
+      text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", domain);
+    }
+    return reader_.failAt({}, kStilUnknownTable,
+                          fmt::format("no PatternExec chooses between the Timings {}", text));
+  }
+  for (const StilTable& table : model_.tables) chosen_.push_back(&table);
+  return true;
+}
+
+bool TableReader::read() {
+  parts_.sets.emplace_back();
+  for (const StilTable* table : chosen_) {
+    if (!readTable(*table)) return false;
+  }
+  return true;
+}
+
+bool TableReader::readTable(const StilTable& table) {
+  if (parts_.byName.contains(table.name)) {
+    return reader_.failAt(table.where, kStilTwice,
+                          fmt::format("there are two WaveformTables \"{}\"", table.name));
+  }
+  std::vector<const StilTable*> chain;
+  if (!collect(table, chain, 0) || !readPeriod(table, chain)) return false;
+  waves_.clear();
+  sets_.clear();
+  ofSignal_.assign(model_.signals.size(), {});
+  for (const StilTable* part : chain) {
+    for (const StilWave& wave : part->waves) {
+      if (!readWave(wave, namesOf(*part))) return false;
+    }
+  }
+  const std::size_t number = writer_.addTable(table.name, timeOfFemtoseconds(period_.value),
+                                              period_.text.named ? period_.text.text : "");
+  StilTables::Table& entry = parts_.tables.emplace_back();
+  entry.number = number;
+  parts_.byName.emplace(table.name, number);
+  for (std::size_t i = 0; i < ofSignal_.size(); ++i) {
+    entry.signals.push_back(characters(directions_[i], ofSignal_[i]));
+  }
+  return true;
+}
+
+// --- Inheritance ---------------------------------------------------------------------
+
+// The tables that one takes its waves from, itself last, each once.
+bool TableReader::collect(const StilTable& table, std::vector<const StilTable*>& chain,
+                          std::size_t depth) {
+  if (depth > kDeepestInheritance) {
+    return reader_.failAt(table.where, kStilBadExpression,
+                          fmt::format("WaveformTable \"{}\" inherits itself, or through more than "
+                                      "{} others",
+                                      table.name, kDeepestInheritance));
+  }
+  for (const std::string& name : table.inherit) {
+    const StilTable* other = parent(table, name);
+    if (other == nullptr) {
+      return reader_.failAt(table.where, kStilUnknownTable,
+                            fmt::format("there is no WaveformTable \"{}\" to inherit", name));
+    }
+    if (std::ranges::find(chain, other) != chain.end()) continue;
+    if (!collect(*other, chain, depth + 1)) return false;
+  }
+  if (std::ranges::find(chain, &table) == chain.end()) chain.push_back(&table);
+  return true;
+}
+
+// By its name in the same domain, else as "domain.name".
+const StilTable* TableReader::parent(const StilTable& table, const std::string& name) const {
+  const auto find = [&](std::string_view domain, std::string_view own) -> const StilTable* {
+    const auto found = byName_.find({domain, own});
+    return found != byName_.end() ? found->second : nullptr;
+  };
+  const std::string_view text = name;
+  const StilTable* found = find(table.domain, text);
+  for (std::size_t dot = text.find('.'); found == nullptr && dot != std::string_view::npos;
+       dot = text.find('.', dot + 1)) {
+    found = find(text.substr(0, dot), text.substr(dot + 1));
+  }
+  return found != nullptr ? found : find({}, text);
+}
+
+// The table's own, else that of the nearest table that it inherits.
+bool TableReader::readPeriod(const StilTable& table, const std::vector<const StilTable*>& chain) {
+  const auto own = std::find_if(chain.rbegin(), chain.rend(),
+                                [](const StilTable* part) { return !part->period.empty(); });
+  if (own == chain.rend()) {
+    return reader_.failAt(table.where, kStilBadTime,
+                          fmt::format("WaveformTable \"{}\" has no Period", table.name));
+  }
+  if (!time((*own)->period, nullptr, (*own)->where, period_)) return false;
+  return period_.value > 0 || reader_.failAt((*own)->where, kStilBadTime, "the Period is zero");
+}
+
+// --- Waves ---------------------------------------------------------------------------
+
+bool TableReader::readWave(const StilWave& wave, StilNames& names) {
+  firstWave_ = waves_.size();
+  if (!readTimes(wave)) return false;
+  for (std::size_t i = 0; i < wave.characters.size(); ++i) {
+    if (!readCharacter(wave, i)) return false;
+  }
+  return give(wave, names);
+}
+
+bool TableReader::readTimes(const StilWave& wave) {
+  times_.clear();
+  for (const StilEvent& event : wave.events) {
+    Time time;
+    const Time* before = times_.empty() ? nullptr : &times_.back();
+    if (event.time.empty()) {
+      if (before != nullptr) time = *before;
+    } else if (!this->time(event.time, before, event.where, time)) {
+      return false;
+    }
+    times_.push_back(std::move(time));
+  }
+  return inOrder(wave);
+}
+
+bool TableReader::time(const std::string& text, const Time* before, const StilWhere& where,
+                       Time& out) {
+  static const StilTime kBeginning;
+  std::string reason;
+  if (!stilExpression(text, before != nullptr ? &before->text : &kBeginning, out.text, reason)) {
+    return reader_.failAt(where, kStilBadExpression, fmt::format("'{}': {}", text, reason));
+  }
+  Quantity value;
+  ExpressionError error;
+  if (!scope_.evaluate(out.text.text, value, error)) {
+    return reader_.failAt(where, kStilBadExpression,
+                          fmt::format("'{}': {}", text, expressionErrorText(error)));
+  }
+  TIME time;
+  if (!quantityToTime(value, time, reason)) {
+    return reader_.failAt(where, kStilBadTime, fmt::format("'{}': {}", text, reason));
+  }
+  out.value = femtoseconds(time);
+  return true;
+}
+
+bool TableReader::inOrder(const StilWave& wave) {
+  for (std::size_t i = 1; i < times_.size(); ++i) {
+    if (times_[i].value >= times_[i - 1].value) continue;
+    const std::string text = fmt::format("an event at {} stands behind one at {}",
+                                         PBtimeText(timeOfFemtoseconds(times_[i].value)),
+                                         PBtimeText(timeOfFemtoseconds(times_[i - 1].value)));
+    if (!lenient_) return reader_.failAt(wave.events[i].where, kStilBadTime, text);
+    reader_.warnAt(wave.events[i].where, kStilBadTime, text);
+  }
+  return true;
+}
+
+bool TableReader::readCharacter(const StilWave& wave, std::size_t character) {
+  Wave events;
+  for (std::size_t i = 0; i < wave.events.size(); ++i) {
+    const std::vector<StilState>& states = wave.events[i].states;
+    const std::size_t place = character < states.size() ? character : 0;
+    char to = 0;
+    const bool warns = place == character;
+    if (!state(states[place], wave.events[i].where, warns, to)) return false;
+    if (to != 0) events.push_back(event(times_[i], to));
+  }
+  std::ranges::stable_sort(events, {}, &WaveEvent::time);
+  waves_.push_back(plainCompares(events, event(period_, 'X')));
+  return true;
+}
+
+WaveEvent TableReader::event(const Time& time, char state) {
+  return {time.value, time.text.named ? shapes_.expression(time.text.text) : 0, state};
+}
+
+// 0 for one that is left out.
+bool TableReader::state(const StilState& from, const StilWhere& where, bool warns, char& to) {
+  to = from.state;
+  if (to != 0) return true;
+  const auto* other = std::ranges::find(kOtherStates, from.other, &OtherState::name);
+  if (other != kOtherStates.end()) {
+    to = other->state;
+    return true;
+  }
+  const std::string text = fmt::format("a database has no event like \"{}\"", from.other);
+  if (!lenient_) return reader_.failAt(where, kStilUnsupported, text);
+  if (warns) reader_.warnAt(where, kStilUnsupported, text);
+  if (std::ranges::find(kValidWords, from.other) != kValidWords.end()) to = 'X';
+  return true;
+}
+
+// --- Signals -------------------------------------------------------------------------
+
+// Groups that the Timing of a table names stand in front of those in force.
+StilNames& TableReader::namesOf(const StilTable& table) {
+  if (table.signalGroups.empty()) return names_;
+  std::unique_ptr<StilNames>& names = otherNames_[table.signalGroups];
+  if (names == nullptr) names = std::make_unique<StilNames>(model_, table.signalGroups);
+  return *names;
+}
+
+// A wave takes the place of an earlier one for the same signal and character.
+bool TableReader::give(const StilWave& wave, StilNames& names) {
+  std::string problem;
+  const StilTarget* target = names.find(wave.signals, problem);
+  if (target == nullptr) return reader_.failAt(wave.signals.where, kStilUnknownName, problem);
+  given_ += target->signals.size() * wave.characters.size();
+  if (given_ > kMostWaves) {
+    return reader_.failAt(wave.where, kStilTooLong, "the waveforms are those of too many signals");
+  }
+  for (const std::uint32_t signal : target->signals) {
+    for (std::size_t i = 0; i < wave.characters.size(); ++i) {
+      const Given given = {wave.characters[i], static_cast<std::uint32_t>(firstWave_ + i)};
+      GivenList& list = ofSignal_[signal];
+      const auto earlier = std::ranges::find(list, given.character, &Given::character);
+      if (earlier != list.end()) {
+        *earlier = given;
+      } else {
+        list.push_back(given);
+      }
+    }
+  }
+  return true;
+}
+
+std::uint32_t TableReader::characters(SignalDirection direction, const GivenList& given) {
+  if (given.empty()) return 0;
+  const auto number = static_cast<std::uint32_t>(parts_.sets.size());
+  const auto [place, isNew] = sets_.emplace(std::pair(direction, given), number);
+  if (!isNew) return place->second;
+  std::string characters;
+  std::vector<const Wave*> waves;
+  for (const Given& one : given) {
+    characters += one.character;
+    waves.push_back(&waves_[one.wave]);
+  }
+  parts_.sets.push_back(shapes_.characters(direction, characters, waves));
+  return number;
+}
+
+}  // namespace
+
+// --- The timing ----------------------------------------------------------------------
+
+StilTiming::StilTiming(StilReader& reader) : reader_(reader), parts_(std::make_unique<Parts>()) {}
+StilTiming::~StilTiming() = default;
+
+bool StilTiming::readTables(const StilTimingChoice& choice, StilNames& names,
+                            const ssData& equations, std::span<const SignalDirection> directions,
+                            bool lenient, PatternWriter& writer) {
+  *parts_ = {};
+  TableReader tables(reader_, names, equations, directions, lenient, writer, *parts_);
+  if (!tables.choose(choice.timing) || !tables.read()) return false;
+  return writer.failure().empty() || reader_.failAt({}, kImportRefused, writer.failure());
+}
+
+std::int64_t StilTiming::table(std::string_view name) const {
+  const auto found = parts_->byName.find(std::string(name));
+  return found != parts_->byName.end() ? static_cast<std::int64_t>(found->second) : -1;
+}
+
+const StilCharacters& StilTiming::characters(std::size_t table, std::uint32_t signal) const {
+  const StilTables::Table& entry = parts_->tables[table - parts_->tables.front().number];
+  return parts_->sets[entry.signals[signal]];
+}
