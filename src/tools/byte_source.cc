@@ -312,7 +312,9 @@ bool GzipSource::unpack() {
     return fail(std::string("the gzip data is damaged: ") +
                 (stream_.msg != nullptr ? stream_.msg : "wrong format"));
   }
-  return !cut || stream_.avail_out == 0 || fail("the gzip data is cut off");
+  if (!cut || stream_.avail_out == 0) return true;
+  cut_ = true;
+  return fail("the gzip data is cut off");
 }
 
 std::ptrdiff_t GzipSource::read(char* to, std::size_t size) {
@@ -338,7 +340,8 @@ bool GzipSource::rewind() {
 }
 
 bool GzipSource::seek(std::uint64_t offset) {
-  if (failed_) return false;
+  if (failed_ && (!cut_ || offset >= at_)) return false;
+  failed_ = cut_ = false;
   if (offset < at_ && !rewind()) return false;
   std::vector<char> passed(offset > at_ ? kPieceBytes : 0);
   while (at_ < offset) {

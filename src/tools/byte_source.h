@@ -24,6 +24,9 @@ class ByteSource {
   // Back to the byte at `offset` of the text (unpacked): false with reason().
   virtual bool seek(std::uint64_t offset) = 0;
   const std::string& reason() const { return reason_; }
+  // Whether the failure is packed data that end too soon: what came before is good, and
+  // seek() goes back to it.
+  bool isCut() const { return cut_; }
   // As messages show it: the path, "<stdin>".
   const std::string& name() const { return name_; }
   // Bytes on disk, and how many of them were read since the last seek to 0: for telling
@@ -34,6 +37,7 @@ class ByteSource {
  protected:
   std::string name_;
   std::string reason_;
+  bool cut_ = false;
 };
 
 // The same over a text in memory, which must outlive it; for tests and fuzzing.

@@ -4,17 +4,16 @@
 #include <optional>
 
 #include "base/errors.h"
-#include "base/progress.h"
 #include "pvb/database.h"
 #include "tools/import_vcd_cycles.h"
 #include "tools/import_vcd_internal.h"
+#include "tools/tool_progress.h"
 
 namespace {
 
 constexpr int kBuffers = 64;
 constexpr std::uint64_t kMostFemtoseconds = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kStrobePercent = 90;  // of the period, where no option tells
-constexpr std::uint64_t kEventsPerProgress = 1 << 16;
 
 std::int64_t femtosecondsOf(TIME time) { return PBtimeToLong(time); }
 
@@ -54,7 +53,6 @@ class VcdImport {
   bool addSignals(PatternWriter& writer);
   bool takeChanges(VcdCycles& cycles);
   bool takeTime(VcdCycles& cycles);
-  void showProgress();
 
   VcdReader& reader_;
   const ImportOptions& options_;
@@ -62,7 +60,6 @@ class VcdImport {
   VcdChoice choice_;
   std::int64_t strobe_ = 0;
   std::uint64_t mostSteps_ = 0;
-  std::uint64_t events_ = 0;
 };
 
 bool VcdImport::chooseTimes() {
@@ -103,10 +100,6 @@ bool VcdImport::addSignals(PatternWriter& writer) {
   return true;
 }
 
-void VcdImport::showProgress() {
-  if (++events_ % kEventsPerProgress == 0) PBprogressUpdate(reader_.source().consumed());
-}
-
 bool VcdImport::takeTime(VcdCycles& cycles) {
   const std::uint64_t time = reader_.time();
   if (time > mostSteps_) {
@@ -116,11 +109,11 @@ bool VcdImport::takeTime(VcdCycles& cycles) {
 }
 
 bool VcdImport::takeChanges(VcdCycles& cycles) {
-  PBprogressStart(reader_.source().size(), "Reading changes");
+  Progress progress(reader_.source().size(), "Reading changes", options_.quiet);
   bool good = true;
   for (VcdEvent event = reader_.next(); good && event != VcdEvent::end; event = reader_.next()) {
-    showProgress();
     if (event == VcdEvent::time) {
+      progress.update(reader_.source().consumed());
       good = takeTime(cycles);
     } else if (event == VcdEvent::bits) {
       good = cycles.change(reader_.net(), reader_.value());
@@ -130,7 +123,6 @@ bool VcdImport::takeChanges(VcdCycles& cycles) {
     if (!good) break;
   }
   good = good && !reader_.failed() && cycles.finish();
-  PBprogressEnd(reader_.source().consumed());
   return good || (reader_.failed() ? false : reader_.fail(kImportRefused, cycles.failure()));
 }
 

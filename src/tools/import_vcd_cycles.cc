@@ -103,6 +103,8 @@ void VcdCycles::Parts::enterSignals(const VcdChoice& choice) {
     added.direction = signal.direction;
     added.clock = signal.clock;
     added.bit = signal.bit;
+    // A bidirectional signal is compared where the file tells what the device drives.
+    if (signal.direction == BIDIR) added.compare = {kVcdNone, kVcdNone};
     added.name = signal.name;
     ++firstOfNet[signal.net + 1];
   }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <optional>
 
 #include "base/text.h"
@@ -56,10 +55,29 @@ char rightCase(char prefix, std::string_view base) {
   return prefix;
 }
 
-struct Unit {
+// Units of the other side, by base and power of ten.
+struct KnownUnit {
   std::string_view base;
-  int power = 0;  // of ten
+  int power;
+  std::string_view text;
 };
+constexpr std::array<KnownUnit, 19> kKnownUnits = {{
+    {"s", 0, "s"},     {"s", -3, "ms"}, {"s", -6, "us"},  {"s", -9, "ns"},  {"s", -12, "ps"},
+    {"s", -15, "fs"},  {"Hz", 0, "Hz"}, {"Hz", 3, "kHz"}, {"Hz", 6, "MHz"}, {"Hz", 9, "GHz"},
+    {"Hz", 12, "THz"}, {"V", 0, "V"},   {"V", -3, "mV"},  {"V", -6, "uV"},  {"V", -9, "nV"},
+    {"A", 0, "A"},     {"A", -3, "mA"}, {"A", -6, "uA"},  {"A", -9, "nA"},
+}};
+
+struct Unit {
+  std::string_view text;
+  int power = 0;  // of ten, that the number is to be multiplied by
+};
+
+Unit knownUnit(std::string_view base, int power) {
+  const auto* row = std::ranges::find_if(
+      kKnownUnits, [&](const KnownUnit& unit) { return unit.base == base && unit.power == power; });
+  return row != kKnownUnits.end() ? Unit{row->text, 0} : Unit{base, power};
+}
 
 std::optional<Unit> unitOf(std::string_view text) {
   struct Base {
@@ -74,11 +92,12 @@ std::optional<Unit> unitOf(std::string_view text) {
     const std::string_view end = text.substr(text.size() - base.name.size());
     if (base.anyCase ? !PBstrEq(end, base.name) : end != base.name) continue;
     const std::string_view prefix = text.substr(0, text.size() - base.name.size());
-    if (prefix.empty()) return Unit{base.name, 0};
+    if (prefix.empty()) return knownUnit(base.name, 0);
     if (prefix.size() > 1) return std::nullopt;
     const char letter = rightCase(prefix[0], end);
     const auto* row = std::ranges::find(kPrefixes, letter, &Prefix::letter);
-    return row != kPrefixes.end() ? std::optional(Unit{base.name, row->power}) : std::nullopt;
+    if (row == kPrefixes.end()) return std::nullopt;
+    return knownUnit(base.name, row->power);
   }
   return std::nullopt;
 }
@@ -137,7 +156,7 @@ class Translation {
   bool number() {
     const std::size_t begin = place_;
     while (isDigit(peek()) || peek() == '.') ++place_;
-    std::string digits(text_.substr(begin, place_ - begin));
+    const std::string_view digits = text_.substr(begin, place_ - begin);
     int power = 0;
     if (!exponent(power)) return fail("the exponent is out of range");
     const std::size_t letters = place_;
@@ -146,9 +165,9 @@ class Translation {
     const std::optional<Unit> unit = unitOf(text);
     if (!unit) return fail(fmt::format("\"{}\" is no unit of times, frequencies, V or A", text));
     power += unit->power;
-    if (power != 0) digits += fmt::format("e{}", power);
     out_.text += digits;
-    out_.text += unit->base;
+    if (power != 0) out_.text += fmt::format("e{}", power);
+    out_.text += unit->text;
     return true;
   }
 

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::string_view kUnnamedSpec = "Spec";
-constexpr double kFemtosecond = 1e-15;
+constexpr double kFemtoseconds = 1e15;  // in a second
 
 using Text = std::optional<std::string> StilSpecValue::*;
 struct SelectedText {
@@ -28,6 +28,14 @@ constexpr std::array<SelectedText, 4> kSelectedTexts = {{
     {StilSelected::min, &StilSpecValue::min, &ssItem::minimum},
     {StilSelected::meas, &StilSpecValue::meas, &ssItem::measured},
 }};
+
+// In seconds, hertz, volts, amperes.
+double baseUnits(const Quantity& value) {
+  const double upper = value.exact ? static_cast<double>(value.numerator) : value.number;
+  const double lower = value.exact ? static_cast<double>(value.denominator) : 1;
+  const double scale = std::pow(kFemtoseconds, std::abs(value.dimension.time));
+  return value.dimension.time > 0 ? upper / (lower * scale) : upper * scale / lower;
+}
 
 class SpecReader {
  public:
@@ -199,7 +207,7 @@ void SpecReader::evaluate() {
     if (item.attribute == nullptr || !result.good) continue;
     ssValue& value = data_.sheets[item.sheet].sets[item.set].items[item.row].*item.attribute;
     value.code = kValueNumber;
-    value.number = result.value.number * std::pow(kFemtosecond, result.value.dimension.time);
+    value.number = baseUnits(result.value);
   }
   for (const auto& [place, good] : isTime) {
     if (good) data_.sheets[place.first].variables[place.second].type = ssType::time;

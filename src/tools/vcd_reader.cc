@@ -121,6 +121,7 @@ bool VcdReader::other(VcdEvent& event) {
 
 VcdEvent VcdReader::finish() {
   if (inDump_) return endEarly("before the $end of a command");
+  if (cut_) return endEarly("where " + source_->reason());
   finished_ = true;
   return VcdEvent::end;
 }

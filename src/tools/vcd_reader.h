@@ -165,6 +165,7 @@ class VcdReader {
   std::size_t end_ = 0;
   std::size_t event_ = 0;        // where the event read last begins
   bool ended_ = false;           // nothing comes behind end_
+  bool cut_ = false;             // because packed data end too soon
   std::uint64_t base_ = 0;       // offset in the text
   std::uint64_t line_ = 1;       // at the buffer's beginning
   std::uint64_t lineBegin_ = 0;  // offset in the text of that line

@@ -49,9 +49,10 @@ bool VcdReader::fill() {
   const std::size_t room = buffer_.size() - kPadding;
   while (end_ < room && !ended_) {
     const std::ptrdiff_t got = source_->read(buffer_.data() + end_, room - end_);
-    if (got < 0) return failAt(end_, kCantRead, source_->reason());
-    ended_ = got == 0;
-    end_ += static_cast<std::size_t>(got);
+    cut_ = got < 0 && source_->isCut();
+    if (got < 0 && !cut_) return failAt(end_, kCantRead, source_->reason());
+    ended_ = got <= 0;
+    end_ += static_cast<std::size_t>(std::max<std::ptrdiff_t>(got, 0));
   }
   std::memset(buffer_.data() + end_, 0, kPadding);
   return true;
@@ -93,7 +94,7 @@ bool VcdReader::rewind() {
   line_ = bodyLine_;
   lineBegin_ = bodyLineBegin_;
   time_ = 0;
-  ended_ = inDump_ = finished_ = false;
+  ended_ = cut_ = inDump_ = finished_ = false;
   quiet_ = true;
   return true;
 }
