@@ -192,6 +192,10 @@ bool StilCursor::number(std::uint64_t& value, std::uint64_t most, std::string_vi
 
 bool StilCursor::annotation(std::string& text) {
   next();
+  return annotationText(text);
+}
+
+bool StilCursor::annotationText(std::string& text) {
   if (!is(StilTokenKind::annotation)) return expected("'{*' behind Ann");
   text = token().text;
   next();

@@ -97,6 +97,7 @@ class StilCursor {
   bool reference(StilReference& reference, std::string_view what);
   bool number(std::uint64_t& value, std::uint64_t most, std::string_view what);
   bool annotation(std::string& text);
+  bool annotationText(std::string& text);  // from behind the word on
   bool end() { return take(StilTokenKind::stop, "';'"); }
   // The rest of a statement: up to its `;`, or through its block.
   bool passOver();
