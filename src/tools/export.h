@@ -25,13 +25,12 @@ struct ExportOptions {
 bool exportStil(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
 bool exportVcd(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
 
-// A writer: the kind's name, endings of file names (with ".gz" behind them the file is
-// compressed), what it is for, and its options of the verb.
+// How files are written, and known by the endings of their names.
 struct ExportFormat {
-  std::string_view name;
-  std::span<const std::string_view> endings;
+  std::string_view name;     // of --to
+  std::string_view endings;  // separated by blanks; what ends in ".gz" is compressed
   std::string_view description;
-  std::string_view options;
+  std::string_view options;  // of the verb, with their defaults; may be empty
   bool (*write)(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
 };
 std::span<const ExportFormat> exportFormats();

@@ -51,7 +51,7 @@ class PatternText : public StilRowVisitor {
   std::vector<LabelPlace> labels_;
   std::size_t nextLabel_ = 0;
   std::string label_;  // of the statement that comes next
-  std::size_t depth_ = 0;
+  std::size_t depth_;
   std::vector<std::string> loopComments_;  // of the loops open
   std::string loopComment_;
   std::uint32_t table_ = kNoTimePlate;  // in force; none where that isn't known
@@ -66,6 +66,7 @@ PatternText::PatternText(StilExport& stil, int pattern)
   }
   std::ranges::stable_sort(labels_, {}, &LabelPlace::row);
   states_.resize(stil.signals.size());
+  depth_ = pattern == kMainPattern ? 0 : 1;
 }
 
 // --- What stands at a row ------------------------------------------------------------

@@ -74,15 +74,17 @@ class PatternWriter {
 
   void useTable(std::size_t table);
   void set(std::uint32_t signal, const SignalCycle& cycle);
-  // Writes a row of `count` cycles.
+  // Writes a row of `count` cycles, at least one.
   bool cycle(std::uint32_t count = 1);
 
-  // Stand at the row that is written next; several are kept in order. At the end of a
-  // pattern a label goes with its last row, and comments too.
+  // Stand at the row that is written next, in front of the end of a loop at its end row;
+  // several are kept in order. At the end of a pattern a label goes with its last row, and
+  // comments too; where it has no row both are lost.
   void comment(std::string_view text);
   void label(std::string_view name);
 
-  // Rows up to `endLoop` are the body. A loop may stand in a loop or in a subroutine.
+  // Rows up to `endLoop` are the body; `count` is at least one. A loop may stand in a loop or in a
+  // subroutine.
   bool beginLoop(std::uint32_t count);
   bool endLoop();
   // Rows up to `endSubroutine` are those of a subroutine: its number, -1 for a failure.

@@ -16,12 +16,9 @@ namespace {
 constexpr std::string_view kStandardOutput = "-";
 constexpr std::string_view kCompressed = ".gz";
 
-constexpr std::array<std::string_view, 1> kStilEndings = {".stil"};
-constexpr std::array<std::string_view, 1> kVcdEndings = {".vcd"};
 constexpr std::array<ExportFormat, 2> kFormats = {{
-    {"stil", kStilEndings, "STIL 1450.0: signals, timing, equations, procedures, pattern", "",
-     exportStil},
-    {"vcd", kVcdEndings, "value change dump: the waves over time",
+    {"stil", ".stil .stil.gz", "Standard Test Interface Language, IEEE 1450", "", exportStil},
+    {"vcd", ".vcd .vcd.gz", "Value change dump, IEEE 1364: the waves over time",
      "--begin TIME, --end TIME (all of the pattern), --signals NAMES (all)", exportVcd},
 }};
 
@@ -82,21 +79,24 @@ struct ExportCall {
   bool compressed = false;
 };
 
-const ExportFormat* formatOf(std::string_view name, std::string_view file) {
-  for (const ExportFormat& format : kFormats) {
-    const bool ends = std::ranges::any_of(
-        format.endings, [file](std::string_view ending) { return file.ends_with(ending); });
-    if (name.empty() ? ends : format.name == name) return &format;
+bool endsWithOne(std::string_view file, std::string_view endings) {
+  while (!endings.empty()) {
+    const std::size_t blank = std::min(endings.find(' '), endings.size());
+    if (file.ends_with(endings.substr(0, blank))) return true;
+    endings.remove_prefix(std::min(blank + 1, endings.size()));
   }
-  return nullptr;
+  return false;
 }
 
 std::optional<int> chooseFormat(ExportCall& call) {
-  std::string_view file = call.output;
-  call.compressed = file.ends_with(kCompressed);
-  if (call.compressed) file.remove_suffix(kCompressed.size());
-  call.format = formatOf(call.kind, file);
-  if (call.format != nullptr) return std::nullopt;
+  call.compressed = call.output.ends_with(kCompressed);
+  for (const ExportFormat& format : kFormats) {
+    const bool known =
+        call.kind.empty() ? endsWithOne(call.output, format.endings) : format.name == call.kind;
+    if (!known) continue;
+    call.format = &format;
+    return std::nullopt;
+  }
   if (!call.kind.empty()) {
     return refuse(kUnknownFormat, fmt::format("'{}' is no kind of file to write", call.kind));
   }

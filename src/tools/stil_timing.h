@@ -16,7 +16,10 @@
 //
 // A window (l, h, t) is its state where it begins and X where it ends: where the next
 // event of the wave says, or at the end of the cycle. An edge (L, H, T) is its state
-// alone: an X that only ends it is left out.
+// alone: an X that only ends it is left out. So a state that a later X follows is a
+// window. A character that compares nothing is given by the shape of the others with data
+// X, whatever the times of its own X: a shape of its own would make a timeplate of each
+// set of signals that aren't compared.
 
 #include <array>
 #include <cstdint>

@@ -55,15 +55,13 @@ struct CompareWalk {
   void take(const WaveEvent& event) {
     if (isWindow(event.state)) return takeWindow(event);
     if (event.state == 'X') return takeX(event);
-    if (isStrobe(event.state)) {
-      now = Comparing::edge;
-    } else {
-      endWindow(event);
-    }
+    endWindow(event);
+    if (isStrobe(event.state)) now = Comparing::edge;
     out.push_back(event);
   }
   void takeWindow(const WaveEvent& event) {
     if (now == Comparing::window && window == event.state) return;
+    endWindow(event);
     now = Comparing::window;
     window = event.state;
     out.push_back(event);

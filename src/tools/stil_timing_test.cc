@@ -148,9 +148,9 @@ TEST_F(StilTimingTest, WindowsEndAndEdgesDoNot) {
   ASSERT_TRUE(waves(
       "y { LHX { '0ns' X; '10ns' l/h/X; '40ns' X; } T { '10ns' t; } 2 { '5ns' l; '9ns' h; }}\n"
       "z { LHX { '0ns' X; '10ns' L/H/X; '11ns' X; } 2 { '10ns' L; '20ns' X; '30ns' H; }}"));
-  EXPECT_THAT(events('y'), ElementsAre("2: 5nS L, 9nS H, 100nS X", "H: 0pS X, 10nS H, 40nS X",
-                                       "L: 0pS X, 10nS L, 40nS X", "T: 10nS T, 100nS X",
-                                       "X: 0pS X, 10nS X, 40nS X"));
+  EXPECT_THAT(events('y'), ElementsAre("2: 5nS L, 9nS X, 9nS H, 100nS X",
+                                       "H: 0pS X, 10nS H, 40nS X", "L: 0pS X, 10nS L, 40nS X",
+                                       "T: 10nS T, 100nS X", "X: 0pS X, 10nS X, 40nS X"));
   EXPECT_THAT(events('z'), ElementsAre("2: 10nS L, 30nS H", "H: 0pS X, 10nS H", "L: 0pS X, 10nS L",
                                        "X: 0pS X, 10nS X"));
   EXPECT_EQ(characters('y')['X'].cycle.out, characters('y')['H'].cycle.out);

@@ -11,6 +11,7 @@
 #include "tools/diff.h"
 #include "tools/dump.h"
 #include "tools/export.h"
+#include "tools/formats.h"
 #include "tools/import.h"
 #include "tools/manual.h"
 #include "tools/message.h"
@@ -24,7 +25,8 @@ namespace {
 int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
-constexpr std::array<Verb, 9> kVerbs = {{
+constexpr std::array<Verb, 10> kVerbs = {{
+constexpr std::array<Verb, 10> kVerbs = {{
     {"import",
      "make a database from a pattern of another program",
      "FILE -o DB [options]",
@@ -38,6 +40,14 @@ constexpr std::array<Verb, 9> kVerbs = {{
       "pvb import scan.stil.gz -o scan.pvb --exec scan_exec --lenient",
       "pvb import wave.vcd -o wave.pvb --period 100nS --inputs 'clk,d*' --outputs 'q*'"},
      runImport},
+    {"formats",
+     "list what can be imported and exported",
+     "[--format FORM]",
+     "Lists the formats that `pvb import` reads and `pvb export` writes: the endings of file names "
+     "by which they are known, and the options that are theirs only, with what holds without "
+     "them.",
+     {"pvb formats", "pvb formats --json", "pvb formats --format md"},
+     runFormats},
     {"dump",
      "write a database as text",
      "DB [-o FILE] [--force]",
