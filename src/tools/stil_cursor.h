@@ -96,6 +96,7 @@ class StilCursor {
   bool expressionText(std::string& text, std::string_view what);
   bool reference(StilReference& reference, std::string_view what);
   bool number(std::uint64_t& value, std::uint64_t most, std::string_view what);
+  // Behind the word Ann.
   bool annotation(std::string& text);
   bool annotationText(std::string& text);  // from behind the word on
   bool end() { return take(StilTokenKind::stop, "';'"); }
@@ -140,6 +141,7 @@ bool StilCursor::block(std::string_view what, Item item, StilAnnotations annotat
     if (is(StilTokenKind::stop)) {
       next();
     } else if (annotations == StilAnnotations::passedOver && isWord("Ann")) {
+      next();
       if (!annotation(text)) return false;
     } else if (!item()) {
       return false;

@@ -203,13 +203,13 @@ bool StilReader::Parts::readBlock() {
   }
   const StilWhere where = cursor.where();
   std::string word;
-  if (cursor.isWord("Ann")) return cursor.annotation(word);
   if (!cursor.is(Kind::word)) return cursor.expected("a block such as Signals or Pattern");
   word = cursor.token().text;
   cursor.next();
   const auto* row = std::find_if(kBlocks.begin(), kBlocks.end(),
                                  [&](const BlockWord& entry) { return entry.word == word; });
   if (row != kBlocks.end()) return row->read(blocks);
+  if (word == "Ann") return cursor.annotation(word);
   if (word == "Pattern") return readPattern();
   if (word == "STIL") return readHead();
   if (word == "Header") return readHeader();
