@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "equations/expression.h"
 #include "tools/flat_walk.h"
@@ -14,8 +15,10 @@ namespace {
 
 // Tables that one stands on through others.
 constexpr std::size_t kDeepestInheritance = 64;
-// Waves given to signals, of all tables together: groups would make many of few bytes.
-constexpr std::size_t kMostWaves = std::size_t{1} << 26;
+// Events, and waves of signals, of all tables together: groups and inheritance would make
+// many of few bytes.
+constexpr std::size_t kMostWork = std::size_t{1} << 26;
+constexpr std::size_t kNamesShown = 8;
 
 // Events that the reader has no state for and the database has.
 struct OtherState {
@@ -68,6 +71,7 @@ class TableReader {
   };
   using GivenList = std::vector<Given>;
 
+  bool spend(std::size_t work, const StilWhere& where);
   bool readTable(const StilTable& table);
   bool collect(const StilTable& table, std::vector<const StilTable*>& chain, std::size_t depth);
   const StilTable* parent(const StilTable& table, const std::string& name) const;
@@ -82,6 +86,7 @@ class TableReader {
   WaveEvent event(const Time& time, char state);
   StilNames& namesOf(const StilTable& table);
   std::uint32_t characters(SignalDirection direction, const GivenList& given);
+  std::uint32_t enter(const StilCharacters& set);
 
   StilReader& reader_;
   const StilModel& model_;
@@ -96,7 +101,8 @@ class TableReader {
   std::vector<const StilTable*> chosen_;
   std::map<std::pair<std::string_view, std::string_view>, const StilTable*> byName_;  // all
   std::map<std::vector<std::string>, std::unique_ptr<StilNames>> otherNames_;
-  std::size_t given_ = 0;
+  std::size_t work_ = 0;
+  std::unordered_multimap<std::uint64_t, std::uint32_t> setByHash_;
 
   // Of the table being read.
   Time period_;
@@ -111,11 +117,11 @@ class TableReader {
 
 // Those of the domain; without one the domain without a name, or the only one there is.
 bool TableReader::choose(const std::string& timing) {
-  std::vector<std::string_view> domains;
+  std::set<std::string_view> domains;
   for (const StilTable& table : model_.tables) {
     byName_.emplace(std::pair(std::string_view(table.domain), std::string_view(table.name)),
                     &table);
-    if (std::ranges::find(domains, table.domain) == domains.end()) domains.push_back(table.domain);
+    domains.insert(table.domain);
     if (table.domain == timing) chosen_.push_back(&table);
   }
   if (!chosen_.empty()) return true;
@@ -127,8 +133,9 @@ bool TableReader::choose(const std::string& timing) {
   }
   if (domains.size() > 1) {
     std::string text;
-    for (const std::string_view domain : domains) {
-      text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", domain);
+    std::size_t shown = 0;
+    for (auto domain = domains.begin(); domain != domains.end() && shown < kNamesShown; ++shown) {
+      text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", *domain++);
     }
     return reader_.failAt({}, kStilUnknownTable,
                           fmt::format("no PatternExec chooses between the Timings {}", text));
@@ -145,12 +152,19 @@ bool TableReader::read() {
   return true;
 }
 
+bool TableReader::spend(std::size_t work, const StilWhere& where) {
+  work_ += work;
+  return work_ <= kMostWork ||
+         reader_.failAt(where, kStilTooLong, "the waveforms are too many for all their signals");
+}
+
 bool TableReader::readTable(const StilTable& table) {
   if (parts_.byName.contains(table.name)) {
     return reader_.failAt(table.where, kStilTwice,
                           fmt::format("there are two WaveformTables \"{}\"", table.name));
   }
   std::vector<const StilTable*> chain;
+  if (!spend(model_.signals.size(), table.where)) return false;
   if (!collect(table, chain, 0) || !readPeriod(table, chain)) return false;
   waves_.clear();
   sets_.clear();
@@ -188,6 +202,7 @@ bool TableReader::collect(const StilTable& table, std::vector<const StilTable*>&
       return reader_.failAt(table.where, kStilUnknownTable,
                             fmt::format("there is no WaveformTable \"{}\" to inherit", name));
     }
+    if (!spend(chain.size() + 1, table.where)) return false;
     if (std::ranges::find(chain, other) != chain.end()) continue;
     if (!collect(*other, chain, depth + 1)) return false;
   }
@@ -226,6 +241,7 @@ bool TableReader::readPeriod(const StilTable& table, const std::vector<const Sti
 
 bool TableReader::readWave(const StilWave& wave, StilNames& names) {
   firstWave_ = waves_.size();
+  if (!spend(wave.events.size() * wave.characters.size(), wave.where)) return false;
   if (!readTimes(wave)) return false;
   for (std::size_t i = 0; i < wave.characters.size(); ++i) {
     if (!readCharacter(wave, i)) return false;
@@ -331,10 +347,7 @@ bool TableReader::give(const StilWave& wave, StilNames& names) {
   std::string problem;
   const StilTarget* target = names.find(wave.signals, problem);
   if (target == nullptr) return reader_.failAt(wave.signals.where, kStilUnknownName, problem);
-  given_ += target->signals.size() * wave.characters.size();
-  if (given_ > kMostWaves) {
-    return reader_.failAt(wave.where, kStilTooLong, "the waveforms are those of too many signals");
-  }
+  if (!spend(target->signals.size() * wave.characters.size(), wave.where)) return false;
   for (const std::uint32_t signal : target->signals) {
     for (std::size_t i = 0; i < wave.characters.size(); ++i) {
       const Given given = {wave.characters[i], static_cast<std::uint32_t>(firstWave_ + i)};
@@ -352,8 +365,7 @@ bool TableReader::give(const StilWave& wave, StilNames& names) {
 
 std::uint32_t TableReader::characters(SignalDirection direction, const GivenList& given) {
   if (given.empty()) return 0;
-  const auto number = static_cast<std::uint32_t>(parts_.sets.size());
-  const auto [place, isNew] = sets_.emplace(std::pair(direction, given), number);
+  const auto [place, isNew] = sets_.emplace(std::pair(direction, given), 0);
   if (!isNew) return place->second;
   std::string characters;
   std::vector<const Wave*> waves;
@@ -361,7 +373,24 @@ std::uint32_t TableReader::characters(SignalDirection direction, const GivenList
     characters += one.character;
     waves.push_back(&waves_[one.wave]);
   }
-  parts_.sets.push_back(shapes_.characters(direction, characters, waves));
+  return place->second = enter(shapes_.characters(direction, characters, waves));
+}
+
+// The number of a set, that of an equal one of any table where there is one.
+std::uint32_t TableReader::enter(const StilCharacters& set) {
+  std::uint64_t hash = 0;
+  for (const StilCharacter& one : set) {
+    const std::uint64_t shapes = std::uint64_t{one.cycle.in} << 32 | one.cycle.out;
+    hash = (hash ^ shapes ^ (one.defined ? 1U : 0U)) * 0x9E3779B97F4A7C15;
+    hash = (hash ^ hash >> 29) + one.cycle.inCode * 16U + one.cycle.outCode;
+  }
+  const auto [first, last] = setByHash_.equal_range(hash);
+  const auto same = std::find_if(
+      first, last, [&](const auto& entry) { return parts_.sets[entry.second] == set; });
+  if (same != last) return same->second;
+  const auto number = static_cast<std::uint32_t>(parts_.sets.size());
+  parts_.sets.push_back(set);
+  setByHash_.emplace(hash, number);
   return number;
 }
 

@@ -44,6 +44,8 @@ struct StilTimingChoice {
 struct StilCharacter {
   bool defined = false;
   SignalCycle cycle;
+
+  friend bool operator==(const StilCharacter&, const StilCharacter&) = default;
 };
 using StilCharacters = std::array<StilCharacter, 256>;
 

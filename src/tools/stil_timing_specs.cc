@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
+#include <optional>
 
 #include "equations/expression.h"
 #include "tools/stil_expression.h"
@@ -13,6 +15,9 @@
 namespace {
 
 constexpr std::string_view kUnnamedSpec = "Spec";
+// Sets by variables: above that attributes and types are left out, since each set may
+// evaluate all variables anew.
+constexpr std::size_t kMostValues = std::size_t{1} << 24;
 constexpr double kFemtoseconds = 1e15;  // in a second
 
 using Text = std::optional<std::string> StilSpecValue::*;
@@ -49,6 +54,7 @@ class SpecReader {
     }
     if (!selectCategories()) return false;
     evaluate();
+    store();
     equations = std::move(data_);
     return true;
   }
@@ -61,6 +67,8 @@ class SpecReader {
     std::size_t row;
     ssValue ssItem::*attribute;  // null for the expression
     std::string text;
+    bool good;
+    Quantity value;
   };
 
   bool findSelectors();
@@ -70,6 +78,7 @@ class SpecReader {
   const SelectedText& selected(const StilSpecEntry& entry);
   bool selectCategories();
   void evaluate();
+  void store();
 
   StilReader& reader_;
   const StilModel& model_;
@@ -117,12 +126,12 @@ bool SpecReader::readEntry(std::size_t sheet, const StilSpecEntry& entry) {
   const std::size_t set = to.sets.find(entry.category);
   if (set == 0) to.variables[row].expression = expression;
   to.sets[set].items[row] = {expression, {}, {}, {}};
-  items_.push_back({sheet, set, row, nullptr, expression});
+  items_.push_back({sheet, set, row, nullptr, expression, false, {}});
   for (const SelectedText& one : kSelectedTexts) {
     const std::optional<std::string>& text = entry.value.*one.text;
     if (!text || one.attribute == nullptr) continue;
     if (!translate(entry, *text, expression)) return false;
-    items_.push_back({sheet, set, row, one.attribute, expression});
+    items_.push_back({sheet, set, row, one.attribute, expression, false, {}});
   }
   return true;
 }
@@ -179,38 +188,41 @@ bool SpecReader::selectCategories() {
                         fmt::format("there is no Category \"{}\"", choice_.categories[place]));
 }
 
-// Attributes in base units, and the type of variables that are times in all sets. What
-// can't be evaluated is told where it is used.
+// What can't be evaluated is told where it is used.
 void SpecReader::evaluate() {
-  struct Result {
-    const Item* item;
-    bool good;
-    Quantity value;
-  };
-  std::vector<Result> results;
-  {
-    ExpressionScope scope(data_);
-    for (const Item& item : items_) {
-      Result& result = results.emplace_back();
-      ExpressionError error;
-      scope.select(item.sheet, item.set);
-      result.item = &item;
-      result.good = scope.evaluate(item.text, result.value, error);
-    }
+  std::size_t sets = 0;
+  std::size_t variables = 0;
+  for (const ssSheet& sheet : data_.sheets) {
+    sets += sheet.sets.size();
+    variables += sheet.variables.size();
   }
+  if (sets * variables > kMostValues) return items_.clear();
+  const auto place = [](const Item& item) { return std::pair(item.sheet, item.set); };
+  std::ranges::stable_sort(items_, {}, place);
+  ExpressionScope scope(data_);
+  const Item* before = nullptr;
+  for (Item& item : items_) {
+    ExpressionError error;
+    if (before == nullptr || place(*before) != place(item)) scope.select(item.sheet, item.set);
+    item.good = scope.evaluate(item.text, item.value, error);
+    before = &item;
+  }
+}
+
+// Attributes in base units, and the type of variables that are times in all sets.
+void SpecReader::store() {
   std::map<std::pair<std::size_t, std::size_t>, bool> isTime;  // by sheet and row
-  for (const Result& result : results) {
-    const Item& item = *result.item;
-    const bool good = result.good && result.value.dimension == kTimeDimension;
-    const auto [place, isNew] = isTime.emplace(std::pair(item.sheet, item.row), good);
-    if (!isNew) place->second = place->second && good;
-    if (item.attribute == nullptr || !result.good) continue;
+  for (const Item& item : items_) {
+    const bool time = item.good && item.value.dimension == kTimeDimension;
+    const auto [place, isNew] = isTime.emplace(std::pair(item.sheet, item.row), time);
+    if (!isNew) place->second = place->second && time;
+    if (item.attribute == nullptr || !item.good) continue;
     ssValue& value = data_.sheets[item.sheet].sets[item.set].items[item.row].*item.attribute;
     value.code = kValueNumber;
-    value.number = baseUnits(result.value);
+    value.number = baseUnits(item.value);
   }
-  for (const auto& [place, good] : isTime) {
-    if (good) data_.sheets[place.first].variables[place.second].type = ssType::time;
+  for (const auto& [place, time] : isTime) {
+    if (time) data_.sheets[place.first].variables[place.second].type = ssType::time;
   }
 }
 
