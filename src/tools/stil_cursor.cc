@@ -137,7 +137,7 @@ bool StilCursor::name(std::string& text, std::string_view what) {
   text = token().text;
   next();
   while (quoted && is(StilTokenKind::word)) {
-    if (token().text.front() == '[') {
+    if (token().joined && token().text.front() == '[') {
       text += token().text;
       next();
       break;
@@ -191,7 +191,6 @@ bool StilCursor::number(std::uint64_t& value, std::uint64_t most, std::string_vi
 }
 
 bool StilCursor::annotation(std::string& text) {
-  if (isWord("Ann")) next();
   if (!is(StilTokenKind::annotation)) return expected("'{*' behind Ann");
   text = token().text;
   next();

@@ -98,7 +98,6 @@ class StilCursor {
   bool number(std::uint64_t& value, std::uint64_t most, std::string_view what);
   // Behind the word Ann.
   bool annotation(std::string& text);
-  bool annotationText(std::string& text);  // from behind the word on
   bool end() { return take(StilTokenKind::stop, "';'"); }
   // The rest of a statement: up to its `;`, or through its block.
   bool passOver();

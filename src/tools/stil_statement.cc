@@ -170,7 +170,7 @@ bool StilStatementReader::readRest(StilStatement& statement, const StilStatement
     case Form::body:
       return readBody(statement.body, depth, word.word);
     case Form::annotation:
-      return cursor_.annotationText(statement.name);
+      return cursor_.annotation(statement.name);
   }
   return false;
 }
