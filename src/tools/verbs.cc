@@ -26,7 +26,6 @@ int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
 constexpr std::array<Verb, 10> kVerbs = {{
-constexpr std::array<Verb, 10> kVerbs = {{
     {"import",
      "make a database from a pattern of another program",
      "FILE -o DB [options]",
