@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
-
 #include "support/pattern_model.h"
 
 ProgramResult ImportWorld::import(const std::string& name, const std::string& text,
@@ -37,7 +35,4 @@ void expectImported(const ProgramResult& result) {
   EXPECT_EQ(result.err, "");
 }
 
-std::string shippedFile(const std::string& name) {
-  const auto here = std::filesystem::path(__FILE__).parent_path();
-  return std::filesystem::absolute(here.parent_path().parent_path() / name).string();
-}
+std::string shippedFile(const std::string& name) { return SHIPPED_ROOT "/" + name; }
