@@ -318,7 +318,7 @@ TEST_F(ImportTest, CharactersWithoutAWaveAreWarningsWhenLenient) {
   const ProgramResult refused = import("A", text);
   EXPECT_EQ(refused.exitCode, 2);
   EXPECT_THAT(refused.err, StartsWith("A.stil:30:"));
-  EXPECT_THAT(refused.err, HasSubstr("signal 'a' has no waveform for 'C' [PVB0705]")));
+  EXPECT_THAT(refused.err, HasSubstr("signal 'a' has no waveform for 'C' [PVB0705]"));
   EXPECT_FALSE(exists("A"));
   const ProgramResult taken = import("A", text, {"--lenient"});
   EXPECT_EQ(taken.exitCode, 0) << taken.err;
@@ -347,7 +347,7 @@ struct Refusal {
 TEST_F(ImportTest, RefusalsNameThePlaceAndLeaveNothing) {
   const std::vector<Refusal> refusals = {
       {"Pattern p { W t; V { all = 010XXZ; }", "28:11", "0702"},
-      {"Pattern p { W t; V { all = 010XXZ } }", "28:34", "0701"},
+      {"Pattern p { W t; V { all = 010XXZ } }", "28:35", "0701"},
       {"Pattern p { W t; V { nobody = 0; } }", "28:22", "0704"},
       {"Pattern p { W t; V { in = 011; } }", "28:22", "0711"},
       {"Pattern p { W none; V { in = 01; } }", "28:13", "0708"},

@@ -27,7 +27,8 @@ run pvb import bus.stil -o walking.pvb --exec walking --flat --force
 
 say "Put the bus runs behind each other and the memory test beside them (chip.ops)."
 rm -rf bus.pvb chip.pvb
-run pvbconditioner chip.par 2>chip.log || { cat chip.log; exit 1; }
+echo '$ pvbconditioner chip.par'
+pvbconditioner chip.par >chip.log 2>&1 || { cat chip.log; exit 1; }
 grep -E '^(Concatenate|Merge) ' chip.rpt
 
 say "Is the result sound, and does it still say what each of its sources said?"
