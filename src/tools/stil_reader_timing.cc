@@ -77,12 +77,11 @@ class WaveReader {
     StilEvent event;
     event.where = cursor_.where();
     if (!label()) return false;
-    if (cursor_.is(Kind::expression)) {
+    if (pending_.empty() && cursor_.is(Kind::expression)) {
       event.time = cursor_.token().text;
       cursor_.next();
     }
     const StilWhere states = cursor_.where();
-    if (cursor_.is(Kind::stop)) return cursor_.expected("a state");
     if (!this->states(event)) return false;
     if (event.states.size() != 1 && event.states.size() != wave.characters.size()) {
       return cursor_.failAt(

@@ -55,6 +55,11 @@ constexpr std::array<StilStatementWord, 19> kStatements = {{
     {"ScanChain", StilStatementKind::scanChain, Form::named},
 }};
 
+bool mayAssign(Form form) { return form == Form::assignments || form == Form::routine; }
+bool mayHaveBody(Form form) {
+  return form == Form::counted || form == Form::body || form == Form::bodyOrNothing;
+}
+
 const StilStatementWord* findStatement(std::string_view word) {
   const auto* row = std::find_if(kStatements.begin(), kStatements.end(),
                                  [word](const auto& entry) { return entry.word == word; });
@@ -149,9 +154,8 @@ bool StilStatementReader::readUnknown(StilStatement& statement, bool quoted) {
 bool StilStatementReader::readRest(StilStatement& statement, const StilStatementWord& word,
                                    int depth) {
   statement.kind = word.kind;
-  const bool assigns = word.form == Form::assignments || word.form == Form::routine;
-  if (!assigns) shrink(statement.assignments, 0, spareAssignments_);
-  if (assigns) shrink(statement.body, 0, spareStatements_);
+  if (!mayAssign(word.form)) shrink(statement.assignments, 0, spareAssignments_);
+  if (!mayHaveBody(word.form)) shrink(statement.body, 0, spareStatements_);
   switch (word.form) {
     case Form::assignments:
       return readAssignments(statement);

@@ -6,9 +6,7 @@
 #include <map>
 #include <set>
 
-#include "equations/expression.h"
 #include "tools/flat_walk.h"
-#include "tools/stil_expression.h"
 #include "tools/stil_timing_internal.h"
 
 namespace {
@@ -20,23 +18,6 @@ constexpr std::size_t kDeepestInheritance = 64;
 constexpr std::size_t kMostWork = std::size_t{1} << 26;
 constexpr std::size_t kNamesShown = 8;
 
-// Events that the reader has no state for and the database has.
-struct OtherState {
-  std::string_view name;
-  char state;
-};
-constexpr std::array<OtherState, 8> kOtherStates = {{{"A", '0'},
-                                                     {"LogicLow", '0'},
-                                                     {"B", '1'},
-                                                     {"LogicHigh", '1'},
-                                                     {"F", 'F'},
-                                                     {"LogicZ", 'F'},
-                                                     {"?", '?'},
-                                                     {"Unknown", '?'}}};
-// Those that can be left uncompared.
-constexpr std::array<std::string_view, 4> kValidWords = {"V", "v", "CompareValid",
-                                                         "CompareValidWindow"};
-
 // --- One table -----------------------------------------------------------------------
 
 class TableReader {
@@ -47,21 +28,16 @@ class TableReader {
       : reader_(reader),
         model_(reader.model()),
         names_(names),
-        scope_(equations),
         directions_(directions),
-        lenient_(lenient),
         writer_(writer),
         parts_(parts),
-        shapes_(writer) {}
+        shapes_(writer),
+        reading_(reader, equations, lenient, shapes_) {}
 
   bool choose(const std::string& timing);
   bool read();
 
  private:
-  struct Time {
-    std::int64_t value = 0;  // femtoseconds
-    StilTime text;
-  };
   // A wave of one character on a signal, in the order in which they were defined.
   struct Given {
     char character;
@@ -77,13 +53,7 @@ class TableReader {
   const StilTable* parent(const StilTable& table, const std::string& name) const;
   bool readPeriod(const StilTable& table, const std::vector<const StilTable*>& chain);
   bool readWave(const StilWave& wave, StilNames& names);
-  bool readTimes(const StilWave& wave);
-  bool time(const std::string& text, const Time* before, const StilWhere& where, Time& out);
-  bool inOrder(const StilWave& wave);
-  bool readCharacter(const StilWave& wave, std::size_t character);
-  bool state(const StilState& from, const StilWhere& where, bool warns, char& to);
   bool give(const StilWave& wave, StilNames& names);
-  WaveEvent event(const Time& time, char state);
   StilNames& namesOf(const StilTable& table);
   std::uint32_t characters(SignalDirection direction, const GivenList& given);
   std::uint32_t enter(const StilCharacters& set);
@@ -91,12 +61,11 @@ class TableReader {
   StilReader& reader_;
   const StilModel& model_;
   StilNames& names_;
-  ExpressionScope scope_;
   std::span<const SignalDirection> directions_;
-  bool lenient_;
   PatternWriter& writer_;
   StilTables& parts_;
   ShapeMaker shapes_;
+  WaveReader reading_;
 
   std::vector<const StilTable*> chosen_;
   std::map<std::pair<std::string_view, std::string_view>, const StilTable*> byName_;  // all
@@ -105,8 +74,6 @@ class TableReader {
   std::unordered_multimap<std::uint64_t, std::uint32_t> setByHash_;
 
   // Of the table being read.
-  Time period_;
-  std::vector<Time> times_;    // of the events of a wave
   std::vector<Wave> waves_;    // of single characters
   std::size_t firstWave_ = 0;  // of the wave being read
   std::vector<GivenList> ofSignal_;
@@ -174,8 +141,9 @@ bool TableReader::readTable(const StilTable& table) {
       if (!readWave(wave, namesOf(*part))) return false;
     }
   }
-  const std::size_t number = writer_.addTable(table.name, timeOfFemtoseconds(period_.value),
-                                              period_.text.named ? period_.text.text : "");
+  const WaveTime& period = reading_.period();
+  const std::size_t number = writer_.addTable(table.name, timeOfFemtoseconds(period.value),
+                                              period.text.named ? period.text.text : "");
   StilTables::Table& entry = parts_.tables.emplace_back();
   entry.number = number;
   parts_.byName.emplace(table.name, number);
@@ -233,8 +201,7 @@ bool TableReader::readPeriod(const StilTable& table, const std::vector<const Sti
     return reader_.failAt(table.where, kStilBadTime,
                           fmt::format("WaveformTable \"{}\" has no Period", table.name));
   }
-  if (!time((*own)->period, nullptr, (*own)->where, period_)) return false;
-  return period_.value > 0 || reader_.failAt((*own)->where, kStilBadTime, "the Period is zero");
+  return reading_.readPeriod((*own)->period, (*own)->where);
 }
 
 // --- Waves ---------------------------------------------------------------------------
@@ -242,94 +209,7 @@ bool TableReader::readPeriod(const StilTable& table, const std::vector<const Sti
 bool TableReader::readWave(const StilWave& wave, StilNames& names) {
   firstWave_ = waves_.size();
   if (!spend(wave.events.size() * wave.characters.size(), wave.where)) return false;
-  if (!readTimes(wave)) return false;
-  for (std::size_t i = 0; i < wave.characters.size(); ++i) {
-    if (!readCharacter(wave, i)) return false;
-  }
-  return give(wave, names);
-}
-
-bool TableReader::readTimes(const StilWave& wave) {
-  times_.clear();
-  for (const StilEvent& event : wave.events) {
-    Time time;
-    const Time* before = times_.empty() ? nullptr : &times_.back();
-    if (event.time.empty()) {
-      if (before != nullptr) time = *before;
-    } else if (!this->time(event.time, before, event.where, time)) {
-      return false;
-    }
-    times_.push_back(std::move(time));
-  }
-  return inOrder(wave);
-}
-
-bool TableReader::time(const std::string& text, const Time* before, const StilWhere& where,
-                       Time& out) {
-  static const StilTime kBeginning;
-  std::string reason;
-  if (!stilExpression(text, before != nullptr ? &before->text : &kBeginning, out.text, reason)) {
-    return reader_.failAt(where, kStilBadExpression, fmt::format("'{}': {}", text, reason));
-  }
-  Quantity value;
-  ExpressionError error;
-  if (!scope_.evaluate(out.text.text, value, error)) {
-    return reader_.failAt(where, kStilBadExpression,
-                          fmt::format("'{}': {}", text, expressionErrorText(error)));
-  }
-  TIME time;
-  if (!quantityToTime(value, time, reason)) {
-    return reader_.failAt(where, kStilBadTime, fmt::format("'{}': {}", text, reason));
-  }
-  out.value = femtoseconds(time);
-  return true;
-}
-
-bool TableReader::inOrder(const StilWave& wave) {
-  for (std::size_t i = 1; i < times_.size(); ++i) {
-    if (times_[i].value >= times_[i - 1].value) continue;
-    const std::string text = fmt::format("an event at {} stands behind one at {}",
-                                         PBtimeText(timeOfFemtoseconds(times_[i].value)),
-                                         PBtimeText(timeOfFemtoseconds(times_[i - 1].value)));
-    if (!lenient_) return reader_.failAt(wave.events[i].where, kStilBadTime, text);
-    reader_.warnAt(wave.events[i].where, kStilBadTime, text);
-  }
-  return true;
-}
-
-bool TableReader::readCharacter(const StilWave& wave, std::size_t character) {
-  Wave events;
-  for (std::size_t i = 0; i < wave.events.size(); ++i) {
-    const std::vector<StilState>& states = wave.events[i].states;
-    const std::size_t place = character < states.size() ? character : 0;
-    char to = 0;
-    const bool warns = place == character;
-    if (!state(states[place], wave.events[i].where, warns, to)) return false;
-    if (to != 0) events.push_back(event(times_[i], to));
-  }
-  std::ranges::stable_sort(events, {}, &WaveEvent::time);
-  waves_.push_back(plainCompares(events, event(period_, 'X')));
-  return true;
-}
-
-WaveEvent TableReader::event(const Time& time, char state) {
-  return {time.value, time.text.named ? shapes_.expression(time.text.text) : 0, state};
-}
-
-// 0 for one that is left out.
-bool TableReader::state(const StilState& from, const StilWhere& where, bool warns, char& to) {
-  to = from.state;
-  if (to != 0) return true;
-  const auto* other = std::ranges::find(kOtherStates, from.other, &OtherState::name);
-  if (other != kOtherStates.end()) {
-    to = other->state;
-    return true;
-  }
-  const std::string text = fmt::format("a database has no event like \"{}\"", from.other);
-  if (!lenient_) return reader_.failAt(where, kStilUnsupported, text);
-  if (warns) reader_.warnAt(where, kStilUnsupported, text);
-  if (std::ranges::find(kValidWords, from.other) != kValidWords.end()) to = 'X';
-  return true;
+  return reading_.read(wave, waves_) && give(wave, names);
 }
 
 // --- Signals -------------------------------------------------------------------------

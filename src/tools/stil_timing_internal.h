@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "equations/expression.h"
+#include "tools/stil_expression.h"
 #include "tools/stil_timing.h"
 
 struct WaveEvent {
@@ -55,6 +57,38 @@ class ShapeMaker {
   PatternWriter& writer_;
   std::deque<std::string> texts_;
   std::unordered_map<std::string, std::uint32_t> numbers_;
+};
+
+struct WaveTime {
+  std::int64_t value = 0;  // femtoseconds
+  StilTime text;
+};
+
+// Reads the events of waves, of one table after the other.
+class WaveReader {
+ public:
+  WaveReader(StilReader& reader, const ssData& equations, bool lenient, ShapeMaker& shapes)
+      : reader_(reader), scope_(equations), lenient_(lenient), shapes_(shapes) {}
+
+  bool readPeriod(const std::string& text, const StilWhere& where);
+  const WaveTime& period() const { return period_; }
+  // Adds a wave for each character, as plainCompares gives it.
+  bool read(const StilWave& wave, std::vector<Wave>& waves);
+
+ private:
+  bool readTimes(const StilWave& wave);
+  bool time(const std::string& text, const WaveTime* before, const StilWhere& where, WaveTime& out);
+  bool inOrder(const StilWave& wave);
+  bool readCharacter(const StilWave& wave, std::size_t character, std::vector<Wave>& waves);
+  bool state(const StilState& from, const StilWhere& where, bool warns, char& to);
+  WaveEvent event(const WaveTime& time, char state);
+
+  StilReader& reader_;
+  ExpressionScope scope_;
+  bool lenient_;
+  ShapeMaker& shapes_;
+  WaveTime period_;
+  std::vector<WaveTime> times_;  // of the events of a wave
 };
 
 // The tables in force.
