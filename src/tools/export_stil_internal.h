@@ -74,6 +74,15 @@ struct StilCodes {
   std::vector<std::uint32_t> selected;  // by place, selector above the codes
 };
 
+inline std::size_t stilPlainPlace(const PVBrow& row, const StilSignalColumns& signal) {
+  int place = 0;
+  if (signal.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(signal.in));
+  if (signal.out >= 0) {
+    place |= rowCode(row.states(), static_cast<std::uint32_t>(signal.out)) << 4;
+  }
+  return static_cast<std::size_t>(place);
+}
+
 struct StilPlate {
   const PVBtimePlate* plate = nullptr;
   std::string name;
@@ -127,7 +136,11 @@ struct StilExport {
   // Of the row's codes; for a signal that selects the size of `selected` when it isn't
   // there yet.
   std::size_t codePlace(const PVBrow& row, const StilSignalColumns& signal,
-                        const StilCodes& codes) const;
+                        const StilCodes& codes) const {
+    return signal.selects ? selectedPlace(row, signal, codes) : stilPlainPlace(row, signal);
+  }
+  std::size_t selectedPlace(const PVBrow& row, const StilSignalColumns& signal,
+                            const StilCodes& codes) const;
 };
 
 // --- Rows of a pattern ---------------------------------------------------------------

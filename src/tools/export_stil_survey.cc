@@ -12,23 +12,33 @@
 
 namespace {
 
-std::size_t plainPlace(const PVBrow& row, const StilSignalColumns& signal) {
-  int place = 0;
-  if (signal.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(signal.in));
-  if (signal.out >= 0) {
-    place |= rowCode(row.states(), static_cast<std::uint32_t>(signal.out)) << 4;
-  }
-  return static_cast<std::size_t>(place);
-}
-
 std::uint32_t selection(const StilExport& stil, const PVBrow& row,
                         const StilSignalColumns& signal) {
   const char selector = PVBrowSelector(stil.database, *signal.signal, row);
   return static_cast<std::uint32_t>(static_cast<unsigned char>(selector) << 8) |
-         static_cast<std::uint32_t>(plainPlace(row, signal));
+         static_cast<std::uint32_t>(stilPlainPlace(row, signal));
 }
 
+// Codes of the row data.
+constexpr int kLow = 1;
+constexpr int kHigh = 2;
+constexpr int kNotCompared = 4;
+
 bool isCycleRow(std::uint32_t type) { return type == ROW_LITERAL || type == ROW_SCAN; }
+
+// Room for a row whose states are changed.
+class RowCopy {
+ public:
+  PVBrow* take(int database, const PVBrow& row) {
+    const std::size_t bytes = kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(database));
+    room_.resize(bytes / sizeof(std::uint64_t) + 1);
+    std::memcpy(room_.data(), &row, bytes);
+    return reinterpret_cast<PVBrow*>(room_.data());
+  }
+
+ private:
+  std::vector<std::uint64_t> room_;
+};
 
 class RowWalk {
  public:
@@ -47,8 +57,8 @@ class RowWalk {
   int pattern_;
   StilRowVisitor& visitor_;
   int openLoops_ = 0;
-  int skippedDepth_ = -1;            // of a loop that is never run; -1 for none
-  std::vector<std::uint64_t> copy_;  // room for a row with the states of a shift
+  int skippedDepth_ = -1;  // of a loop that is never run; -1 for none
+  RowCopy copy_;           // with the states of a shift
 };
 
 bool RowWalk::run() {
@@ -104,13 +114,9 @@ bool RowWalk::shift(const PVBrow& row, StilRowPlace place) {
   for (const PVBid run : runs.runs) {
     length = std::max(length, PVBchainLength(stil_.database, PVBinqChain(stil_.database, run)));
   }
-  const std::size_t bytes =
-      kRowStatesOffset + static_cast<std::size_t>(PVBrowDataSize(stil_.database));
-  copy_.resize(bytes / sizeof(std::uint64_t) + 1);
-  auto* copy = reinterpret_cast<PVBrow*>(copy_.data());
   std::uint32_t cycle = 0;
   while (cycle < row.count) {
-    std::memcpy(static_cast<void*>(copy), &row, bytes);
+    PVBrow* copy = copy_.take(stil_.database, row);
     if (!runs.whole || PVBscanFillStates(stil_.database, *copy, cycle) != 0) {
       return stil_.refuse(stil_.placeText(place) + ": what it shifts can't be read");
     }
@@ -143,10 +149,12 @@ class Survey : public StilRowVisitor {
   }
   StilPlate* plate(const PVBrow& row, StilRowPlace place);
   bool tooMany(const StilPlate& plate, std::size_t signal) const;
+  void addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes);
 
   StilExport& stil_;
   std::vector<const PVBsignal*> signals_;
   Meaning meaning_;
+  RowCopy copy_;
 };
 
 bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
@@ -159,9 +167,27 @@ bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
     if (at >= kCodePlaces) return tooMany(*plate, i);
     if (codes.events[at] != kNotWorkedOut) continue;
     codes.events[at] = meaning_.events(meaning_.plate(row.timeplate), row, i);
+    addCompared(row, i, codes);
     if (stil_.signals[i].selects) codes.selected.push_back(selection(stil_, row, stil_.signals[i]));
   }
   return true;
+}
+
+// Where nothing is compared, what would be compared there belongs to the wave too: a
+// strobe that is never used is an X like any other.
+void Survey::addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes) {
+  const StilSignalColumns& columns = stil_.signals[signal];
+  if (columns.selects || columns.out < 0) return;
+  const auto column = static_cast<std::uint32_t>(columns.out);
+  const int code = rowCode(row.states(), column);
+  if (code != kNotCompared && (code != 0 || columns.in >= 0)) return;
+  PVBrow* copy = copy_.take(stil_.database, row);
+  for (const int compared : {kLow, kHigh}) {
+    setRowCode(copy->states(), column, compared);
+    EventListId& events = codes.events[stil_.codePlace(*copy, columns, codes)];
+    if (events != kNotWorkedOut) continue;
+    events = meaning_.events(meaning_.plate(row.timeplate), *copy, signal);
+  }
 }
 
 bool Survey::tooMany(const StilPlate& plate, std::size_t signal) const {
@@ -200,9 +226,8 @@ std::string StilExport::placeText(StilRowPlace place) const {
                      PVBsubroutineName(database, place.pattern));
 }
 
-std::size_t StilExport::codePlace(const PVBrow& row, const StilSignalColumns& signal,
-                                  const StilCodes& codes) const {
-  if (!signal.selects) return plainPlace(row, signal);
+std::size_t StilExport::selectedPlace(const PVBrow& row, const StilSignalColumns& signal,
+                                      const StilCodes& codes) const {
   const auto found = std::ranges::find(codes.selected, selection(*this, row, signal));
   return static_cast<std::size_t>(found - codes.selected.begin());
 }
