@@ -61,6 +61,7 @@ class StilImport {
   bool openDatabase();
   bool addSignals();
   void addGroups();
+  bool isKnownAs(const std::string& name, const std::vector<std::uint32_t>& members);
   bool readTiming();
   void addChains();
   void addChain(const StilChain& chain);
@@ -193,9 +194,25 @@ void StilImport::addGroups() {
     std::ranges::copy_if(target->signals, std::back_inserter(members),
                          [&](std::uint32_t signal) { return signal < carried_; });
     if (members.empty() || writer_->addGroup(group.name, members)) continue;
+    if (isKnownAs(group.name, members)) continue;
     reader_.warnAt(group.where, kStilNotCarried,
                    fmt::format("group '{}' is left out: the name is taken", group.name));
   }
+}
+
+// Whether the database has these signals under the name.
+bool StilImport::isKnownAs(const std::string& name, const std::vector<std::uint32_t>& members) {
+  const PVBsignal* known = PVBsignalInqByName(database_, name);
+  if (known == nullptr) return false;
+  PVBidList has = PVBsignalListToScalars(database_, {known->id});
+  PVBidList wanted;
+  for (const std::uint32_t member : members) {
+    const PVBsignal* signal = PVBsignalInqByName(database_, model_.signals[member].name);
+    wanted.push_back(signal != nullptr ? signal->id : UNDEF);
+  }
+  std::ranges::sort(has);
+  std::ranges::sort(wanted);
+  return has == wanted;
 }
 
 bool StilImport::readTiming() {

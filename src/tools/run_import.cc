@@ -43,7 +43,7 @@ void declare(Usage& usage, Command& command) {
                  "STIL: patterns to take in this order, in place of a burst")
       ->delimiter(',');
   app.add_flag("--lenient", options.lenient,
-               "STIL: warn of characters without a waveform and of MatchLoop, and go on");
+               "STIL: warn of what has no counterpart, and go on where that is possible");
   app.add_flag("--flat", options.flat, "STIL: write out loops, repeats and calls");
 
   app.add_option("--period", command.period, "VCD: length of a cycle, such as 100nS");

@@ -66,7 +66,10 @@ void StilCursor::resume(std::uint32_t file) {
   current_ = scanners_[file].get();
 }
 
-void StilCursor::close(std::uint32_t file) { scanners_[file].reset(); }
+void StilCursor::close(std::uint32_t file) {
+  if (current_ == scanners_[file].get()) current_ = nullptr;
+  scanners_[file].reset();
+}
 
 bool StilCursor::skipBlock() { return current_->skipBlock() && !failed(); }
 

@@ -65,7 +65,8 @@ class StilCursor {
   StilScanner* scanner(std::uint32_t file) { return scanners_[file].get(); }
   const StilScanner* scanner(std::uint32_t file) const { return scanners_[file].get(); }
   std::size_t files() const { return scanners_.size(); }
-  // Gives the text back, whose messages then come without the line.
+  // Gives the text back, whose messages then come without the line; another one is gone
+  // over to before anything is read.
   void close(std::uint32_t file);
 
   const StilToken& token() const { return current_->token(); }

@@ -18,6 +18,9 @@
 //   Loop       a loop of the database, or a repeated row when its body is one vector; the
 //              first pass stands in front where it differs from the others
 //
+// Supplies, which have no place in a pattern, come last among the model's signals: the
+// writer is told of those in front of them only.
+//
 // `#` takes the next character of the call's data for each signal, `%` all of them at one
 // time, both nothing where the call has no data: the state in force holds.
 

@@ -9,6 +9,7 @@ namespace {
 
 // Signals with a `#` take at most so much in a pass of a Shift.
 constexpr std::size_t kMostTaken = std::size_t{1} << 32;
+constexpr std::size_t kMostLead = std::numeric_limits<std::uint32_t>::max();
 
 // Sets a flag and puts it back.
 class Quiet {
@@ -332,7 +333,7 @@ void StilExpand::Parts::collect(std::uint32_t signal, const StilAttributes* attr
                                 std::size_t times) {
   StilFrame& frame = this->frame();
   StilStream& stream = frame.streams[signal];
-  const auto known = stream.shifted - 1;
+  const std::size_t known = std::size_t{stream.shifted} - 1;
   if (known < frame.shifted.size() && frame.shifted[known].signal == signal) {
     std::size_t& takes = frame.shifted[known].takes;
     takes = std::min(takes + times, kMostTaken);
@@ -347,7 +348,7 @@ void StilExpand::Parts::collect(std::uint32_t signal, const StilAttributes* attr
         {shifted.length, attributes->scanIn.value_or(0), attributes->scanOut.value_or(0)});
   }
   frame.shifted.push_back(shifted);
-  stream.shifted = frame.shifted.size();
+  stream.shifted = static_cast<std::uint32_t>(frame.shifted.size());
 }
 
 // Data to load end with the Shift, data to compare begin with it.
@@ -358,14 +359,14 @@ void StilExpand::Parts::align(const StilShifted& shifted, std::size_t passes) {
   bool unload = shifted.alignment == StilAlignment::unload;
   if (shifted.alignment == StilAlignment::byData) {
     const StilCharacter* wave =
-        states.wave(shifted.signal, stream.data[stream.next * stream.stride]);
+        states.wave(shifted.signal, stream.data[std::size_t{stream.next} * stream.stride]);
     unload = wave != nullptr && wave->cycle.out != kNoShape && wave->cycle.in == kNoShape;
   }
   const char before = states.of(shifted.signal);
   if (unload) {
     stream.after = before;
   } else {
-    stream.lead = missing;
+    stream.lead = static_cast<std::uint32_t>(std::min<std::size_t>(missing, kMostLead));
     stream.before = before;
   }
 }

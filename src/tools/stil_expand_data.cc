@@ -44,20 +44,14 @@ bool decimalBits(std::string_view digits, std::string& bits, std::string& reason
   return true;
 }
 
-// Cuts or fills to the number of bits that the signals take. Filling is no error only
-// where a number is written shorter than it could be.
+// Cuts or fills to the number of bits that the signals take. What is cut off must be 0.
 bool fitBits(std::string& bits, std::size_t wanted, bool decimal, bool alignLeft) {
-  if (decimal) {
-    if (bits.size() > wanted) return false;
-    bits.insert(0, wanted - bits.size(), '0');
-    return true;
-  }
-  if (bits.size() < wanted || bits.size() - wanted >= kBitsOfDigit) return false;
-  if (alignLeft) {
-    bits.resize(wanted);
-  } else {
-    bits.erase(0, bits.size() - wanted);
-  }
+  if (decimal && bits.size() < wanted) bits.insert(0, wanted - bits.size(), '0');
+  if (bits.size() < wanted || (!decimal && bits.size() - wanted >= kBitsOfDigit)) return false;
+  const std::size_t excess = bits.size() - wanted;
+  const std::size_t cut = alignLeft && !decimal ? wanted : 0;
+  if (bits.find('1', cut) < cut + excess) return false;
+  bits.erase(cut, excess);
   return true;
 }
 
@@ -156,21 +150,16 @@ bool StilExpand::Parts::hasData() {
   });
 }
 
-char StilExpand::Parts::take(std::uint32_t signal, char parameter) {
-  StilFrame& frame = this->frame();
-  StilStream& stream = frame.streams[signal];
-  stream.touched = true;
+char StilExpand::Parts::takeOther(StilStream& stream, char parameter) {
   if (parameter == '%' && stream.whole != kNeverSet) return stream.whole;
   if (stream.lead > 0) {
     --stream.lead;
-    ++frame.taken;
+    ++frame().taken;
     return stream.before;
   }
   if (stream.next >= stream.count) return stream.after;
-  ++frame.taken;
-  const char character = stream.data[stream.next++ * stream.stride];
-  if (parameter == '%') stream.whole = character;
-  return character;
+  stream.whole = takeNext(stream);
+  return stream.whole;
 }
 
 // --- Frames --------------------------------------------------------------------------
@@ -212,8 +201,8 @@ bool StilExpand::Parts::bind(const StilAssignment& assignment) {
     StilStream& stream = frame.streams[target->signals[i]];
     stream = {};
     stream.data = data.data() + (forAll ? 0 : i);
-    stream.stride = count;
-    stream.count = forAll ? 1 : data.size() / count;
+    stream.stride = static_cast<std::uint32_t>(count);
+    stream.count = static_cast<std::uint32_t>(forAll ? 1 : data.size() / count);
     frame.bound.push_back(target->signals[i]);
   }
   if (depth > 1 && holdsParameter(data)) bindParameters(*target, data);

@@ -36,10 +36,16 @@ struct StilEffect {
 // character that is set while it is fixed is passed over.
 class StilStates {
  public:
+  // Of a signal.
+  struct State {
+    std::uint32_t setAt = 0;  // number of the place
+    std::uint32_t fixed = 0;  // how often
+    char character = kNeverSet;
+    bool dirty = false;     // the writer wasn't told
+    bool assigned = false;  // since beginDry
+  };
   struct Saved {
-    std::vector<char> characters;
-    std::vector<std::uint32_t> places;
-    std::vector<std::uint8_t> assigned;
+    std::vector<State> states;
     std::int64_t table = kNoTable;
     bool tableAssigned = false;
   };
@@ -47,15 +53,16 @@ class StilStates {
   StilStates(StilReader& reader, const StilTiming& timing, PatternWriter& writer, bool lenient);
 
   void forget();  // nothing set, no table
-  char of(std::uint32_t signal) const { return characters_[signal]; }
-  bool isFixed(std::uint32_t signal) const { return fixed_[signal] != 0; }
+  char of(std::uint32_t signal) const { return states_[signal].character; }
+  bool isFixed(std::uint32_t signal) const { return states_[signal].fixed != 0; }
   std::int64_t table() const { return table_; }
-  std::size_t size() const { return characters_.size(); }
+  std::size_t size() const { return states_.size(); }
 
   // What is put from now on stands there.
   void at(const StilWhere& where) { places_[++place_ % kPlaces] = where; }
   void put(std::uint32_t signal, char character) {
-    if (fixed_[signal] == 0) set(signal, character);
+    State& state = states_[signal];
+    if (state.fixed == 0) set(state, signal, character);
   }
   void useTable(std::int64_t table);
   // Fixed signals from a mark on are free again by `release`.
@@ -80,16 +87,16 @@ class StilStates {
  private:
   static constexpr std::uint32_t kPlaces = 1U << 14;  // kept for messages
 
-  void set(std::uint32_t signal, char character) {
-    setAt_[signal] = place_;
-    assigned_[signal] = 1;
-    change(signal, character);
+  void set(State& state, std::uint32_t signal, char character) {
+    state.setAt = place_;
+    state.assigned = true;
+    change(state, signal, character);
   }
-  void change(std::uint32_t signal, char character) {
-    if (characters_[signal] == character) return;
-    characters_[signal] = character;
-    if (dirty_[signal] != 0) return;
-    dirty_[signal] = 1;
+  void change(State& state, std::uint32_t signal, char character) {
+    if (state.character == character) return;
+    state.character = character;
+    if (state.dirty) return;
+    state.dirty = true;
     changed_.push_back(signal);
   }
   bool tellSignal(std::uint32_t signal, const StilWhere& where);
@@ -101,16 +108,14 @@ class StilStates {
   const StilTiming& timing_;
   PatternWriter& writer_;
   bool lenient_;
+  std::size_t carried_ = 0;  // signals; supplies, which the writer doesn't know, come last
 
-  std::vector<char> characters_;
+  std::vector<State> states_;
   std::int64_t table_ = kNoTable;
-  std::vector<std::uint32_t> fixed_;  // how often
-  std::vector<std::uint32_t> order_;  // in which they were fixed
-  std::vector<std::uint32_t> setAt_;  // number of the place
+  std::vector<std::uint32_t> order_;  // in which signals were fixed
   std::vector<StilWhere> places_;     // the last kPlaces
   std::uint32_t place_ = 0;
 
-  std::vector<std::uint8_t> dirty_;
   std::vector<std::uint32_t> changed_;
   std::vector<SignalCycle> told_;
   bool toldAny_ = false;
@@ -119,7 +124,6 @@ class StilStates {
   std::unordered_set<std::uint64_t> unknown_;              // of which a warning told
 
   bool dry_ = false;
-  std::vector<std::uint8_t> assigned_;  // since beginDry
   bool tableAssigned_ = false;
   StilEffect effect_;
 };
@@ -129,15 +133,15 @@ class StilStates {
 // What a call gives one signal.
 struct StilStream {
   const char* data = nullptr;
-  std::size_t stride = 1;
-  std::size_t count = 0;
-  std::size_t next = 0;
-  std::size_t lead = 0;     // `#` of a Shift that come before the data
-  char before = kNeverSet;  // and what they give
-  char after = kNeverSet;   // what `#` of a Shift gives behind the data
-  char whole = kNeverSet;   // what `%` gives once it was met
+  std::uint32_t stride = 1;
+  std::uint32_t count = 0;
+  std::uint32_t next = 0;
+  std::uint32_t lead = 0;     // `#` of a Shift that come before the data
+  std::uint32_t shifted = 0;  // place in `StilFrame::shifted`, from 1; may be of an older one
+  char before = kNeverSet;    // what those `#` give
+  char after = kNeverSet;     // what `#` of a Shift gives behind the data
+  char whole = kNeverSet;     // what `%` gives once it was met
   bool touched = false;
-  std::size_t shifted = 0;  // place in `StilFrame::shifted`, from 1; may be of an older one
 
   std::size_t left() const { return count - next; }
 };
@@ -235,7 +239,18 @@ struct StilExpand::Parts {
                   std::string& buffer, std::string_view& out);
   bool wrongCount(const StilAssignment& assignment, std::size_t given, std::size_t signals);
   bool hasData();  // whether the call's aren't used up
-  char take(std::uint32_t signal, char parameter);
+  // What `#` or `%` stands for; kNeverSet where the state in force holds.
+  char take(std::uint32_t signal, char parameter) {
+    StilStream& stream = frame().streams[signal];
+    stream.touched = true;
+    const bool plain = parameter == '#' && stream.lead == 0 && stream.next < stream.count;
+    return plain ? takeNext(stream) : takeOther(stream, parameter);
+  }
+  char takeNext(StilStream& stream) {
+    ++frame().taken;
+    return stream.data[std::size_t{stream.next++} * stream.stride];
+  }
+  char takeOther(StilStream& stream, char parameter);
   bool enter(const StilStatement& call);
   bool bind(const StilAssignment& assignment);
   void bindParameters(const StilTarget& target, std::string_view data);

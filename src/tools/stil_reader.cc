@@ -35,6 +35,15 @@ bool isPlainFile(const std::string& path) {
 
 }  // namespace
 
+bool defineStil(StilBlocks& blocks, const StilWhere& where, std::string_view kind,
+                std::string_view domain, std::string_view name) {
+  // No name has a line end and a zero byte.
+  if (blocks.defined.insert(fmt::format("{}\n{}{}{}", kind, domain, '\0', name)).second)
+    return true;
+  return blocks.cursor.failAt(where, kStilTwice,
+                              fmt::format("the {} \"{}\" is there already", kind, name));
+}
+
 bool passOverUnknown(StilBlocks& blocks, const StilWhere& where, const std::string& word,
                      std::string_view block) {
   if (blocks.userKeywords.contains(word)) {
@@ -256,7 +265,9 @@ bool StilReader::Parts::readUserKeywords() {
 
 bool StilReader::Parts::readPattern() {
   StilPatternPlace place;
+  const StilWhere where = cursor.where();
   if (!cursor.name(place.name, "the name of a pattern")) return false;
+  if (!defineStil(blocks, where, "pattern", "", place.name)) return false;
   place.body = cursor.where();
   if (!cursor.is(Kind::open)) return cursor.expected("'{'");
   if (!cursor.skipBlock()) return false;

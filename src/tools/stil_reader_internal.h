@@ -19,7 +19,7 @@ struct StilBlocks {
   StilCursor& cursor;
   StilModel& model;
   StilStatementReader& statements;
-  std::unordered_set<std::string> signalNames;
+  std::unordered_set<std::string> defined;  // kinds, domains and names
   std::unordered_set<std::string> userKeywords;
   std::uint64_t rangedCells = 0;
 };
@@ -37,6 +37,9 @@ bool readStilExec(StilBlocks& blocks);
 bool readStilProcedures(StilBlocks& blocks);
 bool readStilMacros(StilBlocks& blocks);
 
+// False, after a message, when something of that kind and domain has the name already.
+bool defineStil(StilBlocks& blocks, const StilWhere& where, std::string_view kind,
+                std::string_view domain, std::string_view name);
 // The state an event's name or character means; false when there is no such event.
 bool stilState(std::string_view name, StilState& state);
 // Passes over the rest of a statement whose first word, at `where`, isn't known in that

@@ -93,7 +93,8 @@ bool readExecStatement(StilBlocks& blocks, StilExec& exec) {
   return true;
 }
 
-bool readRoutines(StilBlocks& blocks, std::string_view what, std::vector<StilRoutine>& routines) {
+bool readRoutines(StilBlocks& blocks, std::string_view what, std::string_view kind,
+                  std::vector<StilRoutine>& routines) {
   StilCursor& cursor = blocks.cursor;
   std::string domain;
   if (!cursor.optionalName(domain)) return false;
@@ -103,6 +104,7 @@ bool readRoutines(StilBlocks& blocks, std::string_view what, std::vector<StilRou
     routine.where = cursor.where();
     if (!cursor.name(routine.name, "the name of a procedure or macro")) return false;
     if (!blocks.statements.readRoutine(routine)) return false;
+    if (!defineStil(blocks, routine.where, kind, domain, routine.name)) return false;
     routines.push_back(std::move(routine));
     return true;
   });
@@ -117,6 +119,7 @@ bool readStilBurst(StilBlocks& blocks) {
   if (!blocks.cursor.block("the PatternBurst", [&] { return readBurstStatement(blocks, burst); })) {
     return false;
   }
+  if (!defineStil(blocks, burst.where, "PatternBurst", "", burst.name)) return false;
   blocks.model.bursts.push_back(std::move(burst));
   return true;
 }
@@ -133,9 +136,9 @@ bool readStilExec(StilBlocks& blocks) {
 }
 
 bool readStilProcedures(StilBlocks& blocks) {
-  return readRoutines(blocks, "Procedures", blocks.model.procedures);
+  return readRoutines(blocks, "Procedures", "procedure", blocks.model.procedures);
 }
 
 bool readStilMacros(StilBlocks& blocks) {
-  return readRoutines(blocks, "MacroDefs", blocks.model.macros);
+  return readRoutines(blocks, "MacroDefs", "macro", blocks.model.macros);
 }

@@ -107,10 +107,7 @@ bool addSignal(StilBlocks& blocks, StilSignal signal) {
     return blocks.cursor.failAt(signal.where, kStilTooLong,
                                 fmt::format("there are more than {} signals", kMostStilSignals));
   }
-  if (!blocks.signalNames.insert(signal.name).second) {
-    return blocks.cursor.failAt(signal.where, kStilTwice,
-                                fmt::format("the signal \"{}\" is there already", signal.name));
-  }
+  if (!defineStil(blocks, signal.where, "signal", "", signal.name)) return false;
   blocks.model.signals.push_back(std::move(signal));
   return true;
 }
@@ -170,6 +167,7 @@ bool readGroup(StilBlocks& blocks, const std::string& domain) {
   if (!cursor.take(Kind::equals, "'='")) return false;
   if (!readMembers(cursor, group.members)) return false;
   if (!AttributeReader(blocks, group.attributes).read()) return false;
+  if (!defineStil(blocks, group.where, "group", domain, group.name)) return false;
   blocks.model.groups.push_back(std::move(group));
   return true;
 }

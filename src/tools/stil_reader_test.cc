@@ -286,6 +286,9 @@ TEST(StilReader, TellsPlaceFoundAndExpected) {
        "2:29: the data of one assignment are more than 67108864 characters"},
       {"Pattern p { V { a=\\r3 ; } }", "2:23: data behind \\r is expected, not ';'"},
       {"Pattern p { V { a=\\r; } }", "2:19: a number behind \\r is expected, not \\r"},
+      {"Pattern p { Include \"b\"; }", "2:13: a file can be included between blocks only"},
+      {"Procedures d { p { } } Procedures { p { } } Procedures d { p { } }",
+       "2:60: the procedure \"p\" is there already"},
       {"Include \"b.stil\";", "2:9: b.stil can't be read: a text in memory includes no files"},
   };
   for (const auto& [text, told] : cases) EXPECT_EQ(toldOf(text), told) << text;

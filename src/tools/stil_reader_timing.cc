@@ -45,8 +45,7 @@ constexpr std::array<EventWord, 22> kEvents = {{
 
 class WaveReader {
  public:
-  WaveReader(StilBlocks& blocks, StilTable& table)
-      : blocks_(blocks), cursor_(blocks.cursor), table_(table) {}
+  WaveReader(StilCursor& cursor, StilTable& table) : cursor_(cursor), table_(table) {}
 
   // The waves of one reference.
   bool read() {
@@ -149,7 +148,6 @@ class WaveReader {
     return true;
   }
 
-  StilBlocks& blocks_;
   StilCursor& cursor_;
   StilTable& table_;
   std::string pending_;
@@ -168,7 +166,7 @@ bool readTableStatement(StilBlocks& blocks, StilTable& table) {
     return cursor.name(table.inherit.emplace_back(), "a WaveformTable") && cursor.end();
   }
   if (word == "Waveforms") {
-    WaveReader waves(blocks, table);
+    WaveReader waves(cursor, table);
     return cursor.block("Waveforms", [&] { return waves.read(); });
   }
   if (word == "SubWaveforms") {
@@ -195,6 +193,7 @@ bool readTimingStatement(StilBlocks& blocks, const std::string& domain,
   if (!cursor.block("the WaveformTable", [&] { return readTableStatement(blocks, table); })) {
     return false;
   }
+  if (!defineStil(blocks, where, "WaveformTable", domain, table.name)) return false;
   blocks.model.tables.push_back(std::move(table));
   return true;
 }

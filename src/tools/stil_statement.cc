@@ -146,6 +146,10 @@ bool StilStatementReader::readUnknown(StilStatement& statement, bool quoted) {
     return cursor_.failAt(statement.where, kStilSyntax,
                           fmt::format("a statement is expected, not {}", statement.name));
   }
+  if (statement.name == "Include") {
+    return cursor_.failAt(statement.where, kStilUnsupported,
+                          "a file can be included between blocks only");
+  }
   cursor_.warnOnce(statement.where, kStilUnknownStatement,
                    fmt::format("{} is no statement of a pattern", statement.name));
   return cursor_.passOver();

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 
 #include "tools/stil_expand_internal.h"
 
@@ -8,18 +9,19 @@ StilStates::StilStates(StilReader& reader, const StilTiming& timing, PatternWrit
                        bool lenient)
     : reader_(reader), timing_(timing), writer_(writer), lenient_(lenient) {
   const std::size_t count = reader.model().signals.size();
-  characters_.assign(count, kNeverSet);
-  fixed_.assign(count, 0);
-  setAt_.assign(count, 0);
+  const std::vector<StilSignal>& signals = reader.model().signals;
+  carried_ = static_cast<std::size_t>(
+      std::ranges::find(signals, StilDirection::supply, &StilSignal::direction) - signals.begin());
+  states_.resize(count);
   places_.resize(kPlaces);
-  dirty_.assign(count, 0);
   told_.resize(count);
-  assigned_.assign(count, 0);
 }
 
 void StilStates::forget() {
   release(0);
-  for (std::uint32_t signal = 0; signal < size(); ++signal) change(signal, kNeverSet);
+  for (std::uint32_t signal = 0; signal < size(); ++signal) {
+    change(states_[signal], signal, kNeverSet);
+  }
   table_ = kNoTable;
 }
 
@@ -29,32 +31,32 @@ void StilStates::useTable(std::int64_t table) {
 }
 
 void StilStates::fix(std::uint32_t signal, char character) {
-  set(signal, character);
-  ++fixed_[signal];
+  State& state = states_[signal];
+  set(state, signal, character);
+  ++state.fixed;
   order_.push_back(signal);
 }
 
 void StilStates::release(std::size_t mark) {
-  for (; order_.size() > mark; order_.pop_back()) --fixed_[order_.back()];
+  for (; order_.size() > mark; order_.pop_back()) --states_[order_.back()].fixed;
 }
 
 void StilStates::save(Saved& saved) const {
-  saved.characters = characters_;
-  saved.places = setAt_;
+  saved.states = states_;
   saved.table = table_;
-  if (!dry_) return;
-  saved.assigned = assigned_;
   saved.tableAssigned = tableAssigned_;
 }
 
+// What is fixed stays fixed: blocks that end have released theirs.
 void StilStates::restore(const Saved& saved) {
   for (std::uint32_t signal = 0; signal < size(); ++signal) {
-    change(signal, saved.characters[signal]);
+    State& state = states_[signal];
+    const State& before = saved.states[signal];
+    change(state, signal, before.character);
+    state.setAt = before.setAt;
+    state.assigned = before.assigned;
   }
-  setAt_ = saved.places;
   table_ = saved.table;
-  if (!dry_) return;
-  assigned_ = saved.assigned;
   tableAssigned_ = saved.tableAssigned;
 }
 
@@ -73,22 +75,22 @@ bool StilStates::tell(const StilWhere& where) {
     toldTable_ = table_;
     useWaves();
     if (!toldAny_) warnNeverSet(where);
-    for (std::uint32_t signal = 0; signal < size(); ++signal) {
+    for (std::uint32_t signal = 0; signal < carried_; ++signal) {
       if (!tellSignal(signal, where)) return false;
     }
     toldAny_ = true;
   } else {
     for (const std::uint32_t signal : changed_) {
-      if (!tellSignal(signal, where)) return false;
+      if (signal < carried_ && !tellSignal(signal, where)) return false;
     }
   }
-  for (const std::uint32_t signal : changed_) dirty_[signal] = 0;
+  for (const std::uint32_t signal : changed_) states_[signal].dirty = false;
   changed_.clear();
   return true;
 }
 
 bool StilStates::tellSignal(std::uint32_t signal, const StilWhere& where) {
-  const char character = characters_[signal];
+  const char character = states_[signal].character;
   SignalCycle cycle;
   if (character != kNeverSet) {
     const StilCharacters& all = *waves_[static_cast<std::size_t>(table_)][signal];
@@ -113,28 +115,30 @@ void StilStates::useWaves() {
 
 // A place that is no longer known is that of the vector.
 bool StilStates::unknownWave(std::uint32_t signal, const StilWhere& where) {
-  const bool known = place_ - setAt_[signal] < kPlaces;
-  const StilWhere& place = known ? places_[setAt_[signal] % kPlaces] : where;
+  const std::uint32_t setAt = states_[signal].setAt;
+  const bool known = place_ - setAt < kPlaces;
+  const StilWhere& place = known ? places_[setAt % kPlaces] : where;
   const StilModel& model = reader_.model();
   std::string text = fmt::format("signal '{}' has no waveform for '{}'", model.signals[signal].name,
-                                 characters_[signal]);
+                                 states_[signal].character);
   if (!lenient_) return reader_.failAt(place, kStilUnknownWave, std::move(text));
   const std::uint64_t key = (static_cast<std::uint64_t>(table_) << 40) |
                             (static_cast<std::uint64_t>(signal) << 8) |
-                            static_cast<unsigned char>(characters_[signal]);
+                            static_cast<unsigned char>(states_[signal].character);
   if (unknown_.insert(key).second) reader_.warnAt(place, kStilUnknownWave, std::move(text));
   return true;
 }
 
 void StilStates::warnNeverSet(const StilWhere& where) {
-  const auto first = std::ranges::find(characters_, kNeverSet);
-  if (first == characters_.end()) return;
+  const std::span<const State> carried(states_.data(), carried_);
+  const auto first = std::ranges::find(carried, kNeverSet, &State::character);
+  if (first == carried.end()) return;
   const StilModel& model = reader_.model();
   reader_.warnAt(
       where, kStilNoState,
       fmt::format("{} of {} signals have no state yet, the first is '{}'",
-                  std::ranges::count(characters_, kNeverSet), size(),
-                  model.signals[static_cast<std::size_t>(first - characters_.begin())].name));
+                  std::ranges::count(carried, kNeverSet, &State::character), carried_,
+                  model.signals[static_cast<std::size_t>(first - carried.begin())].name));
 }
 
 // --- Passes that write nothing -------------------------------------------------------
@@ -143,15 +147,15 @@ void StilStates::beginDry() {
   dry_ = true;
   effect_ = {};
   effect_.inherited.assign(size(), 0);
-  std::ranges::fill(assigned_, std::uint8_t{0});
+  for (State& state : states_) state.assigned = false;
   tableAssigned_ = false;
 }
 
 void StilStates::dryVector() {
   effect_.vectors = true;
   effect_.usesTable = effect_.usesTable || !tableAssigned_;
-  for (std::size_t i = 0; i < assigned_.size(); ++i) {
-    effect_.inherited[i] = static_cast<std::uint8_t>(effect_.inherited[i] | (assigned_[i] ^ 1U));
+  for (std::size_t i = 0; i < size(); ++i) {
+    if (!states_[i].assigned) effect_.inherited[i] = 1;
   }
 }
 
@@ -159,7 +163,7 @@ void StilStates::endDry(const Saved& before, StilEffect& effect) {
   effect = std::move(effect_);
   effect.repeats = !effect.usesTable || table_ == before.table;
   for (std::size_t i = 0; i < size() && effect.repeats; ++i) {
-    effect.repeats = effect.inherited[i] == 0 || characters_[i] == before.characters[i];
+    effect.repeats = effect.inherited[i] == 0 || states_[i].character == before.states[i].character;
   }
   dry_ = false;
   restore(before);
