@@ -33,8 +33,8 @@ std::string_view directionWord(std::int32_t direction) {
 
 // --- Signals -------------------------------------------------------------------------
 
-StilSignalColumns columnsOf(int database, const PVBsignal& signal, std::string name) {
-  StilSignalColumns columns = {&signal, std::move(name), -1, -1, signal.multiBit != 0};
+StilColumns columnsOf(int database, const PVBsignal& signal) {
+  StilColumns columns = {-1, -1, signal.multiBit != 0};
   const std::int32_t width = 2 * PVBrowDataSize(database);
   const DataColumns data = PVBsignalDataColumns(signal);
   if (data.in < width) columns.in = data.in;
@@ -165,7 +165,8 @@ bool stilTakeSignals(StilExport& stil) {
       return stil.refuse(fmt::format(
           "signal \"{}\" is multiplexed; STIL has one wave a signal and cycle", *signal->name));
     }
-    stil.signals.push_back(columnsOf(stil.database, *signal, names.take(*signal->name, "signal")));
+    stil.signals.push_back({signal, names.take(*signal->name, "signal")});
+    stil.columns.push_back(columnsOf(stil.database, *signal));
   }
   if (stil.signals.empty()) return stil.refuse("there are no signals");
   takeGroups(stil, names);
@@ -177,7 +178,7 @@ bool stilTakeSignals(StilExport& stil) {
 void stilWriteSignals(StilExport& stil) {
   writeHeader(stil);
   stil.line("Signals {");
-  for (const StilSignalColumns& signal : stil.signals) {
+  for (const StilExportSignal& signal : stil.signals) {
     stil.line(
         fmt::format("  {} {};", stilQuoted(signal.name), directionWord(signal.signal->direction)));
   }

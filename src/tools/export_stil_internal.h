@@ -54,12 +54,15 @@ struct StilEquations {
 
 // --- Signals and timeplates ----------------------------------------------------------
 
-struct StilSignalColumns {
+struct StilExportSignal {
   const PVBsignal* signal = nullptr;
-  std::string name;      // in the text
-  std::int32_t in = -1;  // columns
+  std::string name;  // in the text
+};
+// Where a row holds the data of a signal.
+struct StilColumns {
+  std::int32_t in = -1;
   std::int32_t out = -1;
-  bool selects = false;  // its rows may name the slots to take
+  bool selects = false;  // the row may name the slots to take
 };
 
 inline constexpr std::size_t kCodePlaces = 256;
@@ -74,11 +77,11 @@ struct StilCodes {
   std::vector<std::uint32_t> selected;  // by place, selector above the codes
 };
 
-inline std::size_t stilPlainPlace(const PVBrow& row, const StilSignalColumns& signal) {
+inline std::size_t stilPlainPlace(const PVBrow& row, const StilColumns& columns) {
   int place = 0;
-  if (signal.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(signal.in));
-  if (signal.out >= 0) {
-    place |= rowCode(row.states(), static_cast<std::uint32_t>(signal.out)) << 4;
+  if (columns.in >= 0) place = rowCode(row.states(), static_cast<std::uint32_t>(columns.in));
+  if (columns.out >= 0) {
+    place |= rowCode(row.states(), static_cast<std::uint32_t>(columns.out)) << 4;
   }
   return static_cast<std::size_t>(place);
 }
@@ -88,6 +91,7 @@ struct StilPlate {
   std::string name;
   std::vector<StilCodes> codes;
   std::vector<std::uint32_t> signalCodes;  // by signal, index in `codes`
+  std::vector<const char*> characters;     // by signal, those of its codes
 };
 
 struct StilGroupMembers {
@@ -109,8 +113,9 @@ struct StilExport {
   const MessageSink& sink;
   Progress& progress;  // by rows, those of both walks
 
-  std::vector<StilSignalColumns> signals;
-  std::string allSignals;  // name of the group of all
+  std::vector<StilExportSignal> signals;
+  std::vector<StilColumns> columns;  // by signal
+  std::string allSignals;            // name of the group of all
   std::vector<StilGroupMembers> groups;
   std::vector<std::string> procedures;  // by subroutine; empty where there is none
   std::string pattern;
@@ -135,12 +140,11 @@ struct StilExport {
   std::string placeText(StilRowPlace place) const;
   // Of the row's codes; for a signal that selects the size of `selected` when it isn't
   // there yet.
-  std::size_t codePlace(const PVBrow& row, const StilSignalColumns& signal,
-                        const StilCodes& codes) const {
-    return signal.selects ? selectedPlace(row, signal, codes) : stilPlainPlace(row, signal);
+  std::size_t codePlace(const PVBrow& row, std::size_t signal, const StilCodes& codes) const {
+    const StilColumns& place = columns[signal];
+    return place.selects ? selectedPlace(row, signal, codes) : stilPlainPlace(row, place);
   }
-  std::size_t selectedPlace(const PVBrow& row, const StilSignalColumns& signal,
-                            const StilCodes& codes) const;
+  std::size_t selectedPlace(const PVBrow& row, std::size_t signal, const StilCodes& codes) const;
 };
 
 // --- Rows of a pattern ---------------------------------------------------------------

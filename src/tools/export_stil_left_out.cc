@@ -43,8 +43,8 @@ bool hasUnusedPlates(const StilExport& stil) {
 }
 
 bool hasDescriptions(const StilExport& stil) {
-  return std::ranges::any_of(stil.signals, [](const StilSignalColumns& columns) {
-    return columns.signal->alias || columns.signal->description;
+  return std::ranges::any_of(stil.signals, [](const StilExportSignal& signal) {
+    return signal.signal->alias || signal.signal->description;
   });
 }
 
@@ -61,8 +61,8 @@ bool hasProperties(const StilExport& stil) {
       if (property->key != kCommentKey) return true;
     }
   }
-  const auto ofSignal = [&](const StilSignalColumns& columns) {
-    return holdsProperties(stil, columns.signal->propList);
+  const auto ofSignal = [&](const StilExportSignal& signal) {
+    return holdsProperties(stil, signal.signal->propList);
   };
   const auto ofPlate = [&](const auto& plate) {
     return plate != nullptr && holdsProperties(stil, plate->plate->firstRow);

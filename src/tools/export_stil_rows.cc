@@ -159,13 +159,17 @@ bool PatternText::cycles(const PVBrow& row, std::uint32_t count, StilRowPlace) {
 }
 
 void PatternText::states(const PVBrow& row, const StilPlate& plate) {
+  const char* const* characters = plate.characters.data();
   char* to = states_.data();
   std::size_t longest = 0;
   std::size_t run = 0;
   char last = '\0';
   for (std::size_t i = 0; i < states_.size(); ++i) {
-    const StilCodes& codes = plate.codes[plate.signalCodes[i]];
-    const char state = codes.characters[stil_.codePlace(row, stil_.signals[i], codes)];
+    const StilColumns& columns = stil_.columns[i];
+    const std::size_t place = columns.selects
+                                  ? stil_.selectedPlace(row, i, plate.codes[plate.signalCodes[i]])
+                                  : stilPlainPlace(row, columns);
+    const char state = characters[i][place];
     run = state == last ? run + 1 : 1;
     longest = std::max(longest, run);
     last = to[i] = state;
@@ -182,7 +186,7 @@ void PatternText::appendRuns() {
     std::size_t end = at + 1;
     while (end < states_.size() && states_[end] == states_[at]) ++end;
     if (end - at > kShortRun) {
-      text().append(fmt::format("\\r{} {}", end - at, states_[at]));
+      fmt::format_to(std::back_inserter(text()), "\\r{} {}", end - at, states_[at]);
       if (end < states_.size()) text() += ' ';
     } else {
       text().append(states_, at, end - at);

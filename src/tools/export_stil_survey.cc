@@ -12,17 +12,26 @@
 
 namespace {
 
-std::uint32_t selection(const StilExport& stil, const PVBrow& row,
-                        const StilSignalColumns& signal) {
-  const char selector = PVBrowSelector(stil.database, *signal.signal, row);
+std::uint32_t selection(const StilExport& stil, const PVBrow& row, std::size_t signal) {
+  const char selector = PVBrowSelector(stil.database, *stil.signals[signal].signal, row);
   return static_cast<std::uint32_t>(static_cast<unsigned char>(selector) << 8) |
-         static_cast<std::uint32_t>(stilPlainPlace(row, signal));
+         static_cast<std::uint32_t>(stilPlainPlace(row, stil.columns[signal]));
 }
 
 // Codes of the row data.
 constexpr int kLow = 1;
 constexpr int kHigh = 2;
-constexpr int kNotCompared = 4;
+constexpr int kUnknown = 4;
+
+// Whether strobes are there, but nothing for them to see.
+bool comparesNothing(const std::vector<MeaningEvent>& events) {
+  const auto has = [&](std::string_view states) {
+    return std::ranges::any_of(events, [states](const MeaningEvent& event) {
+      return states.find(event.state) != std::string_view::npos;
+    });
+  };
+  return has("X") && !has("LHT");
+}
 
 bool isCycleRow(std::uint32_t type) { return type == ROW_LITERAL || type == ROW_SCAN; }
 
@@ -144,12 +153,12 @@ class Survey : public StilRowVisitor {
  private:
   static std::vector<const PVBsignal*> pointers(const StilExport& stil) {
     std::vector<const PVBsignal*> signals;
-    for (const StilSignalColumns& columns : stil.signals) signals.push_back(columns.signal);
+    for (const StilExportSignal& signal : stil.signals) signals.push_back(signal.signal);
     return signals;
   }
   StilPlate* plate(const PVBrow& row, StilRowPlace place);
   bool tooMany(const StilPlate& plate, std::size_t signal) const;
-  void addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes);
+  void addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes, EventListId events);
 
   StilExport& stil_;
   std::vector<const PVBsignal*> signals_;
@@ -163,30 +172,32 @@ bool Survey::cycles(const PVBrow& row, std::uint32_t, StilRowPlace place) {
   const std::size_t size = stil_.signals.size();
   for (std::size_t i = 0; i < size; ++i) {
     StilCodes& codes = plate->codes[plate->signalCodes[i]];
-    const std::size_t at = stil_.codePlace(row, stil_.signals[i], codes);
+    const std::size_t at = stil_.codePlace(row, i, codes);
     if (at >= kCodePlaces) return tooMany(*plate, i);
     if (codes.events[at] != kNotWorkedOut) continue;
     codes.events[at] = meaning_.events(meaning_.plate(row.timeplate), row, i);
-    addCompared(row, i, codes);
-    if (stil_.signals[i].selects) codes.selected.push_back(selection(stil_, row, stil_.signals[i]));
+    addCompared(row, i, codes, codes.events[at]);
+    if (stil_.columns[i].selects) codes.selected.push_back(selection(stil_, row, i));
   }
   return true;
 }
 
 // Where nothing is compared, what would be compared there belongs to the wave too: a
-// strobe that is never used is an X like any other.
-void Survey::addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes) {
-  const StilSignalColumns& columns = stil_.signals[signal];
-  if (columns.selects || columns.out < 0) return;
-  const auto column = static_cast<std::uint32_t>(columns.out);
-  const int code = rowCode(row.states(), column);
-  if (code != kNotCompared && (code != 0 || columns.in >= 0)) return;
+// strobe that is never used is an X like any other. Without data on either side both
+// slots of a signal are in force, which takes data for both.
+void Survey::addCompared(const PVBrow& row, std::size_t signal, StilCodes& codes,
+                         EventListId events) {
+  const StilColumns& columns = stil_.columns[signal];
+  if (columns.selects || columns.out < 0 || !comparesNothing(stil_.store.events(events))) return;
   PVBrow* copy = copy_.take(stil_.database, row);
+  if (columns.in >= 0 && stilPlainPlace(row, columns) == 0) {
+    setRowCode(copy->states(), static_cast<std::uint32_t>(columns.in), kUnknown);
+  }
   for (const int compared : {kLow, kHigh}) {
-    setRowCode(copy->states(), column, compared);
-    EventListId& events = codes.events[stil_.codePlace(*copy, columns, codes)];
-    if (events != kNotWorkedOut) continue;
-    events = meaning_.events(meaning_.plate(row.timeplate), *copy, signal);
+    setRowCode(copy->states(), static_cast<std::uint32_t>(columns.out), compared);
+    EventListId& place = codes.events[stilPlainPlace(*copy, columns)];
+    if (place != kNotWorkedOut) continue;
+    place = meaning_.events(meaning_.plate(row.timeplate), *copy, signal);
   }
 }
 
@@ -211,7 +222,7 @@ StilPlate* Survey::plate(const PVBrow& row, StilRowPlace place) {
   std::unordered_map<const SlotTable*, std::uint32_t> known;
   for (std::size_t i = 0; i < signals_.size(); ++i) {
     std::uint32_t codes = static_cast<std::uint32_t>(found->codes.size());
-    if (!stil_.signals[i].selects) codes = known.try_emplace(meaning.parts[i], codes).first->second;
+    if (!stil_.columns[i].selects) codes = known.try_emplace(meaning.parts[i], codes).first->second;
     found->signalCodes.push_back(codes);
     if (codes == found->codes.size()) found->codes.emplace_back();
   }
@@ -226,7 +237,7 @@ std::string StilExport::placeText(StilRowPlace place) const {
                      PVBsubroutineName(database, place.pattern));
 }
 
-std::size_t StilExport::selectedPlace(const PVBrow& row, const StilSignalColumns& signal,
+std::size_t StilExport::selectedPlace(const PVBrow& row, std::size_t signal,
                                       const StilCodes& codes) const {
   const auto found = std::ranges::find(codes.selected, selection(*this, row, signal));
   return static_cast<std::size_t>(found - codes.selected.begin());

@@ -48,7 +48,7 @@ const std::string kPlates = R"(timeplate 0 "wide" period=100nS
     track
     event 0pS D
     event 25nS S expr="period/4"
-    event 50nS D expr="'half way'"
+    event 50nS D expr="'half.way'"
     on 1
     track
     event 10nS S
@@ -82,7 +82,7 @@ const std::string kEquations = R"(equations
 sheet "timing" selected
   variable "tck" time "100NS"
   variable "wide.period" time "tck"
-  variable "half way" time "tck * 0.5"
+  variable "half.way" time "tck * 0.5"
   set "typ" selected
     value "tck" min=9e-08 max=1.1e-07
   set "fast"
@@ -209,11 +209,11 @@ SignalGroups {
 Spec "timing" {
   Category "typ" {
     tck { Typ '100ns'; Min '90ns'; Max '110ns'; }
-    "half way" = 'tck * 0.5';
+    "half.way" = 'tck * 0.5';
   }
   Category "timing.fast" {
     tck = '80ns';
-    "half way" = 'tck * 0.5';
+    "half.way" = 'tck * 0.5';
   }
 }
 Spec "levels" {
@@ -226,13 +226,14 @@ Timing {
     Period 'tck';
     Waveforms {
       "clk" {
-        0 { '0ns' D; '100ns/4' D; '"half way"' D; }
-        P { '0ns' D; '100ns/4' U; '"half way"' D; }
+        0 { '0ns' D; '100ns/4' D; '"half.way"' D; }
+        P { '0ns' D; '100ns/4' U; '"half.way"' D; }
       }
       '"io[1]" + "io[0]"' {
         0 { '10ns' D; }
         1 { '10ns' U; }
-        A { '0ns' X; '10ns' N; '40ns' h; '60ns' X; }
+        A { '0ns' X; '10ns' N; '40ns' l; '60ns' X; }
+        B { '0ns' X; '10ns' N; '40ns' h; '60ns' X; }
         H { '0ns' X; '40ns' h; '60ns' X; }
         L { '0ns' X; '10ns' Z; '40ns' l; '60ns' X; }
         N { '0ns' X; '10ns' N; '40ns' X; '60ns' X; }
@@ -253,7 +254,9 @@ Timing {
         1 { '0ns' P; '5ns' U; }
       }
       '"io[1]" + "io[0]"' {
-        A { '0ns' D; '15ns' H; }
+        A { '0ns' N; '15ns' L; }
+        B { '0ns' D; '15ns' H; }
+        C { '0ns' N; '15ns' H; }
         N { '0ns' N; '15ns' X; }
       }
       "q" {
@@ -276,7 +279,7 @@ Procedures {
     W "fast";
     V { "_all_"=1NNL; }
     W "wide";
-    "sub": V { "_all_"=0LAT; }
+    "sub": V { "_all_"=0LBT; }
   }
   "procedure" {
   }
@@ -294,7 +297,7 @@ third *}
     W "wide";
     V { "_all_"=001L; }
     W "fast";
-    V { "_all_"=0ANH; }
+    V { "_all_"=0BNH; }
     Loop 2 { Call "init"; }
   }
   W "wide";

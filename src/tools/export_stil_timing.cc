@@ -33,11 +33,12 @@ char levelCharacter(char driven) {
   return place < 4 ? "01ZN"[place] : '\0';
 }
 
-// What is driven as one character: a level, a pulse, or the level that it ends with.
+// What is driven as one character: unknown, a pulse, or the level that it ends with.
 char drivenCharacter(std::string_view driven) {
   const bool constant = driven.find_first_not_of(driven.front()) == std::string_view::npos;
   const bool pulse = !constant && driven.size() > 2 && driven.front() == driven.back() &&
                      driven.find_first_not_of("DU") == std::string_view::npos;
+  if (driven.find('N') != std::string_view::npos) return 'N';
   return pulse ? 'P' : levelCharacter(driven.back());
 }
 
@@ -62,7 +63,7 @@ char usualCharacter(std::span<const MeaningEvent> events) {
 
 class CharacterChoice {
  public:
-  CharacterChoice(StilExport& stil, const StilPlate& plate, const StilSignalColumns& signal)
+  CharacterChoice(StilExport& stil, const StilPlate& plate, const StilExportSignal& signal)
       : stil_(stil), plate_(plate), signal_(signal) {}
 
   bool run(StilCodes& codes);
@@ -77,7 +78,7 @@ class CharacterChoice {
 
   StilExport& stil_;
   const StilPlate& plate_;
-  const StilSignalColumns& signal_;
+  const StilExportSignal& signal_;
 };
 
 bool CharacterChoice::check(EventListId id) const {
@@ -137,6 +138,9 @@ bool choose(StilExport& stil, StilPlate& plate) {
     if (done[codes]) continue;
     done[codes] = true;
     if (!CharacterChoice(stil, plate, stil.signals[i]).run(plate.codes[codes])) return false;
+  }
+  for (const std::uint32_t codes : plate.signalCodes) {
+    plate.characters.push_back(plate.codes[codes].characters.data());
   }
   return true;
 }

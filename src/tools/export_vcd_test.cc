@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "support/dump_support.h"
 #include "tools/export.h"
 
@@ -43,6 +45,7 @@ rows main
 class VcdExportTest : public testing::Test {
  public:
   std::string exported(const std::string& rows, const ExportOptions& options = {}) {
+    std::filesystem::remove_all(directory_.path());
     if (!directory_.build(kDatabase + rows + "done\n")) return directory_.firstMessage();
     ReadDatabase database;
     if (!database.open(directory_.path(), keep())) return "can't be opened";
