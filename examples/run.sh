@@ -3,6 +3,7 @@
 set -euo pipefail
 programs=$(realpath "$1")
 cd "$(dirname "$0")"
+examples=$PWD
 
 # A database from its text, seen three ways; dumping it gives the same text again.
 work=$(mktemp -d)
@@ -34,3 +35,6 @@ for made in both tail serial_again; do "$programs/pvb" verify $made.pvb; done
 "$programs/pvb" diff parallel.pvb both.pvb --ignore-cycles --signals "strobe,d[3],d[2],d[1],d[0],parity"
 "$programs/pvb" diff serial.pvb tail.pvb --a-from 240ns --a-to 640ns
 "$programs/pvb" show both.pvb rows --rows 0..8
+
+# Two STIL patterns in, one out.
+"$examples/first-minute/run.sh" "$programs" "$work/first-minute"

@@ -11,7 +11,6 @@ endfunction()
 put(copyright ${docs})
 put(changelog ${docs})
 put(pvbconditioner.sh ${root}/etc/profile.d)
-put(lintian/pvbconditioner ${root}/usr/share/lintian/overrides)
 
 file(GLOB compressed ${root}/usr/share/man/man?/* ${docs}/changelog)
 execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)

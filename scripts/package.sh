@@ -7,6 +7,6 @@ scripts/install-packages.sh "${package_packages[@]}"
 SOURCE_DATE_EPOCH=$(sed -n 's/^set(PVB_RELEASE_EPOCH \([0-9]*\))$/\1/p' CMakeLists.txt)
 export SOURCE_DATE_EPOCH
 scripts/build.sh release -DPVB_TESTS=OFF
-cpack --config build/release/CPackConfig.cmake -B build/package >build/package.log ||
+cpack --config build/release/CPackConfig.cmake -B build/package >build/package.log 2>&1 ||
   { cat build/package.log >&2; exit 1; }
 ls build/package/*.deb

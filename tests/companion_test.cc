@@ -149,6 +149,10 @@ TEST_F(CompanionTest, ReadsCompressedTexts) {
 
 TEST_F(CompanionTest, ExplainsItself) {
   EXPECT_THAT(run({"help"}).out, HasSubstr("verify"));
+  EXPECT_THAT(run({"help", "--scdoc"}).out, HasSubstr("\n*-o*, *--output* _VALUE_\n\t"));
+  const std::string formats = run({"formats", "--format", "csv"}).out;
+  EXPECT_THAT(formats, HasSubstr("\nimport,stil,,--lenient,off,"));
+  EXPECT_THAT(formats, HasSubstr("\nexport,vcd,.vcd .vcd.gz,"));
   EXPECT_THAT(run({"dump", "-h"}).out, HasSubstr("pvb dump design.pvb\n"));
   EXPECT_THAT(run({"help", "build"}).out, HasSubstr("--force"));
   EXPECT_THAT(run({"explain", "PVB0203"}).out, StartsWith("PVB0203: unknown keyword\n"));

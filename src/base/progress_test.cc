@@ -169,4 +169,13 @@ TEST_F(ProgressTest, SwitchedOffNothingIsWritten) {
   EXPECT_FALSE(statusFileExists());
 }
 
+TEST_F(ProgressTest, ClearingTakesTheLineAwayUntilTheNextPrint) {
+  const std::string line = lineAfter(1, 0, 0);
+  EXPECT_EQ(line, "\rGo 0.");
+  PBprogressClear();
+  EXPECT_EQ(output(), "\r     \r");
+  PBprogressClear();
+  EXPECT_EQ(output(), "");
+}
+
 }  // namespace

@@ -13,22 +13,24 @@ namespace {
 
 constexpr int kBuffers = 64;
 constexpr std::uint64_t kMostFemtoseconds = std::numeric_limits<std::int64_t>::max();
+// From so many timeplates on a failure is likely to come from their number.
+constexpr std::size_t kManyTimeplates = 10000;
 constexpr std::int64_t kStrobePercent = 90;  // of the period, where no option tells
 
 std::int64_t femtosecondsOf(TIME time) { return PBtimeToLong(time); }
 
 // The database under construction, given up unless it is closed.
-class NewDatabase {
+class GrowingDatabase {
  public:
-  explicit NewDatabase(const std::string& path)
+  explicit GrowingDatabase(const std::string& path)
       : handle_(PVBopenAny(path, true, kDefaultRowWidth, kBuffers, kAllSections, false)) {}
-  ~NewDatabase() {
+  ~GrowingDatabase() {
     if (handle_ < 0) return;
     PVBcloseUnsaved(handle_);
     PBdiscardErrors();
   }
-  NewDatabase(const NewDatabase&) = delete;
-  NewDatabase& operator=(const NewDatabase&) = delete;
+  GrowingDatabase(const GrowingDatabase&) = delete;
+  GrowingDatabase& operator=(const GrowingDatabase&) = delete;
 
   int handle() const { return handle_; }
   bool close() { return PVBclose(std::exchange(handle_, -1)) == 0; }
@@ -51,7 +53,7 @@ class VcdImport {
   }
   bool chooseTimes();
   bool addSignals(PatternWriter& writer);
-  bool takeChanges(VcdCycles& cycles);
+  bool takeChanges(VcdCycles& cycles, const PatternWriter& writer);
   bool takeTime(VcdCycles& cycles);
 
   VcdReader& reader_;
@@ -108,10 +110,10 @@ bool VcdImport::takeTime(VcdCycles& cycles) {
   return cycles.advance(static_cast<std::int64_t>(time * reader_.header().stepFemtoseconds));
 }
 
-bool VcdImport::takeChanges(VcdCycles& cycles) {
+bool VcdImport::takeChanges(VcdCycles& cycles, const PatternWriter& writer) {
   Progress progress(reader_.source().size(), "Reading changes", options_.quiet);
   bool good = true;
-  for (VcdEvent event = reader_.next(); good && event != VcdEvent::end; event = reader_.next()) {
+  for (VcdEvent event = reader_.next(); event != VcdEvent::end; event = reader_.next()) {
     if (event == VcdEvent::time) {
       progress.update(reader_.source().consumed());
       good = takeTime(cycles);
@@ -123,13 +125,18 @@ bool VcdImport::takeChanges(VcdCycles& cycles) {
     if (!good) break;
   }
   good = good && !reader_.failed() && cycles.finish();
-  return good || (reader_.failed() ? false : reader_.fail(kImportRefused, cycles.failure()));
+  if (good || reader_.failed()) return good;
+  std::string text = cycles.failure();
+  if (writer.plateCount() > kManyTimeplates) {
+    text += "; with the period of the clock the changes stand at fewer offsets";
+  }
+  return reader_.fail(kImportRefused, std::move(text));
 }
 
 bool VcdImport::run(const std::string& path) {
   if (!reader_.readHeader() || !chooseTimes()) return false;
   if (!chooseVcdSignals(reader_, options_, choice_)) return false;
-  NewDatabase database(path);
+  GrowingDatabase database(path);
   if (database.handle() < 0) {
     return refuse(kCantSaveDatabase,
                   fmt::format("the database can't be made: {}", takePostedReasons()));
@@ -138,7 +145,7 @@ bool VcdImport::run(const std::string& path) {
   if (!addSignals(writer)) return writer.abandon(), false;
   VcdCycles cycles(writer, choice_, reader_.header().netWidths.size(),
                    femtosecondsOf(*options_.period), strobe_);
-  if (!takeChanges(cycles)) return writer.abandon(), false;
+  if (!takeChanges(cycles, writer)) return writer.abandon(), false;
   if (!writer.finish()) return refuse(kImportRefused, writer.failure());
   counts_.signals = choice_.signals.size();
   counts_.timeplates = writer.plateCount();

@@ -27,7 +27,8 @@ struct StilReference {
   std::string text;
   bool expression = false;  // stood between single quotes
   // Number of the text (and `expression`) among all references of the model, from 0 on:
-  // equal references have equal numbers, so that they are resolved once.
+  // equal references have equal numbers, so that they are resolved once. The quotes and
+  // "." of names aren't part of the text, but for those within an expression.
   std::uint32_t number = 0;
   StilWhere where;
 };

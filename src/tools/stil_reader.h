@@ -6,11 +6,14 @@
 // The first pass reads everything but the patterns, whose blocks are skipped as fast as
 // the bytes come; patterns are then read from their places, in any order. Included files
 // are read where they stand, each once where "IfNeed" says so, nested to kDeepestInclude;
-// their paths are taken from the directory of the file that names them.
+// their paths are taken from the directory of the file that names them, and only plain
+// files are read. A text in memory includes none.
 //
 // What isn't known is told as a warning with its place and passed over: blocks of user
 // keywords, unknown statements up to their `;` or block. What breaks the syntax is an
-// error and ends the reading. Nesting of statements is bounded (kDeepestStatement).
+// error and ends the reading, as are two things of one kind, domain and name, but for
+// PatternExecs, Specs and Selectors. Nesting of statements is bounded (kDeepestStatement),
+// and what one statement with its body may take up (stil_statement.h).
 
 #include <functional>
 #include <memory>
@@ -50,7 +53,8 @@ class StilReader {
   // Messages at a place of one of the files. `failAt` is always false and stops the reader.
   bool failAt(const StilWhere& where, MessageCode code, std::string text);
   void warnAt(const StilWhere& where, MessageCode code, std::string text);
-  // Bytes on disk of all files, and how many of them were read in this pass.
+  // Bytes on disk of all files, and how many of them were read in this pass: the first
+  // one, or that over the patterns, which passes over the files without any.
   std::int64_t bytesTotal() const;
   std::int64_t bytesRead() const;
 

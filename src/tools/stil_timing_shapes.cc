@@ -93,8 +93,14 @@ Wave plainCompares(std::span<const WaveEvent> events, const WaveEvent& end) {
 
 namespace {
 
-// An X where nothing is compared stays only where another wave of the signal has an event
-// that does something, so that both can have one shape.
+bool comparesNothing(const Wave& wave) {
+  return !wave.empty() && std::ranges::all_of(wave, [](const auto& e) { return e.state == 'X'; });
+}
+
+// In a wave that does something, an X where nothing is compared stays only where another
+// wave of the signal has an event that does something, so that both can have one shape.
+// One that compares nothing at all keeps its times: what is written of a shape that only
+// X use comes back as it was.
 void dropRedundant(std::vector<Wave>& waves) {
   const auto key = [](const WaveEvent& event) { return std::pair(event.time, event.expression); };
   std::vector<std::pair<std::int64_t, std::uint32_t>> needed;
@@ -105,6 +111,7 @@ void dropRedundant(std::vector<Wave>& waves) {
   }
   std::ranges::sort(needed);
   for (Wave& wave : waves) {
+    if (comparesNothing(wave)) continue;
     std::erase_if(wave, [&](const WaveEvent& event) {
       return event.redundant && !std::ranges::binary_search(needed, key(event));
     });
@@ -120,10 +127,6 @@ std::string statesOf(const Wave& wave) {
 bool sameTimes(const Wave& a, const Wave& b) {
   return std::ranges::equal(a, b,
                             [](const WaveEvent& x, const WaveEvent& y) { return x.sameTime(y); });
-}
-
-bool comparesNothing(const Wave& wave) {
-  return !wave.empty() && std::ranges::all_of(wave, [](const auto& e) { return e.state == 'X'; });
 }
 
 // --- Data ----------------------------------------------------------------------------

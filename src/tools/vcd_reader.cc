@@ -23,11 +23,10 @@ constexpr std::array<char, 256> makeBits() {
   return bits;
 }
 constexpr std::array<char, 256> kBits = makeBits();
-constexpr std::string_view kBitTexts = "01xz";
 constexpr std::string_view kPortStates = "DUNZduLHXTlh01?FAaBbCcf";
 
-// A view of a bit that lives for ever.
-std::string_view bitText(char bit) { return kBitTexts.substr(kBitTexts.find(bit), 1); }
+// What a character counts as, as a text that stays.
+std::string_view bitText(char c) { return {&kBits[byteOf(c)], 1}; }
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -51,12 +50,12 @@ VcdEvent VcdReader::next() {
     const char* p = buffer_.data() + at_;
     while (PBisSpace(*p)) ++p;
     at_ = event_ = static_cast<std::size_t>(p - buffer_.data());
-    if (const char bit = kBits[byteOf(*p)]; bit != 0) {
+    if (kBits[byteOf(*p)] != 0) {
       std::size_t number = 0;
       const char* const end = vcdReadCode(p + 1, number);
       if (PBisSpace(*end) && number < shortCodes_.size() && shortCodes_[number] != kNoNet) {
         net_ = shortCodes_[number];
-        value_ = bitText(bit);
+        value_ = bitText(*p);
         at_ = static_cast<std::size_t>(end - buffer_.data());
         return VcdEvent::bits;
       }
@@ -163,7 +162,7 @@ bool VcdReader::takeCode(const Words& read) {
 
 VcdEvent VcdReader::scalar() {
   Words read = words(1);
-  const char bit = kBits[byteOf(read.word[0].front())];
+  const char bit = read.word[0].front();
   read.word[0].remove_prefix(1);
   if (read.word[0].empty()) {
     if (read.cut) return endEarly("in the middle of a change");

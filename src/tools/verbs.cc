@@ -10,6 +10,8 @@
 #include "tools/build.h"
 #include "tools/diff.h"
 #include "tools/dump.h"
+#include "tools/export.h"
+#include "tools/formats.h"
 #include "tools/import.h"
 #include "tools/manual.h"
 #include "tools/message.h"
@@ -23,7 +25,7 @@ namespace {
 int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
-constexpr std::array<Verb, 8> kVerbs = {{
+constexpr std::array<Verb, 10> kVerbs = {{
     {"import",
      "make a database from a pattern of another program",
      "FILE -o DB [options]",
@@ -37,6 +39,14 @@ constexpr std::array<Verb, 8> kVerbs = {{
       "pvb import scan.stil.gz -o scan.pvb --exec scan_exec --lenient",
       "pvb import wave.vcd -o wave.pvb --period 100nS --inputs 'clk,d*' --outputs 'q*'"},
      runImport},
+    {"formats",
+     "list what can be imported and exported",
+     "[--format FORM]",
+     "Lists the formats that `pvb import` reads and `pvb export` writes: the endings of file names "
+     "by which they are known, and the options that are theirs only, with what holds without "
+     "them.",
+     {"pvb formats", "pvb formats --json", "pvb formats --format md"},
+     runFormats},
     {"dump",
      "write a database as text",
      "DB [-o FILE] [--force]",
@@ -55,6 +65,18 @@ constexpr std::array<Verb, 8> kVerbs = {{
      {"pvb build design.pvbt design.pvb", "zcat design.pvbt.gz | pvb build - design.pvb",
       "pvb dump a.pvb | sed 's/\"clk\"/\"clock\"/' | pvb build - b.pvb"},
      runBuild},
+    {"export",
+     "write a database as a file of another kind",
+     "DB -o FILE [options]",
+     "Writes the pattern of a database for other programs, STIL or VCD, by the ending of FILE; "
+     "with "
+     ".gz behind it the file is compressed. STIL keeps loops, calls, comments, labels and "
+     "equations; scan rows are written out. VCD holds the waves over time, all of them or a "
+     "stretch: what is driven, and what is expected from its strobe on. What the kind of file has "
+     "no place for is told. The database isn't changed.",
+     {"pvb export design.pvb -o design.stil", "pvb export design.pvb -o design.stil.gz --force",
+      "pvb export design.pvb -o reset.vcd --end 10uS --signals clk,reset"},
+     runExport},
     {"show",
      "show what is in a database",
      "DB [SECTION] [--rows FROM..TO] [--format FORM]",

@@ -213,7 +213,78 @@ class Player {
   std::size_t topRow_ = 0;
 };
 
+// Lists the events of one signal cycle by cycle.
+class EventPlayer {
+ public:
+  EventPlayer(const Reader& reader, const std::string& signal) : reader_(reader) {
+    for (const auto& [id, record] : reader.signals) {
+      if (record.name == signal) id_ = id, signal_ = record;
+    }
+  }
+
+  void play(const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+      for (std::int64_t n = 0; n < row.count; ++n) {
+        if (row.kind == "loop") {
+          play(row.body);
+        } else if (row.kind == "call") {
+          play(reader_.patterns.at(reader_.slotOfSubroutine.at(row.target)));
+        } else {
+          cycles.push_back(eventsOf(row));
+        }
+      }
+    }
+  }
+
+  std::vector<std::string> cycles;
+
+ private:
+  static char datum(const Row& row, int column) {
+    const auto at = static_cast<std::size_t>(column);
+    return column < 0 || at >= row.states.size() ? '-' : row.states[at];
+  }
+  static char meant(char state, char in, char out) {
+    const std::string data = "01ZX";
+    const std::map<char, std::string> states = {
+        {'S', "DUZN"}, {'C', "UDZN"}, {'Q', "LHTX"}, {'R', "HLTX"}};
+    const auto found = states.find(state);
+    if (found == states.end()) return state;
+    const std::size_t at = data.find(state == 'S' || state == 'C' ? in : out);
+    return at == std::string::npos ? '?' : found->second[at];
+  }
+  std::string eventsOf(const Row& row) const {
+    const char in = datum(row, signal_.in);
+    const char out = datum(row, signal_.out);
+    std::multimap<std::int64_t, char> events;
+    for (const Slot& slot : reader_.plates.at(row.plate).slots) {
+      if (std::ranges::find(slot.signals, id_) == slot.signals.end()) continue;
+      if (slot.direction == "input" && in == '-' && out != '-') continue;
+      if (slot.direction == "output" && out == '-' && in != '-') continue;
+      for (const Event& event : slot.events) {
+        events.emplace(event.time, meant(event.state, in, out));
+      }
+    }
+    std::string text;
+    for (const auto& [time, state] : events) {
+      text += (text.empty() ? "" : ", ") + std::to_string(time / 1000) + " " + state;
+    }
+    return text.empty() ? "-" : text;
+  }
+
+  const Reader& reader_;
+  int id_ = -1;
+  Signal signal_;
+};
+
 }  // namespace
+
+std::vector<std::string> cycleEvents(const std::string& dump, const std::string& signal) {
+  Reader reader(dump);
+  reader.readAll();
+  EventPlayer player(reader, signal);
+  player.play(reader.patterns["main"]);
+  return player.cycles;
+}
 
 PatternModel modelOf(const std::string& dump) {
   Reader reader(dump);

@@ -40,5 +40,9 @@ PatternModel modelOf(const std::string& dump);
 ModelWave sliceOf(const ModelWave& wave, std::int64_t start, std::int64_t stop);
 // One wave, and another behind it from `at` on.
 ModelWave joined(const ModelWave& first, std::int64_t at, const ModelWave& second);
+// The events of a signal in each cycle, in nanoseconds with the states that they drive or
+// expect: "0 D, 40 U, 60 D"; "-" for none. Of a slot for driven and one for expected states
+// the row's data choose, as everywhere.
+std::vector<std::string> cycleEvents(const std::string& dump, const std::string& signal);
 // For messages.
 std::string shown(const ModelWave& wave);
