@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "support/import_world.h"
+#include "support/shipped.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 
 #include "support/import_world.h"
 #include "support/pattern_model.h"
+#include "support/shipped.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 
 #include "support/import_world.h"
 #include "support/program.h"
+#include "support/shipped.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -11,6 +11,7 @@
 #include "base/quote.h"
 #include "support/dump_support.h"
 #include "support/fault_platform.h"
+#include "support/shipped.h"
 #include "tools/dump_format.h"
 
 namespace {
@@ -26,12 +27,7 @@ const std::string kGroups =
 const std::string kPlates =
     "timeplates mode=1\ntimeplate 0 \"tp\" period=10nS\ntimeplate 5 none period=1pS\n";
 
-std::string everything() {
-  const auto file = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
-                    "examples/database/everything.pvbt";
-  std::ifstream in(file);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+std::string everything() { return shippedText("examples/database/everything.pvbt"); }
 
 // The text's lines that the dump lacks.
 std::string missingLines(const std::string& text, const std::string& dump) {

@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <numeric>
 
 #include "pvb/database.h"
 #include "pvb/property.h"
@@ -18,10 +18,6 @@ constexpr std::int32_t kCommentKey = 0;
 // --- Names ---------------------------------------------------------------------------
 
 bool breaksNames(char c) { return c == '"' || c == '\'' || static_cast<unsigned char>(c) < ' '; }
-
-std::string baseName(const std::string& path) {
-  return std::filesystem::path(path).filename().replace_extension().string();
-}
 
 bool isMultiplexed(const PVBsignal& signal) {
   return signal.type == MEM_MUX || !signal.muxChildren.empty();
@@ -42,8 +38,21 @@ StilColumns columnsOf(int database, const PVBsignal& signal) {
   return columns;
 }
 
+// The group that vectors are written by: one that the database has, else one of our own.
+void takeAllSignals(StilExport& stil, StilNameTable& names) {
+  std::vector<std::uint32_t> all(stil.signals.size());
+  std::iota(all.begin(), all.end(), 0U);
+  const auto known = std::ranges::find(stil.groups, all, &StilGroupMembers::signals);
+  if (known != stil.groups.end()) {
+    stil.allSignals = known->name;
+    return;
+  }
+  stil.allSignals = names.take("_all_", {});
+  stil.groups.push_back({stil.allSignals, std::move(all)});
+}
+
 // Buses and the users' groups.
-bool takeGroups(StilExport& stil, StilNameTable& names) {
+void takeGroups(StilExport& stil, StilNameTable& names) {
   std::unordered_map<PVBid, std::uint32_t> places;
   for (std::size_t i = 0; i < stil.signals.size(); ++i) {
     places.emplace(stil.signals[i].signal->id, static_cast<std::uint32_t>(i));
@@ -64,8 +73,6 @@ bool takeGroups(StilExport& stil, StilNameTable& names) {
     members.name = names.take(*signal->name, "group");
     stil.groups.push_back(std::move(members));
   }
-  stil.allSignals = names.take("_all_", {});
-  return true;
 }
 
 void takePatternNames(StilExport& stil) {
@@ -77,7 +84,6 @@ void takePatternNames(StilExport& stil) {
     stil.procedures[i] = names.take(subroutines[i].name.value_or(""), "procedure");
   }
   if (names.changed()) stil.warn("names of subroutines that STIL can't have are changed");
-  stil.pattern = StilNameTable().take(baseName(PVBpath(stil.database)), "pattern");
 }
 
 // --- The head ------------------------------------------------------------------------
@@ -170,6 +176,7 @@ bool stilTakeSignals(StilExport& stil) {
   }
   if (stil.signals.empty()) return stil.refuse("there are no signals");
   takeGroups(stil, names);
+  takeAllSignals(stil, names);
   if (names.changed()) stil.warn("names of signals that STIL can't have are changed");
   takePatternNames(stil);
   return true;
@@ -185,9 +192,6 @@ void stilWriteSignals(StilExport& stil) {
   stil.line("}");
   stil.line("SignalGroups {");
   for (const StilGroupMembers& group : stil.groups) writeGroup(stil, group);
-  StilGroupMembers all = {stil.allSignals, {}};
-  for (std::uint32_t i = 0; i < stil.signals.size(); ++i) all.signals.push_back(i);
-  writeGroup(stil, all);
   stil.line("}");
 }
 

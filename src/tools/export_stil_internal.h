@@ -94,6 +94,9 @@ struct StilPlate {
   std::vector<const char*> characters;     // by signal, those of its codes
 };
 
+// The name of the one pattern, the same for all databases: equal ones make equal texts.
+inline constexpr std::string_view kStilPattern = "_pattern_";
+
 struct StilGroupMembers {
   std::string name;
   std::vector<std::uint32_t> signals;
@@ -118,7 +121,6 @@ struct StilExport {
   std::string allSignals;            // name of the group of all
   std::vector<StilGroupMembers> groups;
   std::vector<std::string> procedures;  // by subroutine; empty where there is none
-  std::string pattern;
 
   EventStore store;
   std::vector<std::unique_ptr<StilPlate>> plates;  // by id, null where no row uses it

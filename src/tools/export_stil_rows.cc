@@ -245,7 +245,7 @@ bool writeProcedures(StilExport& stil) {
 
 bool stilWritePatterns(StilExport& stil) {
   if (!writeProcedures(stil)) return false;
-  stil.line(fmt::format("Pattern {} {{", stilQuoted(stil.pattern)));
+  stil.line(fmt::format("Pattern {} {{", stilQuoted(kStilPattern)));
   PatternText text(stil, kMainPattern);
   if (!stilWalkRows(stil, kMainPattern, text)) return false;
   stil.line("}");

@@ -323,7 +323,7 @@ void stilWriteSpecs(StilExport& stil) {
 
 void stilWriteExec(StilExport& stil) {
   stil.line(fmt::format("PatternBurst {} {{", stilQuoted(kBurst)));
-  stil.line(fmt::format("  PatList {{ {}; }}", stilQuoted(stil.pattern)));
+  stil.line(fmt::format("  PatList {{ {}; }}", stilQuoted(kStilPattern)));
   stil.line("}");
   stil.line("PatternExec {");
   const ssData& data = stil.equations.data;

@@ -8,6 +8,7 @@
 
 #include "support/dump_support.h"
 #include "support/fault_platform.h"
+#include "support/shipped.h"
 #include "tools/diff.h"
 #include "tools/export.h"
 #include "tools/import.h"
@@ -160,11 +161,7 @@ class StilExportTest : public testing::Test {
   std::vector<Message> messages_;
 };
 
-std::string example(const std::string& name) {
-  const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-  std::ifstream in(root / "examples" / name);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+std::string example(const std::string& name) { return shippedText("examples/" + name); }
 
 TEST_F(StilExportTest, WholeTextOfASmallDatabase) {
   const std::string rows = R"(subroutine 0 "init"
@@ -268,7 +265,7 @@ Timing {
   }
 }
 PatternBurst "_burst_" {
-  PatList { "db"; }
+  PatList { "_pattern_"; }
 }
 PatternExec {
   Category "typ";
@@ -285,7 +282,7 @@ Procedures {
   "procedure" {
   }
 }
-Pattern "db" {
+Pattern "_pattern_" {
   Ann {* first *}
   Ann {* second * } line
 third *}

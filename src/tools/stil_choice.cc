@@ -44,9 +44,11 @@ class Chooser {
   bool addBurst(const StilBurst& burst, const StilDomains& outer, std::size_t depth);
   bool addPattern(const StilPatternPlace& place, const StilDomains& domains);
 
-  // The one of that name, else the only one; else a message.
+  // The one of that name, which `where` asks for; without a name the only one. Else a
+  // message.
   template <typename T>
-  const T* one(const std::vector<T>& records, const std::string& name, std::string_view kind);
+  const T* one(const std::vector<T>& records, const std::string& name, std::string_view kind,
+               const StilWhere& where);
   bool fail(const StilWhere& where, std::string text) {
     return reader_.failAt(where, kStilNoPattern, std::move(text));
   }
@@ -67,14 +69,14 @@ bool Chooser::run() {
 }
 
 template <typename T>
-const T* Chooser::one(const std::vector<T>& records, const std::string& name,
-                      std::string_view kind) {
+const T* Chooser::one(const std::vector<T>& records, const std::string& name, std::string_view kind,
+                      const StilWhere& where) {
   const bool any = name.empty();
   const T* found = any && records.size() == 1 ? &records.front() : byName(records, name);
   if (found != nullptr) return found;
   std::vector<std::string_view> names;
   for (const T& record : records) names.push_back(record.name);
-  fail(records.empty() ? StilWhere() : records.front().where,
+  fail(any && !records.empty() ? records.front().where : where,
        any ? fmt::format("there are {} of {}: {}", records.size(), kind, listOf(records))
            : fmt::format("there is no {} '{}'{}", kind, name, didYouMean(name, names)));
   return nullptr;
@@ -90,15 +92,16 @@ bool Chooser::chooseExec() {
     }
   }
   if (model_.execs.empty() && options_.exec.empty()) return true;
-  exec_ = one(model_.execs, options_.exec, "PatternExec");
+  exec_ = one(model_.execs, options_.exec, "PatternExec", {});
   return exec_ != nullptr;
 }
 
 bool Chooser::chooseBurst() {
-  const std::string& name =
-      options_.burst.empty() && exec_ != nullptr ? exec_->burst : options_.burst;
+  const bool byExec = options_.burst.empty() && exec_ != nullptr;
+  const std::string& name = byExec ? exec_->burst : options_.burst;
   if (name.empty() && model_.bursts.empty()) return onlyPattern();
-  const StilBurst* burst = one(model_.bursts, name, "PatternBurst");
+  const StilBurst* burst =
+      one(model_.bursts, name, "PatternBurst", byExec ? exec_->where : StilWhere());
   if (burst == nullptr || !addBurst(*burst, {}, 0)) return false;
   return !choice_.patterns.empty() || fail(burst->where, "the burst has no patterns");
 }

@@ -233,7 +233,6 @@ TEST_F(StilTimingTest, WhatIsWrongIsToldAtItsPlace) {
     return "Timing { WaveformTable w { Period '1ns';\n Waveforms { a { 0 {\n" + events + "}}}}}";
   };
   const std::vector<Case> cases = {
-      {wave("'5ns' D; '4ns' U;"), "3 PVB0716 an event at 4ns stands behind one at 5ns"},
       {wave("'-5ns' D;"), "3 PVB0716 '-5ns': "},
       {wave("'5ns +' D;"), "3 PVB0706 '5ns +': column 5: a value is expected"},
       {wave("'5 6' D;"), "3 PVB0706 '5 6': an operator is expected"},
@@ -256,6 +255,12 @@ TEST_F(StilTimingTest, WhatIsWrongIsToldAtItsPlace) {
     ASSERT_EQ(messages_.size(), 1U);
     EXPECT_THAT(messages_[0], HasSubstr(row.message));
   }
+}
+
+TEST_F(StilTimingTest, EventsOutOfOrderAreSortedWithAWarning) {
+  ASSERT_TRUE(waves("a { 0 { '5ns' D; '4ns' U; }}"));
+  EXPECT_THAT(events('a'), ElementsAre("0: 4nS U, 5nS D"));
+  EXPECT_THAT(messages_, ElementsAre(HasSubstr("an event at 4ns stands behind one at 5ns")));
 }
 
 TEST_F(StilTimingTest, LenientReadingWarnsAndGoesOn) {

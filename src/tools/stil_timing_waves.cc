@@ -54,7 +54,8 @@ bool WaveReader::readTimes(const StilWave& wave) {
     }
     times_.push_back(std::move(time));
   }
-  return inOrder(wave);
+  warnOutOfOrder(wave);
+  return true;
 }
 
 bool WaveReader::time(const std::string& text, const WaveTime* before, const StilWhere& where,
@@ -78,16 +79,14 @@ bool WaveReader::time(const std::string& text, const WaveTime* before, const Sti
   return true;
 }
 
-bool WaveReader::inOrder(const StilWave& wave) {
+void WaveReader::warnOutOfOrder(const StilWave& wave) {
   for (std::size_t i = 1; i < times_.size(); ++i) {
     if (times_[i].value >= times_[i - 1].value) continue;
     const std::string text = fmt::format("an event at {} stands behind one at {}",
                                          PBtimeText(timeOfFemtoseconds(times_[i].value)),
                                          PBtimeText(timeOfFemtoseconds(times_[i - 1].value)));
-    if (!lenient_) return reader_.failAt(wave.events[i].where, kStilBadTime, text);
     reader_.warnAt(wave.events[i].where, kStilBadTime, text);
   }
-  return true;
 }
 
 bool WaveReader::readCharacter(const StilWave& wave, std::size_t character,

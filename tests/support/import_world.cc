@@ -34,5 +34,3 @@ void expectImported(const ProgramResult& result) {
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(result.err, "");
 }
-
-std::string shippedFile(const std::string& name) { return SHIPPED_ROOT "/" + name; }

@@ -24,5 +24,3 @@ class ImportWorld : public OperationWorld {
 
 // The import went well and said nothing on standard error.
 void expectImported(const ProgramResult& result);
-// Path of a file that comes with the program: "README.md", "examples/run.sh".
-std::string shippedFile(const std::string& name);
