@@ -14,6 +14,7 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 // Signals in the order clk a b y z io, two tables.
@@ -337,6 +338,24 @@ Pattern p { W t; V { all = 010XXZ; } Call shift; Stop; V { all = 001XXZ; } })");
   EXPECT_THAT(result.err,
               AllOf(HasSubstr("A.stil:29:37: warning: "), HasSubstr("A.stil:30:56: warning: ")));
   expectSame("A", "plain");
+}
+
+TEST_F(ImportTest, ManyWarningsOfAKindAreCounted) {
+  std::string text = kChip;
+  for (int i = 0; i < 25; ++i) text += "Signals { v" + std::to_string(i) + " Supply; }\n";
+  const ProgramResult result = import("A", text + "Pattern p { W t; V { all = 010XXZ; } }");
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("'v9' is left out"), Not(HasSubstr("'v10'")),
+                                HasSubstr("note: 15 more such warnings [PVB0709]\n")));
+  EXPECT_EQ(result.err.find("Nothing, if"), result.err.rfind("Nothing, if"));
+  EXPECT_THAT(result.out, HasSubstr(", 25 warnings\n"));
+}
+
+TEST_F(ImportTest, ADestinationThatCantBeMadeIsToldFirst) {
+  const ProgramResult result = importFile("none/A", "nothing.stil");
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("A: error: No such file or directory [PVB0102]"),
+                                Not(HasSubstr("nothing.stil"))));
 }
 
 struct Refusal {

@@ -237,6 +237,11 @@ std::string PBformatError(int position, int size) {
       .substr(0, static_cast<std::size_t>(size - 1));
 }
 
+int PBerrorSystemError(int position) {
+  if (position < 0 || position >= PBerrorCount()) return 0;
+  return state().numbered[static_cast<std::size_t>(position)].savedErrno;
+}
+
 bool PBerrorHas(ErrArg function, int code) {
   return std::ranges::any_of(
       state().numbered, [&](const NumberedEntry& entry) { return matches(entry, function, code); });

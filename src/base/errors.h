@@ -76,6 +76,8 @@ std::string PBerrorText(int code);
 // The line of the entry at `position` (0 is the oldest), cut to `size` - 1
 // characters; empty when there is no such entry or `size` is below 1.
 std::string PBformatError(int position, int size);
+// The system error number of the entry at `position`; 0 for none.
+int PBerrorSystemError(int position);
 // Whether an entry has this function name and code; none and 0 match any.
 bool PBerrorHas(ErrArg function, int code);
 // As PBerrorHas, but the newest match itself: its line (at most 3,071

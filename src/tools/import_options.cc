@@ -101,14 +101,11 @@ bool takeLine(DumpScanner& in, ImportOptions& options) {
 bool readImportOptions(const std::string& file, ImportOptions& options, const MessageSink& sink) {
   TextFilePtr text = PBopenCompressedTextFile(file, "r", false, 0);
   if (!text) {
-    sink({Severity::error,
-          kCantRead,
-          fmt::format("the options can't be read: {}", takePostedReasons()),
-          file,
-          0,
-          0,
-          {},
-          {}});
+    Message message;
+    message.code = kCantRead;
+    message.text = fmt::format("the options can't be read: {}", takePostedReasons());
+    message.file = file;
+    sink(message);
     return false;
   }
   DumpScanner in(std::move(text), file, sink);

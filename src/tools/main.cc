@@ -28,6 +28,8 @@ int main(int argc, char** argv) {
   PBprogramName = "pvb";
   // A closed pipe shows as a failed write, with a message and an exit code.
   std::signal(SIGPIPE, SIG_IGN);
+  // So does a file that gets longer than a limit of the system allows.
+  std::signal(SIGXFSZ, SIG_IGN);
   chooseTempDirectory();
   return runCompanion(std::vector<std::string>(argv + 1, argv + argc));
 }

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "base/errors.h"
 #include "tools/tool_progress.h"
@@ -87,7 +88,7 @@ std::string formatMessage(const Message& message, bool color) {
       color ? kPlainColor : "", message.text, messageCodeText(message.code));
   text += sourceLines(message);
   const MessageRow* row = messageRow(message.code);
-  if (row != nullptr) text += fmt::format("  {}\n", row->remedy);
+  if (row != nullptr && message.showsRemedy) text += fmt::format("  {}\n", row->remedy);
   return text;
 }
 
@@ -99,12 +100,26 @@ void printMessage(const Message& message) {
 
 void setMessageColor(ColorMode mode) { messageColor = mode; }
 
+namespace {
+
+std::string postedReason(int position) {
+  constexpr int kLongestReason = 512;
+  const int systemError = PBerrorSystemError(position);
+  std::string reason = PBformatError(position, kLongestReason);
+  return systemError == 0 ? reason : fmt::format("{}: {}", reason, std::strerror(systemError));
+}
+
+}  // namespace
+
 std::string takePostedReasons() {
   std::string reasons;
-  constexpr int kLongestReason = 512;
+  std::string last;
   for (int i = PBerrorCount() - 1; i >= 0; --i) {
+    std::string reason = postedReason(i);
+    if (reason == last) continue;
     if (!reasons.empty()) reasons += "; ";
-    reasons += PBformatError(i, kLongestReason);
+    reasons += reason;
+    last = std::move(reason);
   }
   PBdiscardErrors();
   while (!reasons.empty() && reasons.back() == '\n') reasons.pop_back();

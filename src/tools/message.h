@@ -153,6 +153,7 @@ struct Message {
   std::string place;            // within a file without lines: "block 12"
   std::string sourceLine;       // what the caret stands under
   std::size_t sourceBegin = 0;  // bytes of the line that sourceLine leaves out in front
+  bool showsRemedy = true;
 };
 
 using MessageSink = std::function<void(const Message& message)>;

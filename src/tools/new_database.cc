@@ -58,6 +58,12 @@ NewDatabase::~NewDatabase() {
   if (!directory_.empty()) removeDatabaseDirectory(directory_);
 }
 
+bool NewDatabase::canBeMade() const {
+  constexpr mode_t kForAll = 0777;
+  return platform().makeDirectory(directory_.c_str(), kForAll) == 0 &&
+         platform().removeDirectory(directory_.c_str()) == 0;
+}
+
 bool NewDatabase::putInPlace() {
   const bool replaces = fileExists(path_);
   const std::string aside = replaces ? freeNameBeside(path_, "old") : std::string();

@@ -22,6 +22,8 @@ class NewDatabase {
   NewDatabase(const NewDatabase&) = delete;
   NewDatabase& operator=(const NewDatabase&) = delete;
 
+  // Whether a directory can be made there. False with errno.
+  bool canBeMade() const;
   // Where it grows; nothing is there at first.
   const std::string& directory() const { return directory_; }
   // Gives it its name. False with errno: whatever stood there still does.

@@ -23,6 +23,7 @@ int build(const std::string& text, const std::string& path, bool quiet) {
   }
   DumpScanner in(std::move(file), standardInput ? "<stdin>" : text, printMessage);
   NewDatabase fresh(path);
+  if (!fresh.canBeMade()) return refuse(kCantWrite, std::strerror(errno), path);
   if (!buildDatabase(in, fresh.directory(), quiet)) return kExitFailed;
   if (fresh.putInPlace()) return kExitYes;
   return refuse(kCantWrite, std::strerror(errno), path);

@@ -5,6 +5,7 @@
 
 #include "pvb/property.h"
 #include "tools/import.h"
+#include "tools/message_limit.h"
 #include "tools/new_database.h"
 #include "tools/open_database.h"
 #include "tools/usage.h"
@@ -114,10 +115,14 @@ void printSummary(const ImportCounts& counts) {
 
 int import(const ImportFormat& format, const Command& command) {
   NewDatabase fresh(command.database);
+  if (!fresh.canBeMade()) return refuse(kCantWrite, std::strerror(errno), command.database);
   ImportCounts counts;
-  if (!format.read(command.file, command.options, fresh.directory(), printMessage, counts)) {
-    return kExitFailed;
-  }
+  MessageLimit messages(printMessage);
+  const bool read = format.read(
+      command.file, command.options, fresh.directory(),
+      [&](const Message& message) { messages.tell(message); }, counts);
+  messages.tellRest();
+  if (!read) return kExitFailed;
   if (!fresh.putInPlace()) return refuse(kCantWrite, std::strerror(errno), command.database);
   printSummary(counts);
   return kExitYes;

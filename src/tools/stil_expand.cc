@@ -157,6 +157,9 @@ bool StilExpand::Parts::run(const StilStatement& statement) {
       return true;
     case StilStatementKind::gotoLabel:
       return fail(statement.where, kStilUnsupported, "a Goto has no counterpart");
+    case StilStatementKind::branch:
+      return fail(statement.where, kStilUnsupported,
+                  fmt::format("{} has no counterpart", statement.name));
     case StilStatementKind::stop:
       stopped = true;
       return true;

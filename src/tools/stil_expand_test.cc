@@ -114,6 +114,7 @@ TEST_F(StilExpandTest, RefusesWhatCantBeMeant) {
       {"Call s { a = 01; }", "a Shift within a Shift"},
       {"Call q { ins = 011; }", "3 characters for the 2 signals of 'ins'"},
       {"Goto x;", "a Goto has no counterpart"},
+      {"While 'n < 2' { V { a = 1; } }", "While has no counterpart"},
       {"MatchLoop 3 { V { } }", "a MatchLoop has no counterpart"},
       {"Loop 4294967296 { V { } }", "4294967296 passes are more than a row can count"},
       {R"(V { ins = \h 9; })", "doesn't give 2 characters"},

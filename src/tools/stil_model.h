@@ -166,6 +166,7 @@ enum class StilStatementKind : std::uint8_t {
   shift,       // body
   annotation,  // name is the text
   gotoLabel,   // name
+  branch,      // If, Else, While: name is the word; passed over
   stop,
   breakPoint,  // body, possibly empty
   iddq,

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 
 #include "base/platform.h"
 #include "tools/stil_reader_internal.h"
@@ -28,9 +30,15 @@ std::string pathBeside(const std::string& from, const std::string& path) {
 }
 
 // What isn't a plain file could be without an end, or make us wait.
-bool isPlainFile(const std::string& path) {
+bool isPlainFile(const std::string& path, std::string& reason) {
   struct stat status = {};
-  return platform().status(path.c_str(), status) == 0 && S_ISREG(status.st_mode);
+  if (platform().status(path.c_str(), status) != 0) {
+    reason = std::strerror(errno);
+    errno = 0;
+    return false;
+  }
+  reason = "it isn't a plain file";
+  return S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -169,9 +177,9 @@ bool StilReader::Parts::include(const StilWhere& where, const std::string& name,
                          fmt::format("files are included more than {} deep, or more than {}",
                                      kDeepestInclude, kMostFiles));
   }
-  std::string reason = inMemory ? "a text in memory includes no files" : "it isn't a plain file";
+  std::string reason = "a text in memory includes no files";
   std::unique_ptr<ByteSource> source;
-  if (!inMemory && isPlainFile(path)) source = ByteSource::open(path, true, reason);
+  if (!inMemory && isPlainFile(path, reason)) source = ByteSource::open(path, true, reason);
   if (source == nullptr) {
     return cursor.failAt(where, kStilInclude, fmt::format("{} can't be read: {}", path, reason));
   }

@@ -27,7 +27,7 @@ std::string described(const std::vector<StilStatement>& body) {
 std::string described(const StilStatement& statement) {
   static constexpr const char* kWords[] = {
       "V",     "C",   "F",    "W",    "Loop",  "MatchLoop", "Call",      "Macro",
-      "Shift", "Ann", "Goto", "Stop", "Break", "Iddq",      "ScanChain", "unknown"};
+      "Shift", "Ann", "Goto", "Branch", "Stop", "Break", "Iddq",      "ScanChain", "unknown"};
   std::string text = statement.label.empty() ? "" : statement.label + ": ";
   text += kWords[static_cast<std::size_t>(statement.kind)];
   if (statement.count != 0) text += fmt::format(" {}", statement.count);

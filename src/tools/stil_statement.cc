@@ -21,6 +21,7 @@ enum class Form : std::uint8_t {
   body,           // { statements }
   bodyOrNothing,  // { statements } or ;
   annotation,     // {* text *}
+  passedOver,     // anything
 };
 
 }  // namespace
@@ -33,7 +34,7 @@ struct StilStatementWord {
 
 namespace {
 
-constexpr std::array<StilStatementWord, 19> kStatements = {{
+constexpr std::array<StilStatementWord, 22> kStatements = {{
     {"V", StilStatementKind::vector, Form::assignments},
     {"Vector", StilStatementKind::vector, Form::assignments},
     {"C", StilStatementKind::condition, Form::assignments},
@@ -49,6 +50,9 @@ constexpr std::array<StilStatementWord, 19> kStatements = {{
     {"Loop", StilStatementKind::loop, Form::counted},
     {"MatchLoop", StilStatementKind::matchLoop, Form::counted},
     {"Goto", StilStatementKind::gotoLabel, Form::named},
+    {"If", StilStatementKind::branch, Form::passedOver},
+    {"Else", StilStatementKind::branch, Form::passedOver},
+    {"While", StilStatementKind::branch, Form::passedOver},
     {"Stop", StilStatementKind::stop, Form::plain},
     {"BreakPoint", StilStatementKind::breakPoint, Form::bodyOrNothing},
     {"IddqTestPoint", StilStatementKind::iddq, Form::plain},
@@ -179,6 +183,9 @@ bool StilStatementReader::readRest(StilStatement& statement, const StilStatement
       return readBody(statement.body, depth, word.word);
     case Form::annotation:
       return cursor_.annotation(statement.name);
+    case Form::passedOver:
+      statement.name = word.word;
+      return cursor_.passOver();
   }
   return false;
 }
