@@ -104,7 +104,8 @@ void StilExpand::Parts::use(const StilDomains& wanted) {
 
 bool StilExpand::Parts::top(const StilStatement& statement) {
   if (stopped) {
-    if (!toldStopped) reader.warnAt(statement.where, kStilNotCarried, "nothing follows a Stop");
+    if (!toldStopped)
+      reader.warnAt(statement.where, kStilNotCarried, "what follows a Stop is left out");
     toldStopped = true;
     return true;
   }

@@ -124,6 +124,8 @@ class StilStates {
   std::size_t changedCount_ = 0;
   std::vector<SignalCycle> told_;
   bool toldAny_ = false;
+  bool begins_ = true;                                          // no vector was told since `forget`
+  std::set<std::pair<std::uint32_t, std::uint64_t>> warnedAt_;  // of signals never set
   std::int64_t toldTable_ = kNoTable;
   std::vector<std::vector<const StilCharacters*>> waves_;  // by table and signal
   std::unordered_set<std::uint64_t> unknown_;              // of which a warning told

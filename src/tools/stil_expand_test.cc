@@ -178,7 +178,7 @@ TEST_F(StilExpandTest, PatternsOfABurstFollowEachOther) {
                    "V { }"),
               ElementsAre("00X0", "1111", "00X0", "label \"p\" row=0", "label \"q\" row=1",
                           "label \"l\" row=1", "label \"p\" row=2"));
-  EXPECT_THAT(messages_, ElementsAre("nothing follows a Stop"));
+  EXPECT_THAT(messages_, ElementsAre("what follows a Stop is left out"));
 }
 
 // --- Loops ---------------------------------------------------------------------------

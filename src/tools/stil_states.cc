@@ -23,6 +23,7 @@ void StilStates::forget() {
     change(states_[signal], signal, kNeverSet);
   }
   table_ = kNoTable;
+  begins_ = true;
 }
 
 void StilStates::useTable(std::int64_t table) {
@@ -70,11 +71,12 @@ const StilCharacter* StilStates::wave(std::uint32_t signal, char character) cons
 }
 
 bool StilStates::tell(const StilWhere& where) {
+  if (begins_) warnNeverSet(where);
+  begins_ = false;
   if (table_ != toldTable_) {
     writer_.useTable(static_cast<std::size_t>(table_));
     toldTable_ = table_;
     useWaves();
-    if (!toldAny_) warnNeverSet(where);
     for (std::uint32_t signal = 0; signal < carried_; ++signal) {
       if (!tellSignal(signal, where)) return false;
     }
@@ -132,7 +134,7 @@ bool StilStates::unknownWave(std::uint32_t signal, const StilWhere& where) {
 void StilStates::warnNeverSet(const StilWhere& where) {
   const std::span<const State> carried(states_.data(), carried_);
   const auto first = std::ranges::find(carried, kNeverSet, &State::character);
-  if (first == carried.end()) return;
+  if (first == carried.end() || !warnedAt_.emplace(where.file, where.place.offset).second) return;
   const StilModel& model = reader_.model();
   reader_.warnAt(
       where, kStilNoState,
