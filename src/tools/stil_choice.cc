@@ -4,13 +4,18 @@
 
 #include <algorithm>
 #include <functional>
+#include <set>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
 
 #include "tools/nearest.h"
 
 namespace {
 
 constexpr std::size_t kDeepestBurst = 64;
-constexpr std::size_t kMostPatterns = 100000;
+constexpr std::size_t kMostEntries = 100000;  // of lists, those of bursts in bursts too
 constexpr std::size_t kMostListed = 20;
 
 template <typename T>
@@ -32,7 +37,9 @@ std::string listOf(const std::vector<T>& records) {
 class Chooser {
  public:
   Chooser(StilReader& reader, const ImportOptions& options, StilChoice& choice)
-      : reader_(reader), model_(reader.model()), options_(options), choice_(choice) {}
+      : reader_(reader), model_(reader.model()), options_(options), choice_(choice) {
+    for (const StilPatternPlace& place : model_.patterns) patterns_.emplace(place.name, &place);
+  }
 
   bool run();
 
@@ -42,7 +49,13 @@ class Chooser {
   bool namedPatterns();
   bool onlyPattern();
   bool addBurst(const StilBurst& burst, const StilDomains& outer, std::size_t depth);
-  bool addPattern(const StilPatternPlace& place, const StilDomains& domains);
+  bool addEntry(const StilBurstEntry& entry, const StilDomains& domains, std::size_t depth);
+  void addPattern(const StilPatternPlace& place, const StilDomains& domains);
+  void warnOfUnknown(const StilDomains& domains, const StilWhere& where);
+  const StilPatternPlace* pattern(std::string_view name) const {
+    const auto found = patterns_.find(name);
+    return found != patterns_.end() ? found->second : nullptr;
+  }
 
   // The one of that name, which `where` asks for; without a name the only one. Else a
   // message.
@@ -59,6 +72,9 @@ class Chooser {
   const ImportOptions& options_;
   StilChoice& choice_;
   const StilExec* exec_ = nullptr;
+  std::unordered_map<std::string_view, const StilPatternPlace*> patterns_;
+  std::size_t entries_ = 0;
+  std::set<std::pair<std::string_view, std::string_view>> checked_;  // domains by kind and name
 };
 
 bool Chooser::run() {
@@ -77,7 +93,7 @@ const T* Chooser::one(const std::vector<T>& records, const std::string& name, st
   std::vector<std::string_view> names;
   for (const T& record : records) names.push_back(record.name);
   fail(any && !records.empty() ? records.front().where : where,
-       any ? fmt::format("there are {} of {}: {}", records.size(), kind, listOf(records))
+       any ? fmt::format("which {}? There are {}", kind, listOf(records))
            : fmt::format("there is no {} '{}'{}", kind, name, didYouMean(name, names)));
   return nullptr;
 }
@@ -107,48 +123,71 @@ bool Chooser::chooseBurst() {
 }
 
 bool Chooser::namedPatterns() {
-  const StilBurst* burst = exec_ != nullptr ? byName(model_.bursts, exec_->burst) : nullptr;
+  const bool byExec = options_.burst.empty() && exec_ != nullptr;
+  const StilBurst* burst = byName(model_.bursts, byExec ? exec_->burst : options_.burst);
   const StilDomains domains = burst != nullptr ? burst->domains : StilDomains();
   for (const std::string& name : options_.patterns) {
-    const StilPatternPlace* place = byName(model_.patterns, name);
+    const StilPatternPlace* place = pattern(name);
     if (place == nullptr) {
       return fail({},
                   fmt::format("there is no Pattern '{}' among {}", name, listOf(model_.patterns)));
     }
-    if (!addPattern(*place, domains)) return false;
+    addPattern(*place, domains);
   }
   return true;
 }
 
 bool Chooser::onlyPattern() {
-  if (model_.patterns.size() == 1) return addPattern(model_.patterns.front(), {});
+  if (model_.patterns.size() == 1) {
+    addPattern(model_.patterns.front(), {});
+    return true;
+  }
   return fail({}, model_.patterns.empty()
                       ? "there is no Pattern"
-                      : fmt::format("there are {} of Pattern: {}", model_.patterns.size(),
-                                    listOf(model_.patterns)));
+                      : fmt::format("which Pattern? There are {}", listOf(model_.patterns)));
 }
 
 bool Chooser::addBurst(const StilBurst& burst, const StilDomains& outer, std::size_t depth) {
   if (depth == kDeepestBurst) return fail(burst.where, "bursts nest too deep");
   const StilDomains own = within(outer, burst.domains);
-  for (const StilBurstEntry& entry : burst.entries) {
-    const StilDomains domains = within(own, entry.domains);
-    const StilPatternPlace* place = byName(model_.patterns, entry.name);
-    const StilBurst* inner = place == nullptr ? byName(model_.bursts, entry.name) : nullptr;
-    if (place == nullptr && inner == nullptr) {
-      return fail(entry.where, fmt::format("there is no Pattern '{}'", entry.name));
-    }
-    if (!(place != nullptr ? addPattern(*place, domains) : addBurst(*inner, domains, depth + 1))) {
-      return false;
-    }
-  }
-  return true;
+  warnOfUnknown(burst.domains, burst.where);
+  return std::ranges::all_of(burst.entries, [&](const StilBurstEntry& entry) {
+    warnOfUnknown(entry.domains, entry.where);
+    return addEntry(entry, within(own, entry.domains), depth);
+  });
 }
 
-bool Chooser::addPattern(const StilPatternPlace& place, const StilDomains& domains) {
-  if (choice_.patterns.size() == kMostPatterns) return fail(place.body, "the bursts list too many");
+bool Chooser::addEntry(const StilBurstEntry& entry, const StilDomains& domains, std::size_t depth) {
+  if (++entries_ > kMostEntries) {
+    return fail(entry.where, fmt::format("the bursts list more than {} patterns", kMostEntries));
+  }
+  if (const StilPatternPlace* place = pattern(entry.name)) {
+    addPattern(*place, domains);
+    return true;
+  }
+  const StilBurst* inner = byName(model_.bursts, entry.name);
+  if (inner != nullptr) return addBurst(*inner, domains, depth + 1);
+  return fail(entry.where, fmt::format("there is no Pattern '{}'", entry.name));
+}
+
+void Chooser::addPattern(const StilPatternPlace& place, const StilDomains& domains) {
   choice_.patterns.push_back({&place, domains});
-  return true;
+}
+
+// Calls and names then find what other blocks define.
+void Chooser::warnOfUnknown(const StilDomains& domains, const StilWhere& where) {
+  const auto check = [&](MessageCode code, std::string_view kind,
+                         const std::vector<std::string>& wanted, const auto& records) {
+    using Record = typename std::decay_t<decltype(records)>::value_type;
+    for (const std::string& name : wanted) {
+      if (!checked_.emplace(kind, name).second) continue;
+      if (std::ranges::find(records, name, &Record::domain) != records.end()) continue;
+      reader_.warnAt(where, code, fmt::format("there is nothing in {} '{}'", kind, name));
+    }
+  };
+  check(kStilUnknownName, "SignalGroups", domains.signalGroups, model_.groups);
+  check(kStilUnknownRoutine, "Procedures", domains.procedures, model_.procedures);
+  check(kStilUnknownRoutine, "MacroDefs", domains.macros, model_.macros);
 }
 
 StilDomains Chooser::within(const StilDomains& outer, const StilDomains& inner) {
