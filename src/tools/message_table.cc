@@ -262,7 +262,8 @@ constexpr std::array kTable = {
     MessageRow{
         kStilBadTime, "bad time", "Correct the expression or the value.",
         "An event or a period isn't a time that can be kept: negative, zero, too long, or not "
-        "a time at all."},
+        "a time at all. Events out of order are sorted, events behind the period are kept, both "
+        "with a warning."},
     MessageRow{kStilNoState, "signals without a state",
                "Give each signal a state before the first vector, by a C statement.",
                "A vector stands where some signals were never assigned. In the cycles up to their "

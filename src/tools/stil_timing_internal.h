@@ -79,6 +79,7 @@ class WaveReader {
   bool readTimes(const StilWave& wave);
   bool time(const std::string& text, const WaveTime* before, const StilWhere& where, WaveTime& out);
   void warnOutOfOrder(const StilWave& wave);
+  void warnBehindPeriod(const StilWave& wave);
   bool readCharacter(const StilWave& wave, std::size_t character, std::vector<Wave>& waves);
   bool state(const StilState& from, const StilWhere& where, bool warns, char& to);
   WaveEvent event(const WaveTime& time, char state);

@@ -257,6 +257,13 @@ TEST_F(StilTimingTest, WhatIsWrongIsToldAtItsPlace) {
   }
 }
 
+TEST_F(StilTimingTest, EventsBehindThePeriodAreKeptWithAWarning) {
+  ASSERT_TRUE(
+      read("Timing { WaveformTable w { Period '9ns';\n"
+           "Waveforms { a { 0 { '5ns' D; '9ns' U; '10ns' D; '11ns' U; }}}}}"));
+  EXPECT_THAT(messages_, ElementsAre(HasSubstr("an event at 10ns lies behind the period of 9ns")));
+}
+
 TEST_F(StilTimingTest, EventsOutOfOrderAreSortedWithAWarning) {
   ASSERT_TRUE(waves("a { 0 { '5ns' D; '4ns' U; }}"));
   EXPECT_THAT(events('a'), ElementsAre("0: 4nS U, 5nS D"));

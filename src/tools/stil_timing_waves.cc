@@ -55,6 +55,7 @@ bool WaveReader::readTimes(const StilWave& wave) {
     times_.push_back(std::move(time));
   }
   warnOutOfOrder(wave);
+  warnBehindPeriod(wave);
   return true;
 }
 
@@ -87,6 +88,18 @@ void WaveReader::warnOutOfOrder(const StilWave& wave) {
                                          PBtimeText(timeOfFemtoseconds(times_[i - 1].value)));
     reader_.warnAt(wave.events[i].where, kStilBadTime, text);
   }
+}
+
+// Such an event takes place in a later cycle, if at all.
+void WaveReader::warnBehindPeriod(const StilWave& wave) {
+  const auto late = std::ranges::find_if(
+      times_, [this](const WaveTime& time) { return time.value > period_.value; });
+  if (late == times_.end()) return;
+  const std::string text = fmt::format("an event at {} lies behind the period of {}",
+                                       PBtimeText(timeOfFemtoseconds(late->value)),
+                                       PBtimeText(timeOfFemtoseconds(period_.value)));
+  reader_.warnAt(wave.events[static_cast<std::size_t>(late - times_.begin())].where, kStilBadTime,
+                 text);
 }
 
 bool WaveReader::readCharacter(const StilWave& wave, std::size_t character,
