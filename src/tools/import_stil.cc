@@ -65,6 +65,8 @@ class StilImport {
   bool readTiming();
   void addChains();
   void addChain(const StilChain& chain);
+  PVBidList addCells(const StilChain& chain);
+  PVBid chainEnd(const StilChain& chain, const std::string& name);
   PVBid scanObject(std::string name, SignalType type, PVBidList members, PVBidList signals);
   bool addTitle();
   bool patterns();
@@ -164,7 +166,12 @@ bool StilImport::addSignals() {
   writer_.emplace(database_, &equations_);
   std::vector<WriterSignal> signals;
   for (std::size_t i = 0; i < carried_; ++i) {
-    signals.push_back({model_.signals[i].name, directions_[i]});
+    const StilSignal& signal = model_.signals[i];
+    if (PVBsignalInqByName(database_, signal.name) != nullptr) {
+      return reader_.failAt(signal.where, kImportRefused,
+                            fmt::format("each database has a group '{}' of its own", signal.name));
+    }
+    signals.push_back({signal.name, directions_[i]});
   }
   counts_.signals = signals.size();
   return writer_->addSignals(signals) || fail(writer_->failure());
@@ -248,26 +255,52 @@ void StilImport::addChains() {
   PBdiscardErrors();
 }
 
-// A cell of several chains stands in each; inversions have no place.
 void StilImport::addChain(const StilChain& chain) {
+  PVBidList cells = addCells(chain);
+  PVBidList ends = {chainEnd(chain, chain.scanIn), chainEnd(chain, chain.scanOut)};
+  if (scanObject(chain.name, kScanChainType, std::move(cells), std::move(ends)) != UNDEF) return;
+  reader_.warnAt(chain.where, kStilNotCarried,
+                 fmt::format("scan chain '{}' is left out: the name is taken", chain.name));
+}
+
+// A cell of several chains stands in each; inversions have no place.
+PVBidList StilImport::addCells(const StilChain& chain) {
   PVBidList cells;
+  const std::string* firstTaken = nullptr;
+  std::size_t taken = 0;
   for (const std::string& name : chain.cells) {
     if (name == "!") continue;
     const PVBsignal* known = PVBsignalInqByName(database_, name);
     const bool isCell = known != nullptr && known->type == kScanCellType;
     const PVBid cell = isCell ? known->id : scanObject(name, kScanCellType, {}, {});
-    if (cell != UNDEF) cells.push_back(cell);
+    if (cell != UNDEF) {
+      cells.push_back(cell);
+    } else if (++taken == 1) {
+      firstTaken = &name;
+    }
   }
-  PVBidList ends;
-  for (const std::string* name : {&chain.scanIn, &chain.scanOut}) {
-    const std::int64_t signal = names_->signal(*name);
-    const bool known = signal >= 0 && static_cast<std::size_t>(signal) < carried_;
-    const PVBsignal* end = known ? PVBsignalInqByName(database_, *name) : nullptr;
-    ends.push_back(end != nullptr ? end->id : UNDEF);
+  if (taken > 0) {
+    reader_.warnAt(
+        chain.where, kStilNotCarried,
+        fmt::format("{} of {} cells of scan chain '{}' are left out, the first is '{}': the "
+                    "name is taken",
+                    taken, taken + cells.size(), chain.name, *firstTaken));
   }
-  if (scanObject(chain.name, kScanChainType, std::move(cells), std::move(ends)) != UNDEF) return;
+  return cells;
+}
+
+// The signal at an end; `name` is empty for none.
+PVBid StilImport::chainEnd(const StilChain& chain, const std::string& name) {
+  if (name.empty()) return UNDEF;
+  const std::int64_t signal = names_->signal(name);
+  const bool known = signal >= 0 && static_cast<std::size_t>(signal) < carried_;
+  const PVBsignal* end = known ? PVBsignalInqByName(database_, name) : nullptr;
+  if (end != nullptr) return end->id;
   reader_.warnAt(chain.where, kStilNotCarried,
-                 fmt::format("scan chain '{}' is left out: the name is taken", chain.name));
+                 fmt::format("scan chain '{}' stands without '{}', which is no signal of the "
+                             "database",
+                             chain.name, name));
+  return UNDEF;
 }
 
 bool StilImport::addTitle() {
