@@ -19,6 +19,8 @@ ColorMode messageColor = ColorMode::automatic;
 // The longest source line shown; longer ones are shown around the caret.
 constexpr std::size_t kMaxSourceLine = 120;
 constexpr std::size_t kBeforeCaret = 60;
+// The longest text shown; names may be of any length.
+constexpr std::size_t kMaxText = 1000;
 
 struct SeverityWord {
   std::string_view word;
@@ -60,6 +62,11 @@ std::string sourceLines(const Message& message) {
   return fmt::format("  {}\n  {}^\n", printable(shown), std::string(caret - begin, ' '));
 }
 
+std::string shownText(const std::string& text) {
+  const std::string shown = printable(std::string_view(text).substr(0, kMaxText));
+  return text.size() > kMaxText ? shown + "..." : shown;
+}
+
 }  // namespace
 
 const MessageRow* messageRow(int code) {
@@ -85,7 +92,7 @@ std::string formatMessage(const Message& message, bool color) {
   const SeverityWord& severity = kSeverities[static_cast<std::size_t>(message.severity)];
   std::string text = fmt::format(
       "{}: {}{}{}: {} [{}]\n", placeText(message), color ? severity.color : "", severity.word,
-      color ? kPlainColor : "", message.text, messageCodeText(message.code));
+      color ? kPlainColor : "", shownText(message.text), messageCodeText(message.code));
   text += sourceLines(message);
   const MessageRow* row = messageRow(message.code);
   if (row != nullptr && message.showsRemedy) text += fmt::format("  {}\n", row->remedy);
