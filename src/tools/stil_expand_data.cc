@@ -138,9 +138,10 @@ bool StilExpand::Parts::characters(const StilAssignment& assignment, const StilT
 
 bool StilExpand::Parts::wrongCount(const StilAssignment& assignment, std::size_t given,
                                    std::size_t signals) {
-  return fail(assignment.signals.where, kStilDataCount,
-              fmt::format("{} characters for the {} signals of '{}'", given, signals,
-                          assignment.signals.text));
+  return fail(
+      assignment.signals.where, kStilDataCount,
+      fmt::format("{} character{} for the {} signal{} of '{}'", given, given == 1 ? "" : "s",
+                  signals, signals == 1 ? "" : "s", assignment.signals.text));
 }
 
 bool StilExpand::Parts::hasData() {
