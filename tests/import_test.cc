@@ -329,6 +329,27 @@ TEST_F(ImportTest, CharactersWithoutAWaveAreWarningsWhenLenient) {
                {{"0 U", "0 D, 40 D, 60 D"}, {"-", "0 D, 40 D, 60 D"}, {"0 U", "0 D, 40 D, 60 D"}});
 }
 
+TEST_F(ImportTest, NoPatternBeginsWithTheStatesOfTheOneBefore) {
+  const ProgramResult result = import(
+      "A", kChip + "Pattern p { W t; V { all = 010XXZ; } }\nPattern q { W t; V { a = 1; } }\n",
+      {"--pattern", "p,q"});
+  EXPECT_THAT(result.err, StartsWith("A.stil:29:18: warning: 5 of 6 signals have no state yet"));
+  expectEvents("A", {"a", "b", "io"}, 1, {{"0 U", "0 D", "10 Z"}, {"0 U", "-", "-"}});
+}
+
+TEST_F(ImportTest, BurstsWithoutEndAreRefused) {
+  std::string bursts = "PatternBurst b0 { PatList { } }\n";
+  for (int i = 1; i < 60; ++i) {
+    const std::string inner = " b" + std::to_string(i - 1) + ";";
+    bursts += "PatternBurst b" + std::to_string(i) + " { Procedures none; PatList {" + inner +
+              inner + " } }\n";
+  }
+  const ProgramResult result = import("A", kChip + bursts, {"--burst", "b59"});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("warning: there is nothing in Procedures 'none'"),
+                                HasSubstr("error: the bursts list more than 100000 patterns")));
+}
+
 TEST_F(ImportTest, WhatNeverComesIsAWarning) {
   expectImported(import("plain", plainly({"010XXZ", "P10XXZ"})));
   const ProgramResult result = import("A", kChip + R"(
@@ -349,6 +370,12 @@ TEST_F(ImportTest, ManyWarningsOfAKindAreCounted) {
                                 HasSubstr("note: 15 more such warnings [PVB0709]\n")));
   EXPECT_EQ(result.err.find("Nothing, if"), result.err.rfind("Nothing, if"));
   EXPECT_THAT(result.out, HasSubstr(", 25 warnings\n"));
+}
+
+TEST_F(ImportTest, OptionsOfAnotherKindOfFileAreRefused) {
+  const ProgramResult result = import("A", kChip, {"--period", "10nS"});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.err, StartsWith("pvb: error: --period is for VCD files only [PVB0002]"));
 }
 
 TEST_F(ImportTest, ADestinationThatCantBeMadeIsToldFirst) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "base/text.h"
+
 namespace {
 
 constexpr std::array kFormats = {
@@ -12,10 +14,15 @@ constexpr std::array kFormats = {
                  "Value change dump, plain and extended, IEEE 1364", importVcd},
 };
 
+// Whether capital or not.
+bool endsWith(std::string_view file, std::string_view ending) {
+  return file.size() >= ending.size() && PBstrEq(file.substr(file.size() - ending.size()), ending);
+}
+
 bool endsWithOne(std::string_view file, std::string_view endings) {
   while (!endings.empty()) {
     const std::size_t blank = std::min(endings.find(' '), endings.size());
-    if (file.ends_with(endings.substr(0, blank))) return true;
+    if (endsWith(file, endings.substr(0, blank))) return true;
     endings.remove_prefix(std::min(blank + 1, endings.size()));
   }
   return false;

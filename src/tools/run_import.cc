@@ -1,9 +1,10 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "pvb/property.h"
+#include "base/text.h"
 #include "tools/import.h"
 #include "tools/message_limit.h"
 #include "tools/new_database.h"
@@ -99,6 +100,21 @@ const ImportFormat* chooseFormat(const Command& command) {
   return nullptr;
 }
 
+// Options of the other formats, whose descriptions begin with their names, would do nothing.
+bool optionsFit(const CLI::App& app, const ImportFormat& format) {
+  for (const CLI::Option* option : app.get_options()) {
+    const std::string& description = option->get_description();
+    const std::string_view kind = std::string_view(description).substr(0, description.find(": "));
+    const bool foreign = std::ranges::any_of(importFormats(), [&](const ImportFormat& other) {
+      return other.name != format.name && PBstrEq(other.name, kind);
+    });
+    if (!foreign || option->count() == 0) continue;
+    refuse(kBadUsage, fmt::format("{} is for {} files only", option->get_name(), kind));
+    return false;
+  }
+  return true;
+}
+
 // --- The import ----------------------------------------------------------------------
 
 std::string plural(std::uint64_t count, std::string_view noun) {
@@ -152,11 +168,8 @@ int runImport(std::span<const std::string> arguments) {
     return kExitFailed;
   }
   const ImportFormat* format = chooseFormat(command);
-  if (format == nullptr) return kExitFailed;
-  if (command.list) {
-    if (format->read == importVcd) return list(command, usage.format());
-    return refuse(kBadUsage, "--list shows the variables of VCD files only");
-  }
+  if (format == nullptr || !optionsFit(usage.app, *format)) return kExitFailed;
+  if (command.list) return list(command, usage.format());
   if (command.database.empty()) return refuse(kBadUsage, "-o DB is missing");
   command.database = databasePath(command.database);
   return mayReplace(command.database, command.force) ? import(*format, command) : kExitFailed;

@@ -26,8 +26,8 @@ std::string described(const std::vector<StilStatement>& body) {
 // "label: V a=01 b=\h2'5A'", a loop's body between brackets.
 std::string described(const StilStatement& statement) {
   static constexpr const char* kWords[] = {
-      "V",     "C",   "F",    "W",    "Loop",  "MatchLoop", "Call",      "Macro",
-      "Shift", "Ann", "Goto", "Branch", "Stop", "Break", "Iddq",      "ScanChain", "unknown"};
+      "V",   "C",    "F",      "W",    "Loop",  "MatchLoop", "Call",      "Macro",  "Shift",
+      "Ann", "Goto", "Branch", "Stop", "Break", "Iddq",      "ScanChain", "unknown"};
   std::string text = statement.label.empty() ? "" : statement.label + ": ";
   text += kWords[static_cast<std::size_t>(statement.kind)];
   if (statement.count != 0) text += fmt::format(" {}", statement.count);
@@ -235,15 +235,15 @@ TEST(StilReader, WarnsOnceOfWhatItPassesOver) {
   Reading reading(
       "UserKeywords mine;\nmine x { { } }\nmine;\nEnvironment e { }\nOdd \"x\" { y; }\n"
       "PatternBurst b { Start s; PatList { p; } }\n"
-      "Pattern p { If 'x' { V { } } V { } If 'y' { } }");
+      "Pattern p { Maybe 'x' { V { } } V { } Maybe 'y' { } }");
   EXPECT_TRUE(reading.good);
-  EXPECT_THAT(reading.statements(), ElementsAre("unknown If", "V", "unknown If"));
+  EXPECT_THAT(reading.statements(), ElementsAre("unknown Maybe", "V", "unknown Maybe"));
   EXPECT_THAT(reading.told,
               ElementsAre("(3:1: mine is a keyword of the user)", "(5:1: Environment is left out)",
                           "(6:1: Odd is no statement of a STIL text)",
                           "(7:18: Start: the pattern is taken whole, from its first statement to "
                           "its last)",
-                          "(8:13: If is no statement of a pattern)"));
+                          "(8:13: Maybe is no statement of a pattern)"));
 }
 
 TEST(StilReader, TellsPlaceFoundAndExpected) {
