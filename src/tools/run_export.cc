@@ -8,6 +8,7 @@
 
 #include "tools/export.h"
 #include "tools/open_database.h"
+#include "tools/output_file.h"
 #include "tools/tool_progress.h"
 #include "tools/usage.h"
 
@@ -172,8 +173,8 @@ int runExport(std::span<const std::string> arguments) {
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (const auto exit = chooseFormat(call)) return *exit;
   if (const auto exit = readOptions(call)) return *exit;
-  if (call.output != kStandardOutput && !call.force && fileExists(call.output)) {
-    return refuse(kExists, "the file is there already", call.output);
+  if (call.output != kStandardOutput && !mayWriteFile(call.output, call.force, call.database)) {
+    return kExitFailed;
   }
   ReadDatabase database;
   if (!database.open(databasePath(call.database), printMessage)) return kExitFailed;
