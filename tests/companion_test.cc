@@ -58,6 +58,7 @@ TEST_F(CompanionTest, BuildsDumpsShowsAndVerifies) {
   EXPECT_EQ(dir_.read("out.pvbt"), dump.out);
   EXPECT_EQ(run({"dump", "db", "-o", "out.pvbt"}).exitCode, 2);
   EXPECT_EQ(run({"dump", "db", "-o", "out.pvbt", "--force"}).exitCode, 0);
+  EXPECT_EQ(run({"dump", "db", "-o", "./db/pvb.s", "--force"}).exitCode, 2);
   EXPECT_EQ(run({"verify", "db"}).out, "sound\n");
   for (const char* section :
        {"overview", "signals", "timeplates", "rows", "labels", "subroutines", "properties", "pins",

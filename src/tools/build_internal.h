@@ -12,7 +12,7 @@
 #include "pvb/pattern.h"
 #include "tools/build.h"
 #include "tools/dump_format.h"
-#include "tools/text_sink.h"
+#include "tools/output_file.h"
 
 struct BuildContext {
   DumpScanner& in;

@@ -30,7 +30,7 @@ struct ExportFormat {
   std::string_view name;     // of --to
   std::string_view endings;  // separated by blanks; what ends in ".gz" is compressed
   std::string_view description;
-  std::string_view options;  // of the verb, with their defaults; may be empty
+  bool takesStretch;  // --begin, --end and --signals say something
   bool (*write)(int database, const ExportOptions& options, TextSink& out, const MessageSink& sink);
 };
 std::span<const ExportFormat> exportFormats();

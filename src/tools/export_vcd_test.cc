@@ -92,6 +92,11 @@ TEST_F(VcdExportTest, AStretchBeginsWithWhatHolds) {
   EXPECT_EQ(text.substr(text.find("$enddef")),
             "$enddefinitions $end\n#1500\n$dumpvars\n1!\n0\"\n$end\n#2000\n0!\n#2125\n1!\n"
             "#2250\n");
+  options.from = TIME{200, 0};
+  options.to.reset();
+  EXPECT_EQ(exported("  row \"tp\" x1000 |1-1Z\n", options),
+            "failed: the pattern ends at 100uS, before the waves begin");
+  options.from.reset();
   options.signals = {"clok"};
   EXPECT_EQ(exported("", options),
             "failed: 'clok' is no signal of the database, did you mean 'clk'?");

@@ -106,9 +106,13 @@ void VcdChooser::findNames(std::size_t var, const std::vector<std::size_t>& want
 
 bool VcdChooser::unknown(std::string_view name) {
   std::vector<std::string_view> names;
+  bool any = false;
   for (const VcdVar& var : header_.vars) {
+    if (!useScope(var.scope)) continue;
+    any = true;
     if (var.name.size() <= kLongestAlike) names.push_back(var.name);
   }
+  if (!any && !cut_.empty()) return refuse(fmt::format("no variable is below '{}'", cut_));
   const std::string_view own = name.substr(name.rfind('.') + 1);
   return refuse(fmt::format("no variable{} is called '{}'{}",
                             cut_.empty() ? "" : fmt::format(" below '{}'", cut_), name,

@@ -151,7 +151,7 @@ template <typename Take>
 bool VcdCycles::Parts::change(std::uint32_t net, std::size_t width, Take take) {
   for (std::uint32_t i = firstOfNet[net]; i < firstOfNet[net + 1]; ++i) {
     Signal& signal = signals[byNet[i]];
-    // Bits that the text leaves out: kMissing places stand left of it.
+    // A bit that the text leaves out has the place behind its end.
     if (!take(signal, signal.bit < width ? width - 1 - signal.bit : width)) return false;
     activate(byNet[i]);
   }

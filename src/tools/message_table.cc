@@ -282,8 +282,10 @@ constexpr std::array kTable = {
         "in the dump."},
     MessageRow{kVcdNotCarried, "not carried over", "Nothing, if it isn't needed.",
                "Reals, strings and events have no counterpart in a pattern."},
-    MessageRow{kVcdEndsEarly, "text ends early", "Take what was read with care.",
-               "The dump ends in the middle of a line or of a command."},
+    MessageRow{kVcdEndsEarly, "text ends early",
+               "Fetch the whole file; what a warning says is taken is good up to there.",
+               "The dump ends before its changes begin, which is an error, or in the middle of a "
+               "line or of a command."},
 
     MessageRow{
         kUnknownFormat, "unknown format",

@@ -5,6 +5,7 @@
 
 #include "tools/dump.h"
 #include "tools/open_database.h"
+#include "tools/output_file.h"
 #include "tools/tool_progress.h"
 #include "tools/usage.h"
 
@@ -32,9 +33,7 @@ int runDump(std::span<const std::string> arguments) {
   usage.app.add_flag("--force", force, "Replace the file when it is there");
   usage.addQuiet();
   if (const auto exit = usage.parse(arguments)) return *exit;
-  if (!output.empty() && !force && fileExists(output)) {
-    return refuse(kExists, "the file is there already", output);
-  }
+  if (!output.empty() && !mayWriteFile(output, force, path)) return kExitFailed;
   ReadDatabase database;
   if (!database.open(databasePath(path), printMessage)) return kExitFailed;
   if (!output.empty()) return dumpToFile(database.handle(), output, usage.quiet());

@@ -8,6 +8,7 @@
 
 #include "tools/export.h"
 #include "tools/open_database.h"
+#include "tools/output_file.h"
 #include "tools/tool_progress.h"
 #include "tools/usage.h"
 
@@ -17,9 +18,10 @@ constexpr std::string_view kStandardOutput = "-";
 constexpr std::string_view kCompressed = ".gz";
 
 constexpr std::array<ExportFormat, 2> kFormats = {{
-    {"stil", ".stil .stil.gz", "Standard Test Interface Language, IEEE 1450", "", exportStil},
+    {"stil", ".stil .stil.gz", "Standard Test Interface Language, IEEE 1450", false, exportStil},
     {"vcd", ".vcd .vcd.gz", "Value change dump, IEEE 1364: the waves over time",
-     "--begin TIME, --end TIME (all of the pattern), --signals NAMES (all)", exportVcd},
+true,
+     exportVcd},
 }};
 
 // --- Compressed output ---------------------------------------------------------------
@@ -103,27 +105,28 @@ std::optional<int> chooseFormat(ExportCall& call) {
   return refuse(kUnknownFormat, "the name of the file doesn't tell its kind", call.output);
 }
 
-bool readTime(const std::string& text, std::optional<TIME>& out) {
+bool readTime(const std::string& text, std::string_view option, std::optional<TIME>& out) {
   if (text.empty()) return true;
   TIME time;
   std::size_t end = 0;
-  if (parseTIME(text, time, &end) != 0 || end != text.size()) return false;
+  if (parseTIME(text, time, &end) != 0 || end != text.size()) {
+    refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
+    return false;
+  }
   out = time;
   return true;
 }
 
 std::optional<int> readOptions(ExportCall& call) {
-  if (!readTime(call.begin, call.options.from)) {
-    return refuse(kBadStretch, fmt::format("'{}' is no time", call.begin));
-  }
-  if (!readTime(call.end, call.options.to)) {
-    return refuse(kBadStretch, fmt::format("'{}' is no time", call.end));
+  if (!readTime(call.begin, "begin", call.options.from) ||
+      !readTime(call.end, "end", call.options.to)) {
+    return kExitFailed;
   }
   if (call.options.to && *call.options.to <= call.options.from.value_or(TIME_ZERO)) {
-    return refuse(kBadStretch, fmt::format("nothing is before {}", call.end));
+    return refuse(kBadUsage, fmt::format("--end {} isn't behind the beginning", call.end));
   }
   const bool chosen = call.options.from || call.options.to || !call.options.signals.empty();
-  if (!chosen || !call.format->options.empty()) return std::nullopt;
+  if (!chosen || call.format->takesStretch) return std::nullopt;
   return refuse(kBadUsage, fmt::format("{} has no --begin, --end or --signals", call.format->name));
 }
 
@@ -172,8 +175,8 @@ int runExport(std::span<const std::string> arguments) {
   if (const auto exit = usage.parse(arguments)) return *exit;
   if (const auto exit = chooseFormat(call)) return *exit;
   if (const auto exit = readOptions(call)) return *exit;
-  if (call.output != kStandardOutput && !call.force && fileExists(call.output)) {
-    return refuse(kExists, "the file is there already", call.output);
+  if (call.output != kStandardOutput && !mayWriteFile(call.output, call.force, call.database)) {
+    return kExitFailed;
   }
   ReadDatabase database;
   if (!database.open(databasePath(call.database), printMessage)) return kExitFailed;

@@ -74,7 +74,7 @@ bool readTime(const std::string& text, std::string_view option, std::optional<TI
   if (text.empty()) return true;
   TIME value;
   std::size_t end = 0;
-  if (parseTIME(text, value, &end) != 0 || end != text.size() || value <= TIME_ZERO) {
+  if (parseTIME(text, value, &end) != 0 || end != text.size()) {
     refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
     return false;
   }

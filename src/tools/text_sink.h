@@ -1,15 +1,11 @@
 #pragma once
 
-// Where a verb's data go: text collected and handed on in large pieces. Files come
-// under their final name only when they are whole.
+// Where a verb's data go: text collected and handed on in large pieces.
 
 #include <cstdio>
 #include <functional>
 #include <string>
 #include <string_view>
-
-#include "base/file_copy.h"
-#include "base/platform.h"
 
 class TextSink {
  public:
@@ -48,19 +44,3 @@ inline TextSink streamSink(FILE* stream) {
     return std::fwrite(piece.data(), 1, piece.size(), stream) == piece.size();
   });
 }
-
-// A new file, under a temporary name beside `path` until it is committed.
-class OutputFile {
- public:
-  // False with errno set when it can't be made.
-  bool open(const std::string& path);
-  FILE* stream() const { return stream_.get(); }
-  // Writes the rest and puts the file in place; false with errno set when anything
-  // was lost, and `path` is as it was.
-  bool commit();
-
- private:
-  std::string path_;
-  TempFile file_;
-  StreamPtr stream_;
-};
