@@ -223,7 +223,7 @@ constexpr std::array kTable = {
                "A name stands where a signal or a group is meant, and neither the Signals nor the "
                "SignalGroups in force define it, or a group contains itself."},
     MessageRow{kStilUnknownWave, "character without a waveform",
-               "Add the waveform to the WaveformTable, or import with --lenient.",
+               "Add the waveform to the WaveformTable; --lenient leaves the signal alone there.",
                "The WaveformTable in force says nothing of this character for this signal. With "
                "--lenient the signal is left as it was, and each such character is a warning."},
     MessageRow{kStilBadExpression, "bad expression", "Correct the expression.",
@@ -241,8 +241,7 @@ constexpr std::array kTable = {
     MessageRow{kStilNotCarried, "not carried over", "Nothing, if it isn't needed.",
                "The database has no place for what stands there; all else is imported."},
     MessageRow{kStilUnsupported, "can't be imported",
-               "Take the statement out, or try --lenient, which leaves it out where that keeps the "
-               "cycles right.",
+               "Take the statement out; --lenient leaves it out where that keeps the cycles right.",
                "What stands there would change what the pattern does, and the database has no "
                "counterpart."},
     MessageRow{kStilDataCount, "data of a wrong length",

@@ -173,6 +173,10 @@ bool StilExpand::Parts::repeat(const StilStatement& statement, std::uint64_t cou
   if (!dryBlock(statement.body, effect)) return false;
   if (effect.stops || !effect.vectors || count == 1) return runBlock(statement.body);
   if (options.flat) return writeOut(statement, count);
+  if (count > std::numeric_limits<std::uint32_t>::max()) {
+    return fail(statement.where, kImportRefused,
+                fmt::format("{} passes are more than a loop can count", count));
+  }
   if (!effect.repeats) {
     if (!runBlock(statement.body)) return false;
     quiet = true;
@@ -217,10 +221,6 @@ bool StilExpand::Parts::repeatVector(const StilStatement& statement, std::uint64
 }
 
 bool StilExpand::Parts::writeLoop(const StilStatement& statement, std::uint64_t count) {
-  if (count > std::numeric_limits<std::uint32_t>::max()) {
-    return fail(statement.where, kImportRefused,
-                fmt::format("{} passes are more than a loop can count", count));
-  }
   const std::uint64_t before = cycles;
   if (!writer.beginLoop(static_cast<std::uint32_t>(count))) return writerFailed(statement.where);
   if (!runBlock(statement.body)) return false;

@@ -252,7 +252,7 @@ void StilExpand::Parts::warnUntaken(const StilAssignment& assignment,
   if (taken && first.next >= first.count) return;
   if (!toldUntaken.emplace(&callable, assignment.signals.number).second) return;
   const std::string& name = callable.routine->name;
-  reader.warnAt(assignment.signals.where, kStilDataCount,
+  reader.warnAt(assignment.signals.where, kStilNotCarried,
                 taken ? fmt::format("'{}' takes {} of {} characters for each signal of '{}'", name,
                                     first.next, first.count, assignment.signals.text)
                       : fmt::format("'{}' takes no data for '{}'", name, assignment.signals.text));

@@ -45,7 +45,7 @@ bool StilExpand::Parts::shiftWithoutData(const StilStatement& statement) {
     return repeat(statement, longest->length);
   }
   if (!states.dry() && firstAt(statement.where)) {
-    reader.warnAt(statement.where, kStilDataCount,
+    reader.warnAt(statement.where, kStilNotCarried,
                   "a Shift without data on chains of unknown length does nothing");
   }
   return true;
