@@ -19,9 +19,7 @@ constexpr std::string_view kCompressed = ".gz";
 
 constexpr std::array<ExportFormat, 2> kFormats = {{
     {"stil", ".stil .stil.gz", "Standard Test Interface Language, IEEE 1450", false, exportStil},
-    {"vcd", ".vcd .vcd.gz", "Value change dump, IEEE 1364: the waves over time",
-true,
-     exportVcd},
+    {"vcd", ".vcd .vcd.gz", "Value change dump, IEEE 1364: the waves over time", true, exportVcd},
 }};
 
 // --- Compressed output ---------------------------------------------------------------
