@@ -56,6 +56,7 @@ const OptionLine* findLine(std::string_view keyword) {
 
 bool unknownLine(DumpScanner& in, const Word& keyword) {
   std::vector<std::string_view> known;
+  known.reserve(kOptionLines.size());
   for (const OptionLine& line : kOptionLines) known.push_back(line.keyword);
   return in.failColumn(
       kUnknownKeyword,

@@ -91,6 +91,7 @@ const T* Chooser::one(const std::vector<T>& records, const std::string& name, st
   const T* found = any && records.size() == 1 ? &records.front() : byName(records, name);
   if (found != nullptr) return found;
   std::vector<std::string_view> names;
+  names.reserve(records.size());
   for (const T& record : records) names.push_back(record.name);
   fail(any && !records.empty() ? records.front().where : where,
        any ? fmt::format("which {}? There are {}", kind, listOf(records))

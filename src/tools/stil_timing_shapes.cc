@@ -267,6 +267,7 @@ std::vector<ShapedWave> ShapeMaker::shape(std::vector<Wave> waves) {
     }
   }
   std::vector<ShapeId> shapes;
+  shapes.reserve(classes.size());
   for (const Class& group : classes) shapes.push_back(enter(group.times, group.states));
   std::vector<ShapedWave> shaped(waves.size());
   for (std::size_t i = 0; i < waves.size(); ++i) {
