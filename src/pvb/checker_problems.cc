@@ -55,10 +55,9 @@ constexpr std::array<PVBproblem, kProblemCount> kProblems = {{
     {kError, "signal needs slot", "signal @2 needs a slot in timeplate @1"},             // 19
     {kError, "no timeplate for row", "pattern row @2 in @1 has no timeplate assigned"},  // 20
     {kWarning, "no timeplates", "there are no timeplates in the database"},              // 21
-    {
-        kWarning, "P not first event",
-        "there is a P state in slot @2 (signal @3, @4) in timeplate @1 that is not the first "
-        "state"},                                                                // 22
+    {kWarning, "P not first event",
+     "there is a P state in slot @2 (signal @3, @4) in timeplate @1 that is not the first "
+     "state"},                                                                   // 22
     {kError, "signal in wrong group", "signal @2 does not belong in group @1"},  // 23
     {kError, "signal not in ALL", "signal @1 is not in group ALL"},              // 24
     {kError, "signal not in ALLBIDIR", "signal @1 is not in group ALLBIDIR"},    // 25
@@ -112,10 +111,9 @@ constexpr std::array<PVBproblem, kProblemCount> kProblems = {{
     {kError, "equation event is not positive",
      "event number @1 in track number @2 of timeplate @3 has variable that evaluates to negative "
      "TIME"},  // 54
-    {
-        kError, "equation event is not increasing",
-        "event number @1 in track number @2 of timeplate @3 is not greater than previous event "
-        "time"},  // 55
+    {kError, "equation event is not increasing",
+     "event number @1 in track number @2 of timeplate @3 is not greater than previous event "
+     "time"},  // 55
     {kError, "equation event is not defined",
      "event number @1 in track number @2 of timeplate @3 has undefined variable"},  // 56
     {kError, "tg equation event is not positive",

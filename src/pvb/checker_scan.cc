@@ -1,7 +1,7 @@
 // The runs of scan rows.
 
 #include <algorithm>
-#include <tuple>
+#include <unordered_map>
 
 #include "pvb/checker_internal.h"
 #include "pvb/scan_run.h"
@@ -10,7 +10,6 @@
 namespace {
 
 constexpr unsigned kCodeX = 4;
-constexpr std::size_t kMostRuns = 65536;
 
 // Which edges of its chain a run type uses.
 struct RunEdges {
@@ -29,13 +28,14 @@ class RunCheck {
  private:
   bool run(const PVBscanRun& run);
   bool cells(const PVBscanRun& run, const PVBsignal& chain, RunEdges uses);
-  bool edge(PVBid signal, bool input, std::uint16_t codes);
+  void edge(PVBid signal, bool input, std::uint16_t codes);
   bool serves(PVBid signal, bool input) const;
   bool problem(Problem number);
 
   Check& check_;
   const RowPlace& place_;
   std::vector<ScanEdge>& edges_;
+  std::unordered_map<std::int32_t, std::size_t> places_;  // in `edges_`, by signal
   bool conflict_ = false;
 };
 
@@ -50,18 +50,16 @@ bool RunCheck::serves(PVBid signal, bool input) const {
 }
 
 // Two runs that shift through one column of a signal can't both have their way.
-bool RunCheck::edge(PVBid signal, bool input, std::uint16_t codes) {
+void RunCheck::edge(PVBid signal, bool input, std::uint16_t codes) {
   const auto place = check_.places.find(signal);
-  if (place == check_.places.end()) return false;
-  const auto found = std::find_if(edges_.begin(), edges_.end(), [&](const ScanEdge& other) {
-    return other.signal == place->second;
-  });
-  ScanEdge& own = found != edges_.end() ? *found : edges_.emplace_back();
+  if (place == check_.places.end()) return;
+  const auto [found, fresh] = places_.emplace(place->second, edges_.size());
+  if (fresh) edges_.emplace_back();
+  ScanEdge& own = edges_[found->second];
   own.signal = place->second;
   std::uint16_t& side = input ? own.inCodes : own.outCodes;
   conflict_ = conflict_ || side != 0;
   side |= codes;
-  return false;
 }
 
 // Reads the cells of the chain in the run's vector.
@@ -82,8 +80,9 @@ bool RunCheck::cells(const PVBscanRun& run, const PVBsignal& chain, RunEdges use
       return true;
     }
   }
-  if (uses.in && edge(PVBinqInSignal(check_.database, run.chain), true, codes)) return true;
-  return uses.out && edge(PVBinqOutSignal(check_.database, run.chain), false, codes);
+  if (uses.in) edge(PVBinqInSignal(check_.database, run.chain), true, codes);
+  if (uses.out) edge(PVBinqOutSignal(check_.database, run.chain), false, codes);
+  return false;
 }
 
 bool RunCheck::run(const PVBscanRun& run) {
@@ -103,7 +102,7 @@ bool RunCheck::run(const PVBscanRun& run) {
 bool RunCheck::runs(const PVBrow& row) {
   PVBscanRunIterator iterator = PVBcreateScanRunIterator(check_.database, row);
   if (iterator.whole && iterator.runs.empty()) return problem(kEmptyScanRow);
-  if (!iterator.whole || iterator.runs.size() > kMostRuns) return true;
+  if (!iterator.whole) return true;
   for (const PVBid id : iterator.runs) {
     PVBscanRun fields;
     if (!PVBscanRunInq(check_.database, id, fields) || run(fields)) return true;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -103,25 +104,19 @@ bool checkSlotDirection(Check& check, const PVBtimePlate& plate, int slot) {
   return false;
 }
 
-// What a signal lacks that stands on these slots; kUnknownId for nothing.
-Problem neededSlot(const PVBtimePlate& plate, const PVBsignal& signal,
-                   std::span<const std::int32_t> slots) {
+// What a signal lacks that stands on these slots.
+std::optional<Problem> neededSlot(const PVBtimePlate& plate, const PVBsignal& signal,
+                                  std::span<const std::int32_t> slots) {
   const auto serves = [&](int direction) {
     return std::any_of(slots.begin(), slots.end(), [&](std::int32_t slot) {
       const int other = PVBtrackDirection(plate, slot);
       return other == direction || other == BIDIR || other == kUndefinedDirection;
     });
   };
-  switch (signal.direction) {
-    case INPUT:
-      return serves(INPUT) ? kUnknownId : kNeedsInputSlot;
-    case OUTPUT:
-      return serves(OUTPUT) ? kUnknownId : kNeedsOutputSlot;
-    case BIDIR:
-      return slots.empty() ? kBidirNeedsSlot : kUnknownId;
-    default:
-      return slots.empty() ? kNeedsSlot : kUnknownId;
-  }
+  if (signal.direction == INPUT && !serves(INPUT)) return kNeedsInputSlot;
+  if (signal.direction == OUTPUT && !serves(OUTPUT)) return kNeedsOutputSlot;
+  if (!slots.empty()) return std::nullopt;
+  return signal.direction == BIDIR ? kBidirNeedsSlot : kNeedsSlot;
 }
 
 bool checkDirections(Check& check, const PVBtimePlate& plate, const SignalSlots& slots) {
@@ -131,9 +126,9 @@ bool checkDirections(Check& check, const PVBtimePlate& plate, const SignalSlots&
   }
   for (std::size_t s = 0; s < check.signals.size(); ++s) {
     const CheckedSignal& signal = check.signals[s];
-    const Problem needed = neededSlot(plate, *signal.record, slots.of(s));
-    if (needed == kUnknownId) continue;
-    if (prob2(check, needed, plateItem(plate), item(sigItem, signal.id))) return true;
+    const std::optional<Problem> needed = neededSlot(plate, *signal.record, slots.of(s));
+    if (!needed) continue;
+    if (prob2(check, *needed, plateItem(plate), item(sigItem, signal.id))) return true;
   }
   return false;
 }

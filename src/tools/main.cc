@@ -7,6 +7,7 @@
 
 #include "base/errors.h"
 #include "base/temp_directory.h"
+#include "equations/checker_times.h"
 #include "tools/verbs.h"
 
 namespace {
@@ -29,5 +30,6 @@ int main(int argc, char** argv) {
   // A closed pipe shows as a failed write, with a message and an exit code.
   std::signal(SIGPIPE, SIG_IGN);
   chooseTempDirectory();
+  installCheckerTimeUpdate();
   return runCompanion(std::vector<std::string>(argv + 1, argv + argc));
 }
