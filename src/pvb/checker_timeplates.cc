@@ -205,9 +205,11 @@ bool checkSlotColumns(Check& check, const PVBtimePlate& plate, int slot, const P
     const PVBsignal* signal = PVBsignalInqByID(check.database, id);
     if (signal == nullptr || signal->type != MEM_SIGNAL) continue;
     const DataColumns columns = PVBsignalDataColumns(*signal);
-    const std::int64_t outPlace = signal->direction == BIDIR ? 2 : 1;
-    for (const auto& [lacks, place] : {std::pair(need.in && columns.in < 0, std::int64_t{1}),
-                                       {need.out && columns.out < 0, outPlace}}) {
+    // The first column of an output is its expected one.
+    const std::int64_t inPlace = signal->direction == OUTPUT ? 2 : 1;
+    const std::int64_t outPlace = 3 - inPlace;
+    for (const auto& [lacks, place] :
+         {std::pair(need.in && columns.in < 0, inPlace), {need.out && columns.out < 0, outPlace}}) {
       if (lacks && prob4(check, kSlotColumn, plateItem(plate), slotNumber(slot),
                          item(columnItem, place), item(sigItem, id))) {
         return true;
