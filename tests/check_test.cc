@@ -10,8 +10,11 @@
 #include "base/errors.h"
 #include "equations/checker_times.h"
 #include "pvb/checker.h"
+#include "pvb/database.h"
 #include "pvb/pattern.h"
 #include "pvb/scan_run.h"
+#include "storage/page.h"
+#include "storage/swapendian.h"
 #include "support/operation_world.h"
 
 namespace {
@@ -172,7 +175,7 @@ const std::vector<Sample> kSamples = {
      {{"    event 0pS S\n    event 8nS Q\n    on 3", "    event 0pS S\n    on 3"},
       {"rows main\n  row \"tp\" |11010-011-1Z\n", "rows main\n  row \"tp\" |11-Z0-011-1Z\n"}}},
     {11,
-     "signal a in slot 1 of timeplate tp does not have pattern column 1",
+     "signal a in slot 1 of timeplate tp does not have pattern column 2",
      {{"event 1nS S\n    on 1\n", "event 1nS S\n    event 2nS Q\n    on 1\n"}}},
     {12,
      "signal s has possible bus contention in pattern row 0 in main pattern: both input and output "
@@ -330,7 +333,7 @@ const std::vector<Sample> kSamples = {
 // Problems of timing generators, which no database that can be loaded has.
 const std::set<int> kWithoutSample = {57, 58, 59, 60};
 
-// What a run is changed to, which neither a dump nor the functions for runs let through.
+// What a run is changed to; neither a dump nor the functions for runs let it through.
 struct BrokenRun {
   int problem;
   PVBscanRun run;  // UNDEF: as it was
@@ -389,13 +392,16 @@ class CheckTest : public testing::Test, protected OperationWorld {
     for (const PVBmessageHeading& heading : PVBmessages(db_)) numbers.push_back(heading.number);
     return numbers;
   }
-  PVBid firstRun() const {
-    PatternWalk walk(db_, kMainPattern);
-    while (walk.next()) {
-      const RowHandle row(db_, PVBrowGet(db_, walk.entry().child));
-      if (row && row->type == ROW_SCAN) return static_cast<PVBid>(row->link);
-    }
-    return UNDEF;
+  // Overwrites the only run where its block stands.
+  void changeRun(const PVBscanRun& fields) {
+    const int runs = PVBget(db_)->patterns->runs;
+    auto* run = static_cast<PVBscanRun*>(PageGetTyped(runs, 0, typePVBscanRun));
+    ASSERT_NE(run, nullptr);
+    run->type = fields.type;
+    if (fields.chain != UNDEF) run->chain = fields.chain;
+    if (fields.state != UNDEF) run->state = fields.state;
+    PageDirty(runs, 0);
+    PageRelease(runs, 0);
   }
 
   int db_ = -1;
@@ -419,10 +425,7 @@ TEST_F(CheckTest, RaisesProblemsOfBrokenRuns) {
   for (const BrokenRun& broken : kBrokenRuns) {
     SCOPED_TRACE(broken.problem);
     make(kClean);
-    const PVBid run = firstRun();
-    PVBscanRunSetType(db_, run, broken.run.type);
-    if (broken.run.chain != UNDEF) PVBscanRunSetChain(db_, run, broken.run.chain);
-    if (broken.run.state != UNDEF) PVBscanRunSetState(db_, run, broken.run.state);
+    changeRun(broken.run);
     EXPECT_EQ(findings(broken.problem).size(), 1U);
   }
 }
