@@ -15,6 +15,7 @@
 #include "pvb/checker.h"
 #include "pvb/database.h"
 #include "pvb/row.h"
+#include "pvb/row_track.h"
 #include "pvb/signal.h"
 
 // Kinds of items; the values stand in the message store.
@@ -149,9 +150,9 @@ DataNeed dataNeed(const PVBtrack& track);
 // slot; `first[s]` to `first[s + 1]` are those of signal s.
 struct SignalSlots {
   std::vector<std::uint32_t> first;
-  std::vector<std::int32_t> slot;
+  std::vector<DirectedSlot> slot;
 
-  std::span<const std::int32_t> of(std::size_t signal) const {
+  std::span<const DirectedSlot> of(std::size_t signal) const {
     return {slot.data() + first[signal], first[signal + 1] - first[signal]};
   }
 };

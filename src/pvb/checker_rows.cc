@@ -73,6 +73,7 @@ struct SignalPlan {
 struct PlatePlan {
   const PVBtimePlate* plate = nullptr;
   SignalSlots slots;
+  std::vector<DataNeed> needs;  // by slot
   std::vector<SignalPlan> signals;
 };
 
@@ -84,7 +85,7 @@ struct PlateUse {
 
 // Outcomes are kept for so many signals of all plates together; beyond that the plans are
 // made anew as they are met.
-constexpr std::size_t kMostPlanned = std::size_t{1} << 20;
+constexpr std::size_t kMostPlanned = std::size_t{1} << 18;
 
 class RowCheck {
  public:
@@ -157,8 +158,7 @@ bool RowCheck::isAmbiguous(const PlatePlan& plan, std::size_t signal, char selec
   if (check_.signals[signal].record->multiBit == 0) return false;
   unsigned sides = 0;
   bool several = false;
-  for (const std::int32_t slot : plan.slots.of(signal)) {
-    const int direction = PVBtrackDirection(*plan.plate, slot);
+  for (const auto& [slot, direction] : plan.slots.of(signal)) {
     const unsigned own = direction == INPUT ? 1U : direction == OUTPUT ? 2U : 3U;
     several = several || (sides & own) != 0;
     sides |= own;
@@ -176,7 +176,6 @@ bool RowCheck::isAmbiguous(const PlatePlan& plan, std::size_t signal, char selec
 Outcomes RowCheck::outcomes(const PlatePlan& plan, std::size_t signal, char selector) const {
   Outcomes result;
   if (plan.plate->levels.empty()) return result;
-  const std::vector<PVBtrack>& tracks = plan.plate->levels.front().tracks;
   const bool ambiguous = isAmbiguous(plan, signal, selector);
   for (unsigned held = 0; held < result.size(); ++held) {
     Outcome& outcome = result[held];
@@ -185,7 +184,7 @@ Outcomes RowCheck::outcomes(const PlatePlan& plan, std::size_t signal, char sele
     outcome.ambiguous = ambiguous;
     for (int i = 0; i < outcome.tracks.count; ++i) {
       const auto slot = static_cast<std::size_t>(outcome.tracks.slot[static_cast<std::size_t>(i)]);
-      const DataNeed need = dataNeed(tracks[slot]);
+      const DataNeed need = plan.needs[slot];
       outcome.need.in = outcome.need.in || need.in;
       outcome.need.out = outcome.need.out || need.out;
     }
@@ -207,6 +206,10 @@ std::unique_ptr<PlatePlan> RowCheck::compile(const PVBtimePlate& plate) const {
   auto plan = std::make_unique<PlatePlan>();
   plan->plate = &plate;
   plan->slots = slotsOfSignals(check_, plate);
+  if (!plate.levels.empty()) {
+    for (const PVBtrack& track : plate.levels.front().tracks)
+      plan->needs.push_back(dataNeed(track));
+  }
   plan->signals.reserve(check_.signals.size());
   for (std::size_t s = 0; s < check_.signals.size(); ++s) {
     plan->signals.push_back(planSignal(*plan, s));
@@ -233,7 +236,10 @@ Outcomes& RowCheck::outcomesFor(PlatePlan& plan, std::size_t signal, const PVBro
   const char selector = PVBrowSelector(database_, *check_.signals[signal].record, row);
   if (selector == kNoSelector) return own.byData;
   std::unique_ptr<Outcomes>& place = own.bySelector[selector];
-  if (!place) place = std::make_unique<Outcomes>(outcomes(plan, signal, selector));
+  if (!place) {
+    place = std::make_unique<Outcomes>(outcomes(plan, signal, selector));
+    ++planned_;
+  }
   return *place;
 }
 
@@ -412,12 +418,10 @@ void RowCheck::observeEdge(const PlatePlan& plan, std::size_t signal, const Outc
 
 bool RowCheck::checkForSample(PlatePlan& plan, std::size_t signal, const PVBrow& row,
                               const ScanEdge* edge) {
-  Columns codes = codesOf(plan, signal, row);
-  if (edge != nullptr) {
-    codes.in += edge->inCodes != 0;
-    codes.out += edge->outCodes != 0;
-  }
-  const unsigned held = heldBy(codes);
+  const Columns codes = codesOf(plan, signal, row);
+  unsigned held = heldBy(codes);
+  if (edge != nullptr && edge->inCodes != 0) held |= kHoldsIn;
+  if (edge != nullptr && edge->outCodes != 0) held |= kHoldsOut;
   Outcome& outcome = outcomesFor(plan, signal, row)[held];
   if (!outcome.seen) markUsed(plan, outcome);
   if (edge == nullptr) {

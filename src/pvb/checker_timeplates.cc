@@ -105,12 +105,11 @@ bool checkSlotDirection(Check& check, const PVBtimePlate& plate, int slot) {
 }
 
 // What a signal lacks that stands on these slots.
-std::optional<Problem> neededSlot(const PVBtimePlate& plate, const PVBsignal& signal,
-                                  std::span<const std::int32_t> slots) {
+std::optional<Problem> neededSlot(const PVBsignal& signal, std::span<const DirectedSlot> slots) {
   const auto serves = [&](int direction) {
-    return std::any_of(slots.begin(), slots.end(), [&](std::int32_t slot) {
-      const int other = PVBtrackDirection(plate, slot);
-      return other == direction || other == BIDIR || other == kUndefinedDirection;
+    return std::any_of(slots.begin(), slots.end(), [&](const DirectedSlot& slot) {
+      return slot.direction == direction || slot.direction == BIDIR ||
+             slot.direction == kUndefinedDirection;
     });
   };
   if (signal.direction == INPUT && !serves(INPUT)) return kNeedsInputSlot;
@@ -126,7 +125,7 @@ bool checkDirections(Check& check, const PVBtimePlate& plate, const SignalSlots&
   }
   for (std::size_t s = 0; s < check.signals.size(); ++s) {
     const CheckedSignal& signal = check.signals[s];
-    const std::optional<Problem> needed = neededSlot(plate, *signal.record, slots.of(s));
+    const std::optional<Problem> needed = neededSlot(*signal.record, slots.of(s));
     if (!needed) continue;
     if (prob2(check, *needed, plateItem(plate), item(sigItem, signal.id))) return true;
   }
@@ -162,12 +161,11 @@ class SelectorUse {
 };
 
 bool checkSignalSelectors(Check& check, const PVBtimePlate& plate, const CheckedSignal& signal,
-                          std::span<const std::int32_t> slots) {
+                          std::span<const DirectedSlot> slots) {
   SelectorUse use;
   unsigned plainSides = 0;
   bool extra = false;
-  for (const std::int32_t slot : slots) {
-    const int direction = PVBtrackDirection(plate, slot);
+  for (const auto& [slot, direction] : slots) {
     const unsigned sides = direction == INPUT ? 1U : direction == OUTPUT ? 2U : 3U;
     const std::string selectors = selectorsOf(trackOf(plate, slot));
     // A signal that can't select in its rows has one slot of a side, whatever it bears.
@@ -331,9 +329,11 @@ SignalSlots slotsOfSignals(const Check& check, const PVBtimePlate& plate) {
   found.erase(std::unique(found.begin(), found.end(), same), found.end());
   SignalSlots result;
   result.first.assign(check.signals.size() + 1, 0);
+  std::vector<int> directions;
+  for (int slot = 0; slot < slots; ++slot) directions.push_back(PVBtrackDirection(plate, slot));
   for (const SlotSignal& entry : found) {
     ++result.first[static_cast<std::size_t>(entry.signal) + 1];
-    result.slot.push_back(entry.slot);
+    result.slot.push_back({entry.slot, directions[static_cast<std::size_t>(entry.slot)]});
   }
   for (std::size_t s = 1; s < result.first.size(); ++s) result.first[s] += result.first[s - 1];
   return result;

@@ -17,12 +17,15 @@ struct SlotChoice {
   std::int32_t both = kNoTrack;
 };
 
+void offerSlot(SlotChoice& choice, const DirectedSlot& slot) {
+  std::int32_t& place = slot.direction == INPUT    ? choice.in
+                        : slot.direction == OUTPUT ? choice.out
+                                                   : choice.both;
+  if (place == kNoTrack) place = slot.slot;
+}
+
 void offerSlot(SlotChoice& choice, const PVBtimePlate& plate, std::int32_t slot) {
-  const int direction = PVBtrackDirection(plate, slot);
-  std::int32_t& place = direction == INPUT    ? choice.in
-                        : direction == OUTPUT ? choice.out
-                                              : choice.both;
-  if (place == kNoTrack) place = slot;
+  offerSlot(choice, {slot, PVBtrackDirection(plate, slot)});
 }
 
 bool isSelectedBy(const PVBtrack& wave, char selector) {
@@ -30,16 +33,16 @@ bool isSelectedBy(const PVBtrack& wave, char selector) {
 }
 
 // The first slot of each direction among some; with a selector only those that it names.
-SlotChoice scanSome(const PVBtimePlate& plate, std::span<const std::int32_t> slots, char selector) {
+SlotChoice scanSome(const PVBtimePlate& plate, std::span<const DirectedSlot> slots, char selector) {
   SlotChoice choice;
   if (plate.levels.empty()) return choice;
   const std::vector<PVBtrack>& tracks = plate.levels.front().tracks;
-  for (const std::int32_t slot : slots) {
-    const auto t = static_cast<std::size_t>(slot);
+  for (const DirectedSlot& slot : slots) {
+    const auto t = static_cast<std::size_t>(slot.slot);
     if (t >= tracks.size() || (selector != kNoSelector && !isSelectedBy(tracks[t], selector))) {
       continue;
     }
-    offerSlot(choice, plate, slot);
+    offerSlot(choice, slot);
   }
   return choice;
 }
@@ -117,7 +120,7 @@ RowTracks PVBfindTracks(const PVBsignal& signal, const PVBtimePlate& plate, char
   return chooseByData(allSlots(plate, signal.id), inData, outData);
 }
 
-RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const std::int32_t> slots,
+RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const DirectedSlot> slots,
                              char selector, bool inData, bool outData) {
   if (selector != kNoSelector) {
     const SlotChoice named = scanSome(plate, slots, selector);
