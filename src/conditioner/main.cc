@@ -7,11 +7,13 @@
 #include "base/program.h"
 #include "conditioner/params.h"
 #include "conditioner/run.h"
+#include "equations/checker_times.h"
 
 int main(int argc, char** argv) {
   PBprogramName = "PVConditioner";
   if (PBstartProgram(kProgramTitle, kProgramVersion) != 0) return 1;
   closeDatabasesAfterFailedCheck();
+  installCheckerTimeUpdate();
   run.debugStream = stdout;
   PBerrClear();
   const std::span<const char* const> words(argv, static_cast<std::size_t>(argc));

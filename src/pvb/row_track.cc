@@ -17,16 +17,34 @@ struct SlotChoice {
   std::int32_t both = kNoTrack;
 };
 
+void offerSlot(SlotChoice& choice, const DirectedSlot& slot) {
+  std::int32_t& place = slot.direction == INPUT    ? choice.in
+                        : slot.direction == OUTPUT ? choice.out
+                                                   : choice.both;
+  if (place == kNoTrack) place = slot.slot;
+}
+
 void offerSlot(SlotChoice& choice, const PVBtimePlate& plate, std::int32_t slot) {
-  const int direction = PVBtrackDirection(plate, slot);
-  std::int32_t& place = direction == INPUT    ? choice.in
-                        : direction == OUTPUT ? choice.out
-                                              : choice.both;
-  if (place == kNoTrack) place = slot;
+  offerSlot(choice, {slot, PVBtrackDirection(plate, slot)});
 }
 
 bool isSelectedBy(const PVBtrack& wave, char selector) {
   return wave.selector == selector || PVBwaveSelectors(wave).find(selector) != std::string::npos;
+}
+
+// The first slot of each direction among some; with a selector only those that it names.
+SlotChoice scanSome(const PVBtimePlate& plate, std::span<const DirectedSlot> slots, char selector) {
+  SlotChoice choice;
+  if (plate.levels.empty()) return choice;
+  const std::vector<PVBtrack>& tracks = plate.levels.front().tracks;
+  for (const DirectedSlot& slot : slots) {
+    const auto t = static_cast<std::size_t>(slot.slot);
+    if (t >= tracks.size() || (selector != kNoSelector && !isSelectedBy(tracks[t], selector))) {
+      continue;
+    }
+    offerSlot(choice, slot);
+  }
+  return choice;
 }
 
 // The first slot of each direction that holds the signal; with a selector only those
@@ -100,6 +118,15 @@ RowTracks PVBfindTracks(const PVBsignal& signal, const PVBtimePlate& plate, char
     if (anySlot(named)) return chooseByData(named, inData, outData);
   }
   return chooseByData(allSlots(plate, signal.id), inData, outData);
+}
+
+RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const DirectedSlot> slots,
+                             char selector, bool inData, bool outData) {
+  if (selector != kNoSelector) {
+    const SlotChoice named = scanSome(plate, slots, selector);
+    if (anySlot(named)) return chooseByData(named, inData, outData);
+  }
+  return chooseByData(scanSome(plate, slots, kNoSelector), inData, outData);
 }
 
 char PVBrowSelector(int database, const PVBsignal& signal, const PVBrow& row) {

@@ -7,6 +7,7 @@
 
 #include "base/errors.h"
 #include "base/temp_directory.h"
+#include "equations/checker_times.h"
 #include "tools/verbs.h"
 
 namespace {
@@ -31,5 +32,6 @@ int main(int argc, char** argv) {
   // So does a file that gets longer than a limit of the system allows.
   std::signal(SIGXFSZ, SIG_IGN);
   chooseTempDirectory();
+  installCheckerTimeUpdate();
   return runCompanion(std::vector<std::string>(argv + 1, argv + argc));
 }

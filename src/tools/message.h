@@ -92,6 +92,7 @@ enum MessageCode : int {
   kPropertiesNotReadable = 502,
   kVectorsNotReadable = 503,
   kEquationsNotReadable = 504,
+  kNotCheckable = 505,
 
   kNotComparable = 601,
   kNoSuchSignal = 602,

@@ -196,6 +196,9 @@ constexpr std::array kTable = {
     MessageRow{kEquationsNotReadable, "equation data can't be read",
                "Correct \"pvb.sdb\", which is text, or restore it from a copy.",
                "The file of the equation data has a line that isn't understood, or ends early."},
+    MessageRow{kNotCheckable, "database can't be checked", "`pvb verify` tells what is wrong.",
+               "What the check walks is damaged: a group that names a signal that isn't there, a "
+               "tree or a row that can't be read, or there are more signals than it takes."},
 
     MessageRow{kNotComparable, "pattern can't be compared", "`pvb verify` tells what is wrong.",
                "A tree or a row can't be read, a subroutine calls itself or doesn't exist, or the "

@@ -8,6 +8,7 @@
 
 #include "base/errors.h"
 #include "tools/build.h"
+#include "tools/check.h"
 #include "tools/diff.h"
 #include "tools/dump.h"
 #include "tools/export.h"
@@ -25,7 +26,7 @@ namespace {
 int runHelp(std::span<const std::string> arguments);
 int runExplain(std::span<const std::string> arguments);
 
-constexpr std::array<Verb, 10> kVerbs = {{
+constexpr std::array<Verb, 11> kVerbs = {{
     {"import",
      "make a database from a pattern of another program",
      "FILE -o DB [options]",
@@ -108,6 +109,17 @@ constexpr std::array<Verb, 10> kVerbs = {{
      {"pvb verify design.pvb", "pvb verify design.pvb --json",
       "pvb verify design.pvb && cp -r design.pvb backup.pvb"},
      runVerify},
+    {"check",
+     "check what a database says",
+     "DB [--full] [--limit N] [--errors-only] [--store] [--format FORM]",
+     "Looks for what is inconsistent in signals and groups, timeplates, equations and rows: data "
+     "that no track takes, tracks without data, slots of a wrong direction, timing that no row "
+     "uses. Some findings are errors, others warnings; `pvb verify` tells whether the files "
+     "themselves are sound. The database isn't changed, but with --store the findings and "
+     "counters are saved in it.",
+     {"pvb check design.pvb", "pvb check design.pvb --full --limit 1000 --json",
+      "pvb check design.pvb --errors-only && echo good"},
+     runCheck},
     {"explain",
      "tell more about a message",
      "CODE",
