@@ -8,11 +8,12 @@
 
 namespace {
 
-// Rows of PBconditionerError.
-constexpr int kNoSuchDatabase = 23;
-constexpr int kCannotOpen = 50;
-// Room for the rows that a pass holds at once.
-constexpr int kBuffers = 8;
+constexpr int kBuffers = 4;
+
+int refuse(int message, std::string_view function, const std::string& path) {
+  PBerrPush(PBconditionerError, message, function, path);
+  return -1;
+}
 
 }  // namespace
 
@@ -20,12 +21,15 @@ int openWorkingDatabase(std::string_view function, const std::string& source,
                         const std::optional<std::string>& destination, FILE* report) {
   if (!PVBexists(source)) {
     errno = 0;
-    PBerrPush(PBconditionerError, kNoSuchDatabase, function, source);
-    return -1;
+    return refuse(kNoSuchDatabase, function, source);
   }
   if (destination && !copySrcToDstPVB(source, *destination, report)) return -1;
-  const std::string& path = destination ? *destination : source;
-  const int database = PVBopenAny(path, true, 0, kBuffers, kAllSections, false);
-  if (database < 0) PBerrPush(PBconditionerError, kCannotOpen, function, path);
-  return database;
+  return reopenWorkingDatabase(function, destination.value_or(source));
+}
+
+int reopenWorkingDatabase(std::string_view function, const std::string& path) {
+  errno = 0;
+  // A database without rows gets the least width; any other keeps what it has.
+  const int database = PVBopenAny(path, true, 1, kBuffers, kAllSections, false);
+  return database >= 0 ? database : refuse(kCannotOpen, function, path);
 }
