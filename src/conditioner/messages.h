@@ -7,6 +7,7 @@
 
 enum ConditionerMessage : int {
   kCopyOperationFailed = 3,
+  kFlattenFailed = 8,
   kDeleteFailed = 10,
   kOptimizerFailed = 11,
   kCommandLine = 12,
