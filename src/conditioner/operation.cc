@@ -1,6 +1,7 @@
 #include "conditioner/operation.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/errors.h"
 #include "base/text.h"
@@ -10,6 +11,9 @@
 #include "conditioner/copy.h"
 #include "conditioner/flatten.h"
 #include "conditioner/merge.h"
+#include "conditioner/run.h"
+#include "timeplate/timeplate_rename.h"
+#include "timeplate/tp_optimize.h"
 
 namespace {
 
@@ -43,6 +47,18 @@ int doFlatten(OpSpec& op, RegionTable& regions) {
   return doAddCompression(op, regions);
 }
 int doAnnotateVectors(OpSpec& op, RegionTable&) { return annotateVectors(op.src1, op.src2); }
+// The path of an operand's database.
+std::optional<std::string> pathOf(const PVBregion* operand) {
+  return operand != nullptr ? std::optional(operand->pvbName) : std::nullopt;
+}
+int doTimeplateOptimize(OpSpec& op, RegionTable&) {
+  const TpOptimizations wanted = {op.deleteDuplicateTps, op.deleteUnusedTps, op.deleteUnusedTracks,
+                                  op.annotateRowsWithTp, op.clockShapes};
+  return tpOptimize(pathOf(op.src1), pathOf(op.src2), wanted, run.reportStream);
+}
+int doTimeplateRename(OpSpec& op, RegionTable&) {
+  return timeplateRename(pathOf(op.src1), pathOf(op.src2), run.reportStream);
+}
 
 // --- The table -----------------------------------------------------------------------
 
@@ -58,8 +74,9 @@ constexpr Operation kOperations[] = {
     {kOpFlatten, "flatten", nullptr, "flatten", 8, doFlatten},
     {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, doAddCompression},
     {kOpDuplicateRow, nullptr, "duplicateRow", nullptr, kNoFailureIndex, nullptr},
-    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, nullptr},
-    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9, nullptr},
+    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, doTimeplateOptimize},
+    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9,
+     doTimeplateRename},
     {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, doAnnotateVectors},
     {kOpMuxify, "muxify", nullptr, "muxify", 87, nullptr},
 };

@@ -176,9 +176,8 @@ RowChange fixTpRowRef(const TpOptimization& work, PVBrow& row, bool annotateRows
 }
 
 bool fixTpRowRefs(const TpOptimization& work, bool annotateRows) {
-  return PVBrewriteAllRows(work.database, "fixTpRowRefs", [&](PVBrow& row) {
-    return fixTpRowRef(work, row, annotateRows);
-  });
+  return PVBrewriteAllRows(work.database, "fixTpRowRefs",
+                           [&](PVBrow& row) { return fixTpRowRef(work, row, annotateRows); });
 }
 
 void reportDuplicates(const TpOptimization& work) {
@@ -188,8 +187,7 @@ void reportDuplicates(const TpOptimization& work) {
       "======================  ======================\n",
       work.report);
   for (const auto& [duplicate, master] : work.tpDuplicates) {
-    fmt::fprintf(work.report, "%-22s  %s\n",
-                 tpName(*PVBtimePlateInqByID(work.database, master)),
+    fmt::fprintf(work.report, "%-22s  %s\n", tpName(*PVBtimePlateInqByID(work.database, master)),
                  tpName(*PVBtimePlateInqByID(work.database, duplicate)));
   }
   std::fputc('\n', work.report);

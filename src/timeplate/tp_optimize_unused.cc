@@ -12,10 +12,14 @@ namespace {
 
 const char* directionWord(int direction) {
   switch (direction) {
-    case INPUT: return "input";
-    case OUTPUT: return "output";
-    case BIDIR: return "bidir";
-    default: return "undef";
+    case INPUT:
+      return "input";
+    case OUTPUT:
+      return "output";
+    case BIDIR:
+      return "bidir";
+    default:
+      return "undef";
   }
 }
 
