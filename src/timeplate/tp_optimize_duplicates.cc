@@ -13,6 +13,7 @@
 
 #include "base/errors.h"
 #include "pvb/annotate.h"
+#include "pvb/pattern.h"
 #include "pvb/row_rewrite.h"
 #include "pvb/signal.h"
 #include "timeplate/tp_optimize_internal.h"
@@ -205,6 +206,8 @@ bool tpDeleteDuplicateTimeplates(TpOptimization& work, bool annotateRows) {
   fmt::fprintf(stderr, "Deleting %lu duplicate timeplates...\n", work.tpDuplicates.size());
   reportDuplicates(work);
   if (!fixTpRowRefs(work, annotateRows)) return false;
+  // Rows reach the disk before the timeplates go that they named.
+  if (PVBpatternSave(work.database, {}) != 0) return false;
   for (const auto& [duplicate, master] : work.tpDuplicates) {
     PVBtimePlateDelete(work.database, duplicate);
   }
