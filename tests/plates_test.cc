@@ -73,9 +73,10 @@ void expectOptimized(const Outcome& outcome, const std::string& err, const std::
 
 // --- Unused tracks and timeplates ----------------------------------------------------
 
-// Timeplate "used" has rows, "spare" none.
+// Timeplate "tp" has rows, "spare one" none: its name is a whole one, blank and all.
 DatabaseText twoPlates() {
-  DatabaseText text = smallChip().plate("spare", "20nS", {{"a", "0pS S", ""}, {"y", "0pS X", ""}});
+  DatabaseText text =
+      smallChip().plate("spare one", "20nS", {{"a", "0pS S", ""}, {"y", "0pS X", ""}});
   return text.rows(steps("tp", {"11", "00"}));
 }
 
@@ -98,7 +99,7 @@ TEST_F(PlatesTest, DeletesUnusedTimeplatesInPlaceAndInACopy) {
   build("A", twoPlates());
   build("dest", twoPlates());
   const std::string report =
-      "\nUNUSED TIMEPLATES (deleted)\n===========================\nspare\n\n";
+      "\nUNUSED TIMEPLATES (deleted)\n===========================\nspare one\n\n";
   expectOptimized(optimize("Tps", "dest", ""), "Deleting 1 unused timeplates...\n", report);
   EXPECT_EQ(names("dest"), "tp");
   expectOptimized(optimize("Tps"), "Deleting 1 unused timeplates...\n", kCopied + report);
@@ -108,15 +109,7 @@ TEST_F(PlatesTest, DeletesUnusedTimeplatesInPlaceAndInACopy) {
                   kNoPlates);
 }
 
-TEST_F(PlatesTest, NamesWithBlanksAreWholeNames) {
-  build("A", smallChip()
-                 .plate("tp two", "20nS", {{"a", "0pS S", ""}, {"y", "0pS X", ""}})
-                 .rows(steps("tp", {"11"})));
-  EXPECT_EQ(optimize("Tps").exitCode, 0);
-  EXPECT_EQ(names("dest"), "tp");
-}
-
-// The tracks 2 and 4 of an extended database are chosen by no row.
+// An extended database where the rows choose the track of "a" by its selector.
 std::string selectedTracks(const std::vector<std::pair<std::string, std::string>>& tracks,
                            const std::vector<std::string>& rows) {
   std::vector<TrackText> texts;
@@ -128,10 +121,8 @@ std::string selectedTracks(const std::vector<std::pair<std::string, std::string>
   const auto replace = [&](const std::string& from, const std::string& to) {
     text.replace(text.find(from), from.size(), to);
   };
-  replace("in=0", "in=0 multi-bit=1 bit-in=2 bit-out=3");
-  replace("direction=input", "direction=input");
+  replace("in=0\n", "in=0 multi-bit=1 bit-in=2 bit-out=3\n  bit-tracks 2 3\n");
   replace("next-column=2", "next-column=4");
-  replace("bit-in=2 bit-out=3\n", "bit-in=2 bit-out=3\n  bit-tracks 2 3\n");
   for (const auto& [selector, events] : tracks) {
     replace("    track\n", "    track selector=\"" + selector + "\"\n");
   }
@@ -201,10 +192,10 @@ TEST_F(PlatesTest, AnnotatesEveryRowWithTheNameItHad) {
   // A row without comments stops the pass, and everything stays; kept on purpose.
   build("A", twoPlates().plate("again", "20nS", {{"a", "0pS S", ""}, {"y", "0pS X", ""}}));
   EXPECT_EQ(optimize("Dups Annotate").exitCode, 0);
-  EXPECT_EQ(names("dest"), "tp spare again");
+  EXPECT_EQ(names("dest"), "tp spare one again");
   EXPECT_EQ(rowsOf("dest"), rowsOf("A"));
   EXPECT_EQ(optimize("Dups").exitCode, 0);
-  EXPECT_EQ(names("dest"), "tp spare");
+  EXPECT_EQ(names("dest"), "tp spare one");
 }
 
 // --- Clock shapes --------------------------------------------------------------------
