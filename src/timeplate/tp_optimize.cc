@@ -61,8 +61,10 @@ class StateObserver {
   static constexpr int kPrimaryColumn = 0;
 };
 
-bool scanObserved(TpOptimization& work) {
-  const StateObserver observer(work.tpTrackStates);
+// The states are for the clocks only.
+bool firstScan(TpOptimization& work, bool observed) {
+  std::optional<StateObserver> observer;
+  if (observed) observer.emplace(work.tpTrackStates);
   return tpScanForUnused(work);
 }
 
@@ -136,7 +138,7 @@ int tpOptimize(const std::optional<std::string>& source,
   if (work.database < 0) return -2;
   const std::string path = destination.value_or(*source);
 
-  if (!scanObserved(work)) return -2;
+  if (!firstScan(work, wanted.clockShapes)) return -2;
   if (wanted.clockShapes && simplifyClocks(work, path, deletesAnything(wanted)) != 0) return -2;
   deleteWanted(work, wanted);
   return saveAndClose(work.database, path);
