@@ -10,6 +10,16 @@ using MessageTable = std::span<const char* const>;
 
 // The conditioner's messages: "%s" slot one is the reporting function.
 extern const MessageTable PBconditionerError;
+// Its rows about whole databases, which several floors push.
+enum DatabaseMessage : int {
+  kNoSuchDatabase = 23,
+  kSameDatabase = 48,
+  kCannotOpen = 50,
+  kCannotClose = 80,
+  kCannotSave = 81,
+  kCopyFailed = 82,
+  kFunctionAndText = 88,
+};
 // What PBpostError codes mean; code 0 leaves its whole meaning to the detail.
 extern const MessageTable PBnumberedError;
 // Levels of tpNotice.

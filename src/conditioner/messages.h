@@ -1,9 +1,13 @@
 #pragma once
 
-// Names for the rows of PBconditionerError that the front end pushes.
+// Names for the rows of PBconditionerError that only operations push; those that lower
+// floors push too stand in base/messages.h.
+
+#include "base/messages.h"
 
 enum ConditionerMessage : int {
   kCopyOperationFailed = 3,
+  kFlattenFailed = 8,
   kDeleteFailed = 10,
   kOptimizerFailed = 11,
   kCommandLine = 12,
@@ -14,7 +18,6 @@ enum ConditionerMessage : int {
   kNoFileName = 18,
   kNoSuchFile = 21,
   kTooManyTimePlates = 22,
-  kNoSuchDatabase = 23,
   kSignalsDisjoint = 24,
   kTwoColumns = 25,
   kSheetsOverlap = 26,
@@ -35,17 +38,11 @@ enum ConditionerMessage : int {
   kStartMisaligned = 45,
   kStopMisaligned = 46,
   kIncompatiblePmodes = 47,
-  kSameDatabase = 48,
   kSameReference = 49,
-  kCannotOpen = 50,
   kCompression = 51,
   kTooManyDisjoint = 52,
   kThirdOperandMissing = 64,
-  kCannotClose = 80,
-  kCannotSave = 81,
-  kCopyFailed = 82,
   kNoPatternRows = 84,
   kConcatFailed = 85,
-  kFunctionAndText = 88,
   kText = 90,
 };

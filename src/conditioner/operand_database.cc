@@ -1,11 +1,15 @@
 #include "conditioner/operand_database.h"
 
 #include <cerrno>
+#include <optional>
+#include <string>
 
 #include "base/errors.h"
 #include "base/platform.h"
 #include "conditioner/messages.h"
+#include "conditioner/run.h"
 #include "pvb/database.h"
+#include "timeplate/working_database.h"
 
 namespace {
 
@@ -55,6 +59,12 @@ int clearDestination(std::string_view function, const PVBregion& dest,
 int openDestination(std::string_view function, PVBregion& dest, bool upgrade) {
   dest.pvbHandle = open(function, dest.pvbName, true, upgrade);
   return dest.pvbHandle >= 0 ? 0 : -2;
+}
+
+int openWorking(std::string_view function, const PVBregion& source, const PVBregion* dest) {
+  std::optional<std::string> destination;
+  if (dest != nullptr) destination = dest->pvbName;
+  return openWorkingDatabase(function, source.pvbName, destination, run.reportStream);
 }
 
 void closeOperands(std::string_view function, PVBregion& dest,

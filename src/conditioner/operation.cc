@@ -1,12 +1,19 @@
 #include "conditioner/operation.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "conditioner/add_compression.h"
+#include "conditioner/annotate.h"
 #include "conditioner/concat.h"
 #include "conditioner/copy.h"
+#include "conditioner/flatten.h"
 #include "conditioner/merge.h"
+#include "conditioner/run.h"
+#include "timeplate/timeplate_rename.h"
+#include "timeplate/tp_optimize.h"
 
 namespace {
 
@@ -27,6 +34,31 @@ int doInsert(OpSpec& op, RegionTable&) {
   return concat(given(op.dest), given(op.src1), given(op.src2), kPrepend);
 }
 int doCopy(OpSpec& op, RegionTable&) { return copy(given(op.src2), given(op.src1)); }
+int doAddCompression(OpSpec& op, RegionTable&) {
+  return AddCompression(op.dest, given(op.src1), op.loopBlockSize, op.repeatKeyword,
+                        op.loopKeyword);
+}
+// The compression that follows is that of an operation without a destination and keywords,
+// so it looks at the comments of the source. Kept on purpose; when it fails, the message is
+// that of a compression.
+int doFlatten(OpSpec& op, RegionTable& regions) {
+  if (flatten(given(op.src1), op.src2) != 0) return -2;
+  op.type = kOpAddCompression;
+  return doAddCompression(op, regions);
+}
+int doAnnotateVectors(OpSpec& op, RegionTable&) { return annotateVectors(op.src1, op.src2); }
+// The path of an operand's database.
+std::optional<std::string> pathOf(const PVBregion* operand) {
+  return operand != nullptr ? std::optional(operand->pvbName) : std::nullopt;
+}
+int doTimeplateOptimize(OpSpec& op, RegionTable&) {
+  const TpOptimizations wanted = {op.deleteDuplicateTps, op.deleteUnusedTps, op.deleteUnusedTracks,
+                                  op.annotateRowsWithTp, op.clockShapes};
+  return tpOptimize(pathOf(op.src1), pathOf(op.src2), wanted, run.reportStream);
+}
+int doTimeplateRename(OpSpec& op, RegionTable&) {
+  return timeplateRename(pathOf(op.src1), pathOf(op.src2), run.reportStream);
+}
 
 // --- The table -----------------------------------------------------------------------
 
@@ -39,12 +71,13 @@ constexpr Operation kOperations[] = {
     {kOpAdd, nullptr, "add", "adds", 5, nullptr},
     {kOpCut, nullptr, "cut", "cut", 6, nullptr},
     {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, deleteDB},
-    {kOpFlatten, "flatten", nullptr, "flatten", 8, nullptr},
-    {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, nullptr},
+    {kOpFlatten, "flatten", nullptr, "flatten", 8, doFlatten},
+    {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, doAddCompression},
     {kOpDuplicateRow, nullptr, "duplicateRow", nullptr, kNoFailureIndex, nullptr},
-    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, nullptr},
-    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9, nullptr},
-    {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, nullptr},
+    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, doTimeplateOptimize},
+    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9,
+     doTimeplateRename},
+    {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, doAnnotateVectors},
     {kOpMuxify, "muxify", nullptr, "muxify", 87, nullptr},
 };
 

@@ -64,7 +64,9 @@ int runOperations() {
     }
     const Operation& operation = operations()[kind];
     if (carryOut(operation, op) != 0) {
-      PBerrPush(PBconditionerError, operation.failureIndex, "main");
+      // The handler says which pass it was, of an operation that has more than one.
+      const int failed = operations()[static_cast<std::size_t>(op.type)].failureIndex;
+      PBerrPush(PBconditionerError, failed, "main");
       fatalExit();
     }
   }

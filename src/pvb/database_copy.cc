@@ -17,11 +17,6 @@ namespace {
 constexpr std::string_view kFunction = "copySrcToDstPVB";
 constexpr std::string_view kHeaderFile = "pvb.h";
 
-// Rows of PBconditionerError.
-constexpr int kSameDatabase = 48;
-constexpr int kCopyFailed = 82;
-constexpr int kFunctionAndText = 88;
-
 template <typename... Args>
 bool fail(int message, const Args&... args) {
   PBerrPush(PBconditionerError, message, kFunction, args...);

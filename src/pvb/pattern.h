@@ -159,7 +159,7 @@ int PVBsubroutineByNameNoCase(int database, std::string_view name);
 
 // Walks the rows of a pattern in order, with their row numbers and nesting: a loop
 // row, its body, the end row. Calls aren't followed. The pattern must not change
-// meanwhile; PVBrowGet(entry.child) gives the row itself.
+// meanwhile but through `update`; PVBrowGet(entry.child) gives the row itself.
 class PatternWalk {
  public:
   PatternWalk(int database, int pattern);
@@ -170,10 +170,15 @@ class PatternWalk {
   std::uint32_t rowNumber() const { return rowNumber_; }
   // Loops around the row.
   int depth() const { return static_cast<int>(levels_.size()) - 1 - (entered_ ? 1 : 0); }
+  // Takes over what was changed in the row that the walk is at, as PVBrowUpdate does, but
+  // without a search as long as the row's length in time, rows and cycles stays. 0 or -2.
+  int update(PVBrow& row);
 
  private:
   void enter(std::uint32_t root);
 
+  int database_;
+  int pattern_;
   int nodes_ = -1;
   std::uint32_t nodesLeft_ = 0;  // of the file, to be met by all levels together
   std::vector<TreeCursor> levels_;

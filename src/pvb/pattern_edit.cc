@@ -95,9 +95,6 @@ int propagateChange(int database, PVBpatternData& data, int pattern,
   return noteChange(database, data, pattern) == 0 ? result : -2;
 }
 
-namespace {
-
-// The plate of a row counts as used from now on.
 void markTimePlate(int database, const PVBrow& row) {
   if (!hasTimePlate(row.type) || row.timeplate == kNoTimePlate) return;
   const PVBdatabase* slot = PVBget(database);
@@ -105,6 +102,8 @@ void markTimePlate(int database, const PVBrow& row) {
   PVBtimePlate* plate = PVBtimePlateInqByID(database, row.timeplate);
   if (plate != nullptr) plate->used = true;
 }
+
+namespace {
 
 // --- Rows of loops -------------------------------------------------------------------
 

@@ -87,6 +87,8 @@ class RowSearch {
 
 // --- Changing (pattern_edit.cc) ------------------------------------------------------
 
+// The plate of a row counts as used from now on.
+void markTimePlate(int database, const PVBrow& row);
 // Brings the entries of the loops around a changed tree up to date, then what
 // stands on the pattern's sums.
 int propagateChange(int database, PVBpatternData& data, int pattern,

@@ -37,7 +37,7 @@
 
 namespace {
 
-constexpr int kCannotOpen = 81;
+constexpr int kOpenFailed = 81;
 constexpr int kWriteFailed = 85;
 constexpr int kBadFormat = 87;
 
@@ -179,7 +179,7 @@ int SignalDataRead(int database, PVBsignalData& data) {
   const SectionOpen opened = in.open(path);
   if (opened == SectionOpen::missing) return 0;
   if (opened == SectionOpen::failed) {
-    PBpostError("SignalDataRead", kCannotOpen, path);
+    PBpostError("SignalDataRead", kOpenFailed, path);
     return -2;
   }
   errno = 0;
@@ -288,7 +288,7 @@ int SignalDataWrite(int database, const std::string& directory) {
   const std::string path = PVBfilePath(toHome ? home : directory, "pvb.s");
   SectionWriter out;
   if (!out.open(path, SectionWriter::Storage::plain)) {
-    PBpostError("SignalDataWrite", kCannotOpen, path);
+    PBpostError("SignalDataWrite", kOpenFailed, path);
     return -2;
   }
   writeFile(out, *data, PVBmodelExtended(database, true) ? kExtendedFile : kClassicFile);

@@ -127,6 +127,9 @@ class TreeCursor {
 
   // The next entry; false at the end and after a fault.
   bool next(PVBnodeEntry& entry);
+  // Replaces the entry that `next` gave last by one with the same row and sums. False
+  // when it is another one by now.
+  bool replace(const PVBnodeEntry& entry);
   bool failed() const { return failed_; }
   std::uint32_t nodesLeft() const { return nodesLeft_; }
   void setNodesLeft(std::uint32_t nodes) { nodesLeft_ = nodes; }

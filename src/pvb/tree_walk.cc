@@ -46,6 +46,18 @@ bool TreeCursor::next(PVBnodeEntry& entry) {
   return false;
 }
 
+bool TreeCursor::replace(const PVBnodeEntry& entry) {
+  if (path_.empty() || path_.back().index == 0) return false;
+  const std::uint32_t index = path_.back().index - 1;
+  NodeHandle node = getNode(file_, path_.back().node);
+  if (!node || node->leaf != 1 || index >= node->count) return false;
+  PVBnodeEntry& place = node->entries[index];
+  if (place.child != entry.child || sumsOf(place) != sumsOf(entry)) return false;
+  place = entry;
+  node.markDirty();
+  return true;
+}
+
 // --- Freeing -------------------------------------------------------------------------
 
 namespace {

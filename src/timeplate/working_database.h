@@ -13,3 +13,5 @@
 // doesn't exist, the copy or the opening fails).
 int openWorkingDatabase(std::string_view function, const std::string& source,
                         const std::optional<std::string>& destination, FILE* report);
+// Opens a working database again, by its path: its slot, or -1 after a push.
+int reopenWorkingDatabase(std::string_view function, const std::string& path);
