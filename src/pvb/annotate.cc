@@ -9,8 +9,6 @@
 namespace {
 
 constexpr std::string_view kFunction = "annotateVector";
-// A row of PBconditionerError.
-constexpr int kFunctionAndText = 88;
 
 }  // namespace
 
