@@ -36,10 +36,12 @@ void releaseLabels(int database) {
 }
 
 int deleteSubroutines(int database) {
+  // They call each other: sums are of no use until all are gone.
+  FixBatch batch(database);
   for (int index = PVBsubroutineFirst(database); index >= 0; index = PVBsubroutineNext(database)) {
     if (PVBsubroutineDelete(database, index) != 0) return -2;
   }
-  return 0;
+  return batch.end();
 }
 
 // Subroutines aren't flattened before: what they stand for is copied into the main

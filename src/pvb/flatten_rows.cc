@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/disk_space.h"
 #include "base/errors.h"
 #include "pvb/pattern_internal.h"
 #include "pvb/property.h"
@@ -327,6 +328,21 @@ class OldTree {
   std::vector<std::uint32_t> trees_;  // bodies left to go
 };
 
+// How well rows pack isn't known before they are there, so the disk must have room for
+// them as they are: a count that was meant otherwise doesn't fill it.
+bool fitsOnDisk(int database, const PVBpatternData& data, std::uint64_t rows) {
+  const auto free = PBfreeDiskBytes(PVBpath(database));
+  return !free || rows <= *free / (PageBlockSize(data.rows) + sizeof(PVBnodeEntry));
+}
+
+// Empty when the pattern can be flattened, else why not.
+std::string faultOf(int database, const PVBpatternData& data, const FlatSize& size) {
+  if (!size.fault.empty()) return size.fault;
+  if (size.rows > kMaxFlatRows || size.steps > kMaxSteps) return kTooManyRows;
+  const bool fits = size.isFlat || fitsOnDisk(database, data, size.rows);
+  return fits ? std::string() : "the disk has no room for the rows of the flat pattern";
+}
+
 }  // namespace
 
 int flattenRows(int database, int pattern) {
@@ -334,8 +350,9 @@ int flattenRows(int database, int pattern) {
   if (data == nullptr || rootOf(database, *data, pattern) == kNoNode) return -2;
   const FlatSizes sizes(database, *data);
   const FlatSize size = sizes.of(pattern);
-  if (!size.fault.empty() || size.rows > kMaxFlatRows || size.steps > kMaxSteps) {
-    fail(size.fault.empty() ? kTooManyRows : size.fault);
+  const std::string fault = faultOf(database, *data, size);
+  if (!fault.empty()) {
+    fail(fault);
     return -2;
   }
   if (size.isFlat) return 0;

@@ -16,7 +16,7 @@
 // Row numbers are shown as signed words.
 inline constexpr std::uint32_t kMaxFlatRows = 0x7FFFFFFF;
 
-// 0, or -2 after a post: the result has too many rows (found out before anything is
-// changed), subroutines call each other in a circle, the pattern is damaged, or a file
-// can't be written.
+// 0, or -2 after a post: the result has too many rows or more than the disk has room for
+// (both found out before anything is changed), subroutines call each other in a circle, the pattern
+// is damaged, or a file can't be written.
 int flattenRows(int database, int pattern);
