@@ -4,9 +4,12 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "conditioner/add.h"
 #include "conditioner/concat.h"
 #include "conditioner/copy.h"
+#include "conditioner/cut.h"
 #include "conditioner/merge.h"
+#include "conditioner/rename.h"
 
 namespace {
 
@@ -27,6 +30,11 @@ int doInsert(OpSpec& op, RegionTable&) {
   return concat(given(op.dest), given(op.src1), given(op.src2), kPrepend);
 }
 int doCopy(OpSpec& op, RegionTable&) { return copy(given(op.src2), given(op.src1)); }
+int doRename(OpSpec& op, RegionTable&) {
+  return renameSignal(given(op.dest), given(op.src1), given(op.src2));
+}
+int doAdd(OpSpec& op, RegionTable&) { return adds(given(op.dest), given(op.src1), given(op.src2)); }
+int doCut(OpSpec& op, RegionTable&) { return cut(given(op.dest), given(op.src1), given(op.src2)); }
 
 // --- The table -----------------------------------------------------------------------
 
@@ -35,9 +43,9 @@ constexpr Operation kOperations[] = {
     {kOpConcat, "concat", "concat", "concat", 1, doConcat},
     {kOpInsert, "insert", nullptr, "concat", 2, doInsert},
     {kOpCopy, "copy", "copy", "copy", 3, doCopy},
-    {kOpRename, nullptr, "rename", "renameSignal", 4, nullptr},
-    {kOpAdd, nullptr, "add", "adds", 5, nullptr},
-    {kOpCut, nullptr, "cut", "cut", 6, nullptr},
+    {kOpRename, nullptr, "rename", "renameSignal", 4, doRename},
+    {kOpAdd, nullptr, "add", "adds", 5, doAdd},
+    {kOpCut, nullptr, "cut", "cut", 6, doCut},
     {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, deleteDB},
     {kOpFlatten, "flatten", nullptr, "flatten", 8, nullptr},
     {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, nullptr},

@@ -80,6 +80,15 @@ class FaultPlatform : public Platform {
   int rename(const char* from, const char* to) override {
     return fails() ? -1 : Platform::rename(from, to);
   }
+  int exchange(const char* a, const char* b) override {
+    return fails() ? -1 : Platform::exchange(a, b);
+  }
+  int link(const char* from, const char* to) override {
+    return fails() ? -1 : Platform::link(from, to);
+  }
+  bool realPath(const char* path, std::string& out) override {
+    return !fails() && Platform::realPath(path, out);
+  }
   int remove(const char* path) override { return fails() ? -1 : Platform::remove(path); }
   int makeDirectory(const char* path, mode_t mode) override {
     return fails() ? -1 : Platform::makeDirectory(path, mode);
