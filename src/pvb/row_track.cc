@@ -29,6 +29,21 @@ bool isSelectedBy(const PVBtrack& wave, char selector) {
   return wave.selector == selector || PVBwaveSelectors(wave).find(selector) != std::string::npos;
 }
 
+// The first slot of each direction among some; with a selector only those that it names.
+SlotChoice scanSome(const PVBtimePlate& plate, std::span<const std::int32_t> slots, char selector) {
+  SlotChoice choice;
+  if (plate.levels.empty()) return choice;
+  const std::vector<PVBtrack>& tracks = plate.levels.front().tracks;
+  for (const std::int32_t slot : slots) {
+    const auto t = static_cast<std::size_t>(slot);
+    if (t >= tracks.size() || (selector != kNoSelector && !isSelectedBy(tracks[t], selector))) {
+      continue;
+    }
+    offerSlot(choice, plate, slot);
+  }
+  return choice;
+}
+
 // The first slot of each direction that holds the signal; with a selector only those
 // that it names.
 SlotChoice scanSlots(const PVBtimePlate& plate, PVBid signal, char selector) {
@@ -100,6 +115,15 @@ RowTracks PVBfindTracks(const PVBsignal& signal, const PVBtimePlate& plate, char
     if (anySlot(named)) return chooseByData(named, inData, outData);
   }
   return chooseByData(allSlots(plate, signal.id), inData, outData);
+}
+
+RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const std::int32_t> slots,
+                             char selector, bool inData, bool outData) {
+  if (selector != kNoSelector) {
+    const SlotChoice named = scanSome(plate, slots, selector);
+    if (anySlot(named)) return chooseByData(named, inData, outData);
+  }
+  return chooseByData(scanSome(plate, slots, kNoSelector), inData, outData);
 }
 
 char PVBrowSelector(int database, const PVBsignal& signal, const PVBrow& row) {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "pvb/row.h"
 #include "pvb/signal.h"
@@ -47,3 +48,6 @@ DataColumns PVBsignalDataColumns(const PVBsignal& signal);
 char PVBrowSelector(int database, const PVBsignal& signal, const PVBrow& row);
 RowTracks PVBfindTracks(const PVBsignal& signal, const PVBtimePlate& plate, char selector,
                         bool inData, bool outData);
+// The same for a signal whose slots are known, in rising order.
+RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const std::int32_t> slots,
+                             char selector, bool inData, bool outData);
