@@ -37,6 +37,10 @@ class OldPlatform : public FaultPlatform {
   }
 };
 
+// Exit codes of an edit.
+constexpr int kTolerated = 3;  // done, though a call failed
+constexpr int kCrashed = 255;
+
 class EditInPlace : public testing::Test {
  protected:
   EditInPlace() {
@@ -88,23 +92,26 @@ class EditInPlace : public testing::Test {
   }
   std::string path() const { return dir_.path("A"); }
 
-  // The edit in a process of its own that dies at its n-th file call, 0 for never: its exit
-  // code.
+  // The edit in a process of its own that dies at its n-th file call, or where that call
+  // fails, 0 for never: its exit code.
   template <typename SomePlatform>
-  int edit(int n) {
+  int edit(int n, bool dies = true) {
     const pid_t child = fork();
     if (child == 0) {
-      SomePlatform faults;
-      if (n > 0) faults.dieAtFileCall(n);
+      if (std::freopen("/dev/null", "w", stderr) == nullptr) ::_exit(kCrashed);
       run.reportFile = openStream("/dev/null", "w");
       run.reportStream = run.reportFile.get();
+      SomePlatform faults;
+      if (n > 0 && dies) faults.dieAtFileCall(n);
+      if (n > 0 && !dies) faults.failFileCall(n);
       PVBregion source;
       PVBregionInit(source, "A", path(), TIME_ZERO, TIME_MAX);
-      ::_exit(renameSignal(source, source, listCarrier_) == 0 ? 0 : 2);
+      const int result = renameSignal(source, source, listCarrier_);
+      ::_exit(result != 0 ? 2 : faults.failed() ? kTolerated : 0);
     }
     int status = 0;
     waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kCrashed;
   }
 
   // The name of the database's signal; empty when anything else is wrong.
@@ -159,6 +166,23 @@ TEST_F(EditInPlace, KilledAnywhereTheSourceIsOldOrNewAndTheNextRunSucceeds) {
   });
   expectEdited();
   EXPECT_THAT(seen, testing::ElementsAre("new", "old"));
+}
+
+TEST_F(EditInPlace, AFailureAnywhereLeavesTheOldOrTheNewOne) {
+  atFileCalls([&](int n) {
+    SCOPED_TRACE(n);
+    restoreSource();
+    const int code = edit<FaultPlatform>(n, false);
+    if (code == 0) return true;
+    EXPECT_NE(code, kCrashed);
+    const std::string now = content(path());
+    EXPECT_THAT(now, testing::AnyOf("old", "new"));
+    EXPECT_TRUE(code != kTolerated || now == "new");
+    EXPECT_EQ(dir_.read("A/notes.txt"), "mine");
+    EXPECT_EQ(edit<FaultPlatform>(0), 0);
+    expectEdited();
+    return false;
+  });
 }
 
 TEST_F(EditInPlace, WithoutExchangeTheOldOneIsRenamedFirst) {
