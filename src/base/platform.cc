@@ -35,6 +35,15 @@ int Platform::close(int fd) { return ::close(fd); }
 
 int Platform::status(const char* path, struct stat& out) { return ::stat(path, &out); }
 int Platform::rename(const char* from, const char* to) { return std::rename(from, to); }
+int Platform::exchange(const char* a, const char* b) {
+  return ::renameat2(AT_FDCWD, a, AT_FDCWD, b, RENAME_EXCHANGE);
+}
+int Platform::link(const char* from, const char* to) { return ::link(from, to); }
+bool Platform::realPath(const char* path, std::string& out) {
+  const std::unique_ptr<char, decltype(&std::free)> found(::realpath(path, nullptr), std::free);
+  if (found) out = found.get();
+  return found != nullptr;
+}
 int Platform::remove(const char* path) { return ::unlink(path); }
 int Platform::makeDirectory(const char* path, mode_t mode) { return ::mkdir(path, mode); }
 int Platform::removeDirectory(const char* path) { return ::rmdir(path); }

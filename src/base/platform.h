@@ -42,6 +42,13 @@ class Platform {
   // Names and directories.
   virtual int status(const char* path, struct stat& out);
   virtual int rename(const char* from, const char* to);
+  // Swaps what two names stand for in one step; EINVAL or ENOSYS where the file system
+  // can't.
+  virtual int exchange(const char* a, const char* b);
+  // A second name for a file; a symbolic link isn't followed.
+  virtual int link(const char* from, const char* to);
+  // The same place as an absolute path without links. false on failure.
+  virtual bool realPath(const char* path, std::string& out);
   virtual int remove(const char* path);
   virtual int makeDirectory(const char* path, mode_t mode);
   virtual int removeDirectory(const char* path);

@@ -5,12 +5,15 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "conditioner/add.h"
 #include "conditioner/add_compression.h"
 #include "conditioner/annotate.h"
 #include "conditioner/concat.h"
 #include "conditioner/copy.h"
+#include "conditioner/cut.h"
 #include "conditioner/flatten.h"
 #include "conditioner/merge.h"
+#include "conditioner/rename.h"
 #include "conditioner/run.h"
 #include "timeplate/timeplate_rename.h"
 #include "timeplate/tp_optimize.h"
@@ -59,6 +62,11 @@ int doTimeplateOptimize(OpSpec& op, RegionTable&) {
 int doTimeplateRename(OpSpec& op, RegionTable&) {
   return timeplateRename(pathOf(op.src1), pathOf(op.src2), run.reportStream);
 }
+int doRename(OpSpec& op, RegionTable&) {
+  return renameSignal(given(op.dest), given(op.src1), given(op.src2));
+}
+int doAdd(OpSpec& op, RegionTable&) { return adds(given(op.dest), given(op.src1), given(op.src2)); }
+int doCut(OpSpec& op, RegionTable&) { return cut(given(op.dest), given(op.src1), given(op.src2)); }
 
 // --- The table -----------------------------------------------------------------------
 
@@ -67,9 +75,9 @@ constexpr Operation kOperations[] = {
     {kOpConcat, "concat", "concat", "concat", 1, doConcat},
     {kOpInsert, "insert", nullptr, "concat", 2, doInsert},
     {kOpCopy, "copy", "copy", "copy", 3, doCopy},
-    {kOpRename, nullptr, "rename", "renameSignal", 4, nullptr},
-    {kOpAdd, nullptr, "add", "adds", 5, nullptr},
-    {kOpCut, nullptr, "cut", "cut", 6, nullptr},
+    {kOpRename, nullptr, "rename", "renameSignal", 4, doRename},
+    {kOpAdd, nullptr, "add", "adds", 5, doAdd},
+    {kOpCut, nullptr, "cut", "cut", 6, doCut},
     {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, deleteDB},
     {kOpFlatten, "flatten", nullptr, "flatten", 8, doFlatten},
     {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, doAddCompression},

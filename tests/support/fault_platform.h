@@ -4,6 +4,8 @@
 // cuts writes short, or behaves like a disk that is full after so many bytes.
 // In force from construction to destruction.
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <limits>
@@ -22,11 +24,19 @@ class FaultPlatform : public Platform {
     fileCallsLeft_ = n;
     error_ = error;
   }
+  // At the n-th file call from now on the process ends as if it were killed.
+  void dieAtFileCall(int n) {
+    failFileCall(n);
+    dies_ = true;
+  }
   // The next `count` allocations fail.
   void failAllocations(int count) { failingAllocations_ = count; }
   // Room for this many bytes of writing; then ENOSPC, after a short write.
   void setDiskSpace(std::int64_t bytes) { space_ = bytes; }
   void freeDiskSpace() { space_ = kUnlimited; }
+
+  // The exit code of a process that died so.
+  static constexpr int kDeathCode = 137;
 
   int fileCalls() const { return fileCalls_; }
   int secondsSlept() const { return secondsSlept_; }
@@ -80,6 +90,15 @@ class FaultPlatform : public Platform {
   int rename(const char* from, const char* to) override {
     return fails() ? -1 : Platform::rename(from, to);
   }
+  int exchange(const char* a, const char* b) override {
+    return fails() ? -1 : Platform::exchange(a, b);
+  }
+  int link(const char* from, const char* to) override {
+    return fails() ? -1 : Platform::link(from, to);
+  }
+  bool realPath(const char* path, std::string& out) override {
+    return !fails() && Platform::realPath(path, out);
+  }
   int remove(const char* path) override { return fails() ? -1 : Platform::remove(path); }
   int makeDirectory(const char* path, mode_t mode) override {
     return fails() ? -1 : Platform::makeDirectory(path, mode);
@@ -103,6 +122,7 @@ class FaultPlatform : public Platform {
   bool fails() {
     ++fileCalls_;
     if (fileCallsLeft_ == 0 || --fileCallsLeft_ > 0) return false;
+    if (dies_) ::_exit(kDeathCode);
     errno = error_;
     failed_ = true;
     return true;
@@ -135,4 +155,5 @@ class FaultPlatform : public Platform {
   static constexpr std::int64_t kUnlimited = std::numeric_limits<std::int64_t>::max();
   std::int64_t space_ = kUnlimited;
   bool failed_ = false;
+  bool dies_ = false;
 };
