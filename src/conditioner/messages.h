@@ -47,5 +47,6 @@ enum ConditionerMessage : int {
   kNoPatternRows = 84,
   kConcatFailed = 85,
   kFunctionAndText = 88,
+  kError = 89,
   kText = 90,
 };

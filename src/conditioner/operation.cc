@@ -7,6 +7,8 @@
 #include "conditioner/concat.h"
 #include "conditioner/copy.h"
 #include "conditioner/merge.h"
+#include "conditioner/messages.h"
+#include "conditioner/muxify.h"
 
 namespace {
 
@@ -27,6 +29,11 @@ int doInsert(OpSpec& op, RegionTable&) {
   return concat(given(op.dest), given(op.src1), given(op.src2), kPrepend);
 }
 int doCopy(OpSpec& op, RegionTable&) { return copy(given(op.src2), given(op.src1)); }
+int doMuxify(OpSpec& op, RegionTable&) {
+  if (op.src2 != nullptr) return muxify(given(op.src1), *op.src2, op.muxDegree);
+  PBerrPush(PBconditionerError, kNoParameter, "muxify()", "destinationPVB");
+  return -2;
+}
 
 // --- The table -----------------------------------------------------------------------
 
@@ -45,7 +52,7 @@ constexpr Operation kOperations[] = {
     {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, nullptr},
     {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9, nullptr},
     {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, nullptr},
-    {kOpMuxify, "muxify", nullptr, "muxify", 87, nullptr},
+    {kOpMuxify, "muxify", nullptr, "muxify", 87, doMuxify},
 };
 
 constexpr bool isIndexedByKind() {
