@@ -49,17 +49,13 @@ TEST_F(MuxifyTest, MakesARowOfEveryGroupAndPadsTheLast) {
   const DatabaseText text = smallChip().rows(steps("tp", {"10", "01", "11", "00", "ZX"}));
   EXPECT_EQ(muxed(2, text),
             "rows main\n  row \"tp_tp\" |1001\n  row \"tp_tp\" |1010\n  row \"tp_tp\" |ZZXX\n");
-  EXPECT_EQ(linesOf("dest", "signal "),
-            "signal 7:200000 \"ALLSCAN\" type=scan-group\n"
-            "signal 1 \"a_1\" type=scalar direction=input in=0\n"
-            "signal 2 \"a_2\" type=scalar direction=input in=1\n"
-            "signal 3 \"a\" type=mux direction=input\n"
-            "signal 4 \"y_1\" type=scalar direction=output out=2\n"
-            "signal 5 \"y_2\" type=scalar direction=output out=3\n"
-            "signal 6 \"y\" type=mux direction=output\n"
-            "signal 100000 \"ALL\" type=group\nsignal 100001 \"ALLINPUT\" type=group\n"
-            "signal 100002 \"ALLOUTPUT\" type=group\nsignal 100003 \"ALLBIDIR\" type=group\n"
-            "signal 100004 \"ALLMUX\" type=group\n");
+  EXPECT_THAT(dump("dest"),
+              HasSubstr("signal 1 \"a_1\" type=scalar direction=input in=0\n"
+                        "signal 2 \"a_2\" type=scalar direction=input in=1\n"
+                        "signal 3 \"a\" type=mux direction=input\n  mux-children 1 2\n"
+                        "signal 4 \"y_1\" type=scalar direction=output out=2\n"));
+  EXPECT_EQ(sectionOf("dest", "signal 100000"),
+            "signal 100000 \"ALL\" type=group\n  members 3 6\n");
   EXPECT_EQ(sectionOf("dest", "timeplate 0"),
             "timeplate 0 \"tp_tp\" period=20nS\n"
             "  slot input\n    of 1\n  slot input\n    of 2\n"
@@ -71,8 +67,7 @@ TEST_F(MuxifyTest, MakesARowOfEveryGroupAndPadsTheLast) {
   EXPECT_EQ(muxed(3, text), "rows main\n  row \"tp_tp_tp\" |101011\n  row \"tp_tp_tp\" |0ZZ0XX\n");
   const ProgramResult shown = runCompanion({"show", "dest"});
   EXPECT_EQ(shown.exitCode, 0);
-  EXPECT_THAT(shown.out,
-              AllOf(HasSubstr("60nS"), HasSubstr("columns in use                    6")));
+  EXPECT_THAT(shown.out, HasSubstr("columns in use                    6"));
 }
 
 TEST_F(MuxifyTest, GroupsOfTheSameTimeplatesShareACombinedOne) {
@@ -126,12 +121,11 @@ TEST_F(MuxifyTest, GathersTheProperties) {
 
 TEST_F(MuxifyTest, ACycleThatBeginsWithPreviousLengthensTheOneBefore) {
   DatabaseText text = smallChip();
-  text.plate("hold", "10nS", {{"a", "0pS P 3nS S 8nS Z", ""}, {"y", "0pS X 9nS Q", ""}});
+  text.plate("hold", "10nS", {{"a", "2nS P 3nS S", ""}, {"y", "0pS X 9nS Q", ""}});
   muxed(2, text.rows(steps("hold", {"10", "01"})));
   EXPECT_THAT(sectionOf("dest", "timeplate 0"),
-              HasSubstr("    track\n    event 0pS P\n    event 3nS S\n    event 8nS Z\n"
-                        "    event 10nS ?\n    on 1\n"
-                        "    track\n    event 0pS ?\n    event 13nS S\n    event 18nS Z\n"));
+              HasSubstr("    track\n    event 2nS P\n    event 3nS S\n    event 12nS ?\n"
+                        "    on 1\n    track\n    event 0pS ?\n    event 13nS S\n    on 2\n"));
 }
 
 TEST_F(MuxifyTest, TakesTracksOfBusesAndBothDirections) {
@@ -141,23 +135,14 @@ TEST_F(MuxifyTest, TakesTracksOfBusesAndBothDirections) {
   text.plate("tp", "10nS",
              {{"d0", "0pS S", ""}, {"b", "0pS S", "input"}, {"b", "0pS X 9nS Q", "output"}});
   std::string bused = text.rows(steps("tp", {"01Z-", "10-1"})).text();
-  for (const char* list : {"    of 1\n", "    on 1\n"}) {
-    bused.replace(bused.find(list), std::string(list).size(),
-                  std::string(list).substr(0, 7) + "9\n");
-  }
+  for (const char* list : {"of 1\n", "on 1\n"}) bused.replace(bused.find(list) + 3, 1, "9");
   build("A", bused);
   expectDone(muxify(2));
   EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_tp\" |0110Z--1\n");
-  const std::string plate = sectionOf("dest", "timeplate 0");
-  EXPECT_THAT(plate, HasSubstr("  slot input\n    of 1\n  slot input\n    of 2\n"
-                               "  slot input\n    of 4\n  slot input\n    of 5\n"
-                               "  slot input\n    of 7\n  slot output\n    of 7\n"
-                               "  slot input\n    of 8\n  slot output\n    of 8\n"));
-  EXPECT_THAT(
-      plate,
-      EndsWith("    event 0pS X\n    event 9nS Q\n    event 10nS ?\n    on 7\n"
-               "    track\n    event 0pS ?\n    event 10nS S\n    on 8\n"
-               "    track\n    event 0pS ?\n    event 10nS X\n    event 19nS Q\n    on 8\n"));
+  EXPECT_THAT(sectionOf("dest", "timeplate 0"),
+              AllOf(HasSubstr("  slot input\n    of 5\n  slot input\n    of 7\n  slot output\n"
+                              "    of 7\n  slot input\n    of 8\n  slot output\n    of 8\n"),
+                    EndsWith("    event 10nS X\n    event 19nS Q\n    on 8\n")));
 }
 
 // --- Names ---------------------------------------------------------------------------
@@ -167,12 +152,9 @@ TEST_F(MuxifyTest, ChildrenStepOverNamesOfTheSource) {
   text.signal("a", "input").signal("a_1", "input").signal("a_3", "input");
   text.plate("tp", "10nS", {{"a a_1 a_3", "0pS S", ""}});
   muxed(2, text.rows(steps("tp", {"101"})));
-  const std::string signals = linesOf("dest", "signal ");
-  for (const char* name :
-       {"\"a_2\"", "\"a_4\"", "\"a_1_1\"", "\"a_1_2\"", "\"a_3_1\"", "\"a_3_2\""}) {
-    EXPECT_THAT(signals, HasSubstr(std::string(name) + " type=scalar"));
-  }
-  EXPECT_THAT(signals, HasSubstr("\"a_1\" type=mux"));
+  EXPECT_THAT(linesOf("dest", "signal "),
+              AllOf(HasSubstr("1 \"a_2\""), HasSubstr("2 \"a_4\""), HasSubstr("\"a_1\" type=mux"),
+                    HasSubstr("\"a_1_1\""), HasSubstr("\"a_1_2\""), HasSubstr("\"a_3_2\"")));
 }
 
 // --- Destination ---------------------------------------------------------------------
@@ -204,7 +186,7 @@ TEST_F(MuxifyTest, RefusesWhatItCantOpenAndItsOwnSource) {
 }
 
 TEST_F(MuxifyTest, PrintsTheTimeplatesInsteadWhenAsked) {
-  build("A", twoPlates().rows(steps("tp", {"10", "01"})));
+  build("A", smallChip().rows(steps("tp", {"10", "01"})));
   setenv("DUMP_TPS", "", 1);
   const Outcome outcome = muxify(2);
   unsetenv("DUMP_TPS");
@@ -212,9 +194,7 @@ TEST_F(MuxifyTest, PrintsTheTimeplatesInsteadWhenAsked) {
   EXPECT_EQ(outcome.report,
             "Beginning muxify operation (degree = 2)...\n"
             "timeplate 0 tp period 10nS\n  track 0 input: a | 0pS D 4nS S\n"
-            "  track 1 output: y | 0pS X 9nS Q\n"
-            "timeplate 1 slow period 30nS\n  track 0 input: a | 0pS U\n"
-            "  track 1 output: y | 0pS X 25nS Q\n");
+            "  track 1 output: y | 0pS X 9nS Q\n");
   EXPECT_FALSE(exists("dest"));
 }
 
@@ -228,30 +208,23 @@ TEST_F(MuxifyTest, StopsAtSignalsThatCantBeFolded) {
       "Error: Muxed signal (a) detected in source PVB.  Not supported.\n"
       "muxify(): createSignalList() failed\n");
   std::string text = smallChip().rows(steps("tp", {"10"})).text();
-  const std::string column = " direction=output out=1";
-  text.replace(text.find(column), column.size(), " direction=output");
-  build("A", text);
+  build("A", text.erase(text.find(" out=1"), 6));
   expectErrors(
       "outputMuxedPatternRow(): No OUTPUT pattern column defined for source signal y.\n"
       "muxify(): muxifyPattern() failed\n");
 }
 
-struct Refusal {
-  std::vector<TrackText> tracks;
-  const char* line;
-};
-
 TEST_F(MuxifyTest, StopsAtTimeplatesThatCantBeFolded) {
-  const Refusal table[] = {
-      {{{"a", "0pS S", "bidir"}}, "Error: Bidir track found in timeplate odd.  Not supported.\n"},
-      {{{"a", "2nS P", ""}},
+  const std::pair<TrackText, const char*> table[] = {
+      {{"a", "0pS S", "bidir"}, "Error: Bidir track found in timeplate odd.  Not supported.\n"},
+      {{"a", "2nS P", ""},
        "Error: 'P'-only track found for signal a in timeplate odd.  Not supported.\n"},
   };
-  for (const Refusal& row : table) {
+  for (const auto& [track, line] : table) {
     build("A", smallChip()
-                   .plate("odd", "10nS", row.tracks)
+                   .plate("odd", "10nS", {track})
                    .rows(steps("tp", {"10", "01"}) + steps("odd", {"11"})));
-    expectErrors(row.line + std::string("muxify(): muxifyPattern() failed\n"));
+    expectErrors(line + std::string("muxify(): muxifyPattern() failed\n"));
     EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_tp\" |1001\n");
   }
   // Two groups whose names join to the same.

@@ -52,7 +52,11 @@ int dumpOnly(PVBregion& src) {
   return closeOperand(src);
 }
 
-bool fold(Muxify& mux) {
+bool fold(int src, int dest, int degree) {
+  Muxify mux;
+  mux.src = src;
+  mux.dest = dest;
+  mux.degree = degree;
   if (!createSignalList(mux)) return muxifyFails(kFunction, "createSignalList() failed");
   if (!muxifySignals(mux)) return muxifyFails(kFunction, "muxifySignals() failed");
   if (!muxifyPattern(mux)) return muxifyFails(kFunction, "muxifyPattern() failed");
@@ -82,14 +86,7 @@ int muxify(PVBregion& src, PVBregion& dest, int degree) {
     PVBregionClose(&src);
     return -2;
   }
-  bool folded = false;
-  {
-    Muxify mux = {};
-    mux.src = src.pvbHandle;
-    mux.dest = dest.pvbHandle;
-    mux.degree = degree;
-    folded = fold(mux);
-  }
+  const bool folded = fold(src.pvbHandle, dest.pvbHandle, degree);
   const int sourceClosed = closeOperand(src);
   if (closeOperand(dest) != 0 || sourceClosed != 0) return -2;
   report(fmt::sprintf("Muxify operation completed %s.\n", folded ? "successfully" : "with errors"));

@@ -41,9 +41,9 @@ struct CycleGroup {
 
 // One run of the operation. Nothing in it grows with the rows.
 struct Muxify {
-  int src;
-  int dest;
-  int degree;
+  int src = -1;  // the databases
+  int dest = -1;
+  int degree = 0;
 
   std::vector<const PVBsignal*> srcSignals;         // scalars, each once
   std::map<PVBid, std::vector<PVBid>> muxChildren;  // by source signal, `degree` ids each

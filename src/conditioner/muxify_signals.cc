@@ -53,12 +53,17 @@ bool muxifySignal(Muxify& mux, const PVBsignal& signal) {
   return true;
 }
 
+int columnsFor(std::int32_t direction) {
+  if (direction == BIDIR) return 2;
+  return direction == INPUT || direction == OUTPUT ? 1 : 0;
+}
+
 // Rows get their width at once, instead of being made wider for each child. Where so many
 // columns can't be had, the child that has none left tells it.
 void widenRows(const Muxify& mux) {
   std::int64_t columns = 0;
   for (const PVBsignal* signal : mux.srcSignals) {
-    columns += signal->direction == BIDIR ? 2 : 1;
+    columns += columnsFor(signal->direction);
   }
   columns *= mux.degree;
   if (columns <= kMaxColumns) PVBpatternWidenRows(mux.dest, static_cast<int>(columns));
