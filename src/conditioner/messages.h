@@ -69,10 +69,8 @@ enum ConditionerMessage : int {
   kUnknownTimeUnit = 77,
   kUnknownTrack = 78,
   kDuplicateAdd = 79,
-  kCannotClose = 80,
-  kCannotSave = 81,
-  kCopyFailed = 82,
   kNoPatternRows = 84,
   kConcatFailed = 85,
+  kError = 89,
   kText = 90,
 };

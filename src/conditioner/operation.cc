@@ -13,6 +13,8 @@
 #include "conditioner/cut.h"
 #include "conditioner/flatten.h"
 #include "conditioner/merge.h"
+#include "conditioner/messages.h"
+#include "conditioner/muxify.h"
 #include "conditioner/rename.h"
 #include "conditioner/run.h"
 #include "timeplate/timeplate_rename.h"
@@ -67,6 +69,11 @@ int doRename(OpSpec& op, RegionTable&) {
 }
 int doAdd(OpSpec& op, RegionTable&) { return adds(given(op.dest), given(op.src1), given(op.src2)); }
 int doCut(OpSpec& op, RegionTable&) { return cut(given(op.dest), given(op.src1), given(op.src2)); }
+int doMuxify(OpSpec& op, RegionTable&) {
+  if (op.src2 != nullptr) return muxify(given(op.src1), *op.src2, op.muxDegree);
+  PBerrPush(PBconditionerError, kNoParameter, "muxify()", "destinationPVB");
+  return -2;
+}
 
 // --- The table -----------------------------------------------------------------------
 
@@ -86,7 +93,7 @@ constexpr Operation kOperations[] = {
     {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9,
      doTimeplateRename},
     {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, doAnnotateVectors},
-    {kOpMuxify, "muxify", nullptr, "muxify", 87, nullptr},
+    {kOpMuxify, "muxify", nullptr, "muxify", 87, doMuxify},
 };
 
 constexpr bool isIndexedByKind() {
