@@ -85,6 +85,17 @@ int PBtextToInt(std::string_view text) {
   return digitsToInt(text, negative);
 }
 
+bool PBendsWithOneOf(std::string_view text, std::string_view endings) {
+  while (!endings.empty()) {
+    const std::string_view ending = endings.substr(0, endings.find(' '));
+    if (text.size() >= ending.size() && PBstrEq(text.substr(text.size() - ending.size()), ending)) {
+      return true;
+    }
+    endings.remove_prefix(std::min(ending.size() + 1, endings.size()));
+  }
+  return false;
+}
+
 std::string PBlowerText(std::string_view text) {
   std::string result(text);
   std::ranges::transform(result, result.begin(), lower);

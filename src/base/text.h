@@ -63,6 +63,8 @@ constexpr bool PBisSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); 
 // decimal digits; 0 when there are no digits. What doesn't fit becomes the
 // nearest int.
 int PBtextToInt(std::string_view text);
+// Whether the text ends with one of the blank-separated endings, in any case.
+bool PBendsWithOneOf(std::string_view text, std::string_view endings);
 std::string PBlowerText(std::string_view text);
 // The text without any of its white space.
 std::string PBstripSpace(std::string_view text);

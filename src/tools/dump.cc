@@ -20,13 +20,7 @@ constexpr std::array<DumpPart, 10> kParts = {
 }  // namespace
 
 bool DumpContext::fail(MessageCode code, std::string text) const {
-  const std::string reasons = takePostedReasons();
-  if (!reasons.empty()) text += ": " + reasons;
-  Message message;
-  message.code = code;
-  message.text = std::move(text);
-  message.file = PVBpath(database);
-  sink(message);
+  sink(failureMessage(code, std::move(text), PVBpath(database)));
   return false;
 }
 

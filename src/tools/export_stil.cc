@@ -139,13 +139,7 @@ std::string StilNameTable::take(std::string_view name, std::string_view usual) {
 std::string stilQuoted(std::string_view text) { return fmt::format("\"{}\"", text); }
 
 bool StilExport::refuse(std::string text) const {
-  const std::string reasons = takePostedReasons();
-  if (!reasons.empty()) text += ": " + reasons;
-  Message message;
-  message.code = kExportRefused;
-  message.text = std::move(text);
-  message.file = PVBpath(database);
-  sink(message);
+  sink(failureMessage(kExportRefused, std::move(text), PVBpath(database)));
   return false;
 }
 

@@ -117,13 +117,8 @@ bool StilImport::run() {
 }
 
 bool StilImport::fail(std::string text) {
-  const std::string reasons = takePostedReasons();
-  if (!reasons.empty()) text += ": " + reasons;
-  Message message;
-  message.code = kImportRefused;
-  message.text = std::move(text);
-  message.file = reader_.model().files.empty() ? "" : reader_.model().files.front();
-  sink_(message);
+  const std::vector<std::string>& files = reader_.model().files;
+  sink_(failureMessage(kImportRefused, std::move(text), files.empty() ? "" : files.front()));
   return false;
 }
 

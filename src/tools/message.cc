@@ -132,3 +132,13 @@ std::string takePostedReasons() {
   while (!reasons.empty() && reasons.back() == '\n') reasons.pop_back();
   return reasons;
 }
+
+Message failureMessage(MessageCode code, std::string text, std::string file) {
+  const std::string reasons = takePostedReasons();
+  if (!reasons.empty()) text += ": " + reasons;
+  Message message;
+  message.code = code;
+  message.text = std::move(text);
+  message.file = std::move(file);
+  return message;
+}

@@ -173,3 +173,5 @@ void setMessageColor(ColorMode mode);
 // The numbered error stack as one text, newest first, cleared: why a call failed.
 // Empty when nothing was posted.
 std::string takePostedReasons();
+// A message about `file`, with these reasons behind the text.
+Message failureMessage(MessageCode code, std::string text, std::string file);

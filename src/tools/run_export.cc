@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/text.h"
 #include "tools/export.h"
 #include "tools/open_database.h"
 #include "tools/output_file.h"
@@ -79,20 +80,11 @@ struct ExportCall {
   bool compressed = false;
 };
 
-bool endsWithOne(std::string_view file, std::string_view endings) {
-  while (!endings.empty()) {
-    const std::size_t blank = std::min(endings.find(' '), endings.size());
-    if (file.ends_with(endings.substr(0, blank))) return true;
-    endings.remove_prefix(std::min(blank + 1, endings.size()));
-  }
-  return false;
-}
-
 std::optional<int> chooseFormat(ExportCall& call) {
-  call.compressed = call.output.ends_with(kCompressed);
+  call.compressed = PBendsWithOneOf(call.output, kCompressed);
   for (const ExportFormat& format : kFormats) {
     const bool known =
-        call.kind.empty() ? endsWithOne(call.output, format.endings) : format.name == call.kind;
+        call.kind.empty() ? PBendsWithOneOf(call.output, format.endings) : format.name == call.kind;
     if (!known) continue;
     call.format = &format;
     return std::nullopt;
@@ -103,21 +95,9 @@ std::optional<int> chooseFormat(ExportCall& call) {
   return refuse(kUnknownFormat, "the name of the file doesn't tell its kind", call.output);
 }
 
-bool readTime(const std::string& text, std::string_view option, std::optional<TIME>& out) {
-  if (text.empty()) return true;
-  TIME time;
-  std::size_t end = 0;
-  if (parseTIME(text, time, &end) != 0 || end != text.size()) {
-    refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
-    return false;
-  }
-  out = time;
-  return true;
-}
-
 std::optional<int> readOptions(ExportCall& call) {
-  if (!readTime(call.begin, "begin", call.options.from) ||
-      !readTime(call.end, "end", call.options.to)) {
+  if (!readTimeOption(call.begin, "begin", call.options.from) ||
+      !readTimeOption(call.end, "end", call.options.to)) {
     return kExitFailed;
   }
   if (call.options.to && *call.options.to <= call.options.from.value_or(TIME_ZERO)) {

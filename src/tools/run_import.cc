@@ -70,18 +70,6 @@ void declare(Usage& usage, Command& command) {
   usage.addFormat();
 }
 
-bool readTime(const std::string& text, std::string_view option, std::optional<TIME>& time) {
-  if (text.empty()) return true;
-  TIME value;
-  std::size_t end = 0;
-  if (parseTIME(text, value, &end) != 0 || end != text.size()) {
-    refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
-    return false;
-  }
-  time = value;
-  return true;
-}
-
 const ImportFormat* chooseFormat(const Command& command) {
   if (command.from.empty()) {
     const ImportFormat* format = importFormatOf(command.file);
@@ -159,8 +147,8 @@ int runImport(std::span<const std::string> arguments) {
   if (const auto exit = usage.parse(arguments)) return *exit;
   ImportOptions& options = command.options;
   options.quiet = usage.quiet();
-  if (!readTime(command.period, "period", options.period) ||
-      !readTime(command.strobe, "strobe", options.strobe)) {
+  if (!readTimeOption(command.period, "period", options.period) ||
+      !readTimeOption(command.strobe, "strobe", options.strobe)) {
     return kExitFailed;
   }
   if (!command.optionFile.empty() &&

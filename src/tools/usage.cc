@@ -76,6 +76,18 @@ int refuse(MessageCode code, std::string text, std::string file) {
   return kExitFailed;
 }
 
+bool readTimeOption(const std::string& text, std::string_view option, std::optional<TIME>& out) {
+  if (text.empty()) return true;
+  TIME time;
+  std::size_t end = 0;
+  if (parseTIME(text, time, &end) != 0 || end != text.size()) {
+    refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
+    return false;
+  }
+  out = time;
+  return true;
+}
+
 Usage::Usage(std::string_view verb) : verb_(verb) {
   app.set_help_flag();
   app.name("pvb " + verb_);

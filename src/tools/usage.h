@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/time.h"
 #include "tools/message.h"
 #include "tools/table_output.h"
 
@@ -20,6 +21,10 @@ inline constexpr int kExitFailed = 2;
 
 // Prints an error; the exit code of what could not be done.
 int refuse(MessageCode code, std::string text, std::string file = {});
+
+// Reads a time that was given with an option ("--begin"), none for an empty text. False
+// after an error.
+bool readTimeOption(const std::string& text, std::string_view option, std::optional<TIME>& out);
 
 // An option or an argument as a verb declares it.
 struct DeclaredOption {
