@@ -76,10 +76,9 @@ PVBsignal* enter(int database, PVBsignalData& data, std::unique_ptr<PVBsignal> s
   return entered;
 }
 
-// The signal, when it may be deleted or renamed; else null with a status.
-PVBsignal* changeable(int database, PVBid id) {
-  PVBsignal* signal = PVBsignalInqByID(database, id);
-  if (signal == nullptr || !PVBisImplicit(database, id)) return signal;
+// What was found, when it may be deleted or renamed; else null with a status.
+PVBsignal* changeable(int database, PVBsignal* found) {
+  if (found == nullptr || !PVBisImplicit(database, found->id)) return found;
   PVBsetStatus(database, kStatusImplicitGroup);
   return nullptr;
 }
@@ -97,7 +96,7 @@ void removeFromLists(PVBsignalData& data, const std::unordered_set<PVBid>& gone)
 }
 
 bool takeOutForGood(int database, PVBsignalData& data, PVBid id) {
-  PVBsignal* signal = changeable(database, id);
+  PVBsignal* signal = changeable(database, PVBsignalInqByID(database, id));
   if (signal == nullptr) return false;
   if (signal->propList != UNDEF) PVBpropListFree(database, signal->propList);
   takeOut(data, *signal);
@@ -217,7 +216,7 @@ int PVBsignalsDelete(int database, const PVBidList& ids) {
 int PVBsignalRename(int database, PVBid id, std::string_view name) {
   PVBsignalData* data = signalData(database);
   if (data == nullptr) return -2;
-  PVBsignal* signal = changeable(database, id);
+  PVBsignal* signal = changeable(database, PVBobjectInqByID(database, id));
   if (signal == nullptr) return -2;
   if (signal->name == name) return 0;
   const std::optional<std::string> newName(name);

@@ -167,6 +167,7 @@ int PVBsignalDelete(int database, PVBid id);
 // The same for many, in one pass over the lists. -2 when one of them isn't there or is an
 // implicit group; the others are gone.
 int PVBsignalsDelete(int database, const PVBidList& ids);
+// Scan objects too.
 int PVBsignalRename(int database, PVBid id, std::string_view name);
 // Signals and groups only; scan objects and "ALLSCAN" through the second.
 PVBsignal* PVBsignalInqByID(int database, PVBid id);
