@@ -225,6 +225,24 @@ TEST_F(EditTest, CutsSignalsAndTheTracksThatTheyLeaveEmpty) {
   EXPECT_EQ(rowsOf("dest"), rowsOf("A"));
 }
 
+// Pins and scan chains forget a signal that is gone.
+TEST_F(EditTest, CutsAndRenamesWhatPinsAndChainsReferTo) {
+  DatabaseText text = smallChip(1501);
+  text.signalRecords(
+      "signal 7:200000 \"ALLSCAN\" type=scan-group\n  members 9:1 5:1\n"
+      "signal 9:1 \"chain\" type=chain\n  members 5:1\n  ate-pins 1 2\n"
+      "signal 5:1 \"cell\" type=cell\n");
+  text.beforeRows("pins\nate-pin 1 \"P\"\n  signals-of 1 2\n");
+  std::string pinned = text.rows(steps("tp", {"10"})).text();
+  build("A", pinned.insert(pinned.find("signal 2 "), "  ate-pins 1\n"));
+  expectDone(cut(" l y\n"));
+  EXPECT_THAT(dump("dest"), testing::AllOf(testing::HasSubstr("  signals-of 1\n"),
+                                           testing::HasSubstr("  ate-pins 1 none\n")));
+  expectDone(rename(" l cell first\n - chain a[0]\n"));
+  EXPECT_THAT(linesOf("dest", "signal "), testing::AllOf(testing::HasSubstr("5:1 \"first\""),
+                                                         testing::HasSubstr("9:1 \"a[0]\"")));
+}
+
 TEST_F(EditTest, NothingIsCutWhenTheLastNameIsUnknown) {
   buildBus();
   expectDoneWith(cut(" l y\n - z\n"),

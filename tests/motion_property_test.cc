@@ -217,6 +217,28 @@ RC_GTEST_PROP(MotionProperty, CopyKeepsTheStretchAndConcatenatePutsOneBehindTheO
                       at(rb.start), "--b-to", at(rb.stop)});
 }
 
+// All in one operation file, some twice: what one leaves doesn't show in the next.
+RC_GTEST_PROP(MotionProperty, EditsKeepTheMeaningOfAllOtherSignals, ()) {
+  const SignalShapes signals = anySignals("s");
+  const std::string text = anyDatabase(signals, "sub");
+  OperationWorld world({PVBCONDITIONER_BINARY, PVB_BINARY});
+  RC_LOG() << text;
+  world.build("A", text);
+  world.build("destA", text);
+  requireDone(world.runOperations(
+      "#% addlist addsigname sigdir track patbit\n more n[0..1] bio t 1X\n - m in - -\n"
+      "#% trackname sigshape\n t [0ns:S,3us:Q]\n"
+      "#% cutlist cutsigname\n less m\n - n[1..0]\n"
+      "#% siglist oldsigname newsigname\n there s0 z\n back z s0\n"
+      "#% operation operand1 operand2 operand3\n"
+      " add A more dest1\n add A more dest2\n cut dest1 less dest3\n add destA more\n"
+      " cut destA less\n rename destA there\n copy destA dest4\n rename destA back\n"
+      " rename dest4 back dest5\n"));
+  RC_ASSERT(world.dump("dest1") == world.dump("dest2"));
+  requireSame(world, {"A", "dest1", "--common"});
+  for (const char* same : {"dest3", "destA", "dest5"}) requireSame(world, {"A", same});
+}
+
 RC_GTEST_PROP(MotionProperty, InsertPutsTheStretchInFront, ()) {
   const SignalShapes signals = anySignals("s");
   const std::string textA = anyDatabase(signals, "subA");

@@ -160,7 +160,7 @@ TEST_F(MuxifyTest, ChildrenStepOverNamesOfTheSource) {
 // --- Destination ---------------------------------------------------------------------
 
 TEST_F(MuxifyTest, ReplacesTheDestinationAndReports) {
-  build("A", smallChip().rows(steps("tp", {"10", "01"})));
+  build("A", smallChip().mode(3).rows(steps("tp", {"10", "01"})));
   build("dest", twoPlates().rows(steps("slow", {"10"})).more("label \"old\" row=0\n"));
   const Outcome outcome = muxify(2);
   expectDone(outcome);
@@ -168,7 +168,8 @@ TEST_F(MuxifyTest, ReplacesTheDestinationAndReports) {
             "Beginning muxify operation (degree = 2)...\n"
             "Muxify operation completed successfully.\n");
   EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_tp\" |1001\n");
-  EXPECT_THAT(dump("dest"), AllOf(Not(HasSubstr("slow")), Not(HasSubstr("old"))));
+  EXPECT_THAT(dump("dest"), AllOf(HasSubstr("timeplates mode=3\n"), Not(HasSubstr("slow")),
+                                  Not(HasSubstr("old"))));
 }
 
 TEST_F(MuxifyTest, RefusesWhatItCantOpenAndItsOwnSource) {

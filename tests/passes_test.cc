@@ -53,15 +53,19 @@ std::string compressionLines(const std::string& path, const std::string& repeat,
 
 // --- Flatten -------------------------------------------------------------------------
 
-// Every type of row, nested; a chain of two cells for the scan row.
-DatabaseText everyStructure(int version) {
-  DatabaseText text = smallChip(version);
+// With a chain of two cells, for scan rows.
+DatabaseText withChain(DatabaseText text) {
   text.signalRecords(
       "signal 7:200000 \"ALLSCAN\" type=scan-group\n  members 9:1 5:1 5:2\n"
       "signal 9:1 \"chain\" type=chain\n  members 5:1 5:2\n  ate-pins 1 2\n"
       "signal 5:1 \"cell1\" type=cell\nsignal 5:2 \"cell2\" type=cell\n");
+  return text.beforeRows("vector \"load\" value=7\n  cells |01\n");
+}
+
+// Every type of row, nested.
+DatabaseText everyStructure(int version) {
+  DatabaseText text = withChain(smallChip(version));
   text.plate("slow", "20nS", {{"a", "0pS S", ""}, {"y", "0pS X 15nS Q", ""}});
-  text.beforeRows("vector \"load\" value=7\n  cells |01\n");
   text.rows(
       "  row \"tp\" x3 |10\n    prop 4 \"three\"\n"
       "  loop x2 comment=\"count\"\n    prop 7 \"loop\"\n    row \"tp\" |01\n"
@@ -336,8 +340,13 @@ std::string anyRows(int depth, const std::vector<std::string>& called) {
       rows += "  call \"" +
               called[static_cast<std::size_t>(number(0, static_cast<int>(called.size()) - 1))] +
               "\"" + counted(number(1, 3)) + "\n";
+    } else if (kind == 4) {
+      rows += "  spacer spacer-time=5nS\n";
+    } else if (kind == 5) {
+      rows += "  scan \"tp\"" + counted(number(1, 3)) + " |" + anyStates() +
+              "\n    run in 9:1 \"load\"\n";
     } else {
-      rows += anyLiteral(kind == 4 ? number(2, 70) : 1);
+      rows += anyLiteral(kind == 6 ? number(2, 70) : 1);
     }
   }
   return rows;
@@ -360,17 +369,20 @@ void requireSame(const OperationWorld& world, const std::string& a, const std::s
 
 RC_GTEST_PROP(PassesProperty, FlattenKeepsEveryCycle, ()) {
   OperationWorld world({PVBCONDITIONER_BINARY, PVB_BINARY});
-  DatabaseText text = chip();
+  DatabaseText text = withChain(chip());
   // Each may call those behind it.
   text.rows(anyRows(3, {"one", "two"}));
   text.subroutine("one", anyRows(2, {"two"})).subroutine("two", anyRows(2, {}));
   RC_LOG() << text.text();
   world.build("A", text);
   world.build("destA", text);
-  requireDone(world.runParameters({"Operation=flatten", "SourcePVB1=destA"}));
-  requireSame(world, "A", "destA");
-  const std::size_t cycles = modelOf(world.dump("A")).cycles.size();
-  RC_ASSERT(shape(world.rowsOf("destA")) == std::string(cycles, 'r'));
+  std::vector<std::string> parameters = {"Operation=flatten", "SourcePVB1=destA"};
+  const bool inPlace = number(0, 1) == 0;
+  if (!inPlace) parameters.push_back("DestinationPVB=dest");
+  requireDone(world.runParameters(parameters));
+  const std::string flat = inPlace ? "destA" : "dest";
+  requireSame(world, "A", flat);
+  RC_ASSERT(shape(world.rowsOf(flat)).find_first_not_of('r') == std::string::npos);
 }
 
 // A pattern with counts and loops, and the one whose comments ask for them.

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -46,6 +47,7 @@ bool Platform::realPath(const char* path, std::string& out) {
 }
 int Platform::remove(const char* path) { return ::unlink(path); }
 int Platform::makeDirectory(const char* path, mode_t mode) { return ::mkdir(path, mode); }
+int Platform::setRights(const char* path, mode_t mode) { return ::chmod(path, mode); }
 int Platform::removeDirectory(const char* path) { return ::rmdir(path); }
 
 bool Platform::list(const char* path, std::vector<std::string>& names) {
@@ -59,6 +61,12 @@ bool Platform::list(const char* path, std::vector<std::string>& names) {
   }
   std::sort(names.begin(), names.end());
   return errno == 0;
+}
+bool Platform::freeSpace(const char* path, std::uint64_t& bytes) {
+  struct statvfs space;
+  if (::statvfs(path, &space) != 0) return false;
+  bytes = std::uint64_t{space.f_bavail} * space.f_frsize;
+  return true;
 }
 
 void* Platform::allocate(std::size_t size) { return std::malloc(size); }

@@ -12,6 +12,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -51,9 +52,13 @@ class Platform {
   virtual bool realPath(const char* path, std::string& out);
   virtual int remove(const char* path);
   virtual int makeDirectory(const char* path, mode_t mode);
+  virtual int setRights(const char* path, mode_t mode);
   virtual int removeDirectory(const char* path);
   // The names in a directory without "." and "..", sorted. false on failure.
   virtual bool list(const char* path, std::vector<std::string>& names);
+  // Bytes that files of this user can still take where `path` is. false when the system
+  // can't tell.
+  virtual bool freeSpace(const char* path, std::uint64_t& bytes);
 
   // Raw memory, as malloc, realloc and free; null when there is none.
   virtual void* allocate(std::size_t size);

@@ -20,8 +20,8 @@ struct AddRun {
   std::string_view srcPath;
   std::string_view listName;
   // The signal in hand gets the event of its direction. Cleared by the first timeplate
-  // that has taken it, so that all others get an empty slot: kept on purpose. A signal
-  // that takes no event leaves it to the next one.
+  // that has taken it, so that the second one gets an empty slot and all others none: kept
+  // on purpose. A signal that takes no event leaves it to the next one.
   bool noTrackSpec = false;
   // Written to the rows in one walk at the end: what a row holds can't be seen before.
   std::vector<ColumnState> states;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "base/errors.h"
 #include "conditioner/bus_range.h"
@@ -91,19 +92,16 @@ IdSet idsInTimePlates(int database, const PVBidList& cutIDs) {
 }
 
 void cutFromTimePlate(PVBtimePlate& plate, const IdSet& ids) {
+  std::vector<bool> leftEmpty(static_cast<std::size_t>(PVBslotCount(plate)));
   bool changed = false;
-  for (int slot = 0; slot < PVBslotCount(plate);) {
+  for (int slot = 0; slot < PVBslotCount(plate); ++slot) {
     PVBidList signals = PVBtrackSignals(plate, slot);
-    const auto removed = std::erase_if(signals, [&ids](PVBid id) { return ids.contains(id); });
-    changed |= removed > 0;
-    if (removed > 0 && signals.empty()) {
-      PVBtimePlateDeleteTrack(plate, slot);
-      continue;
-    }
-    if (removed > 0) PVBtrackSetSignals(plate, slot, signals);
-    ++slot;
+    if (std::erase_if(signals, [&ids](PVBid id) { return ids.contains(id); }) == 0) continue;
+    changed = true;
+    leftEmpty[static_cast<std::size_t>(slot)] = signals.empty();
+    if (!signals.empty()) PVBtrackSetSignals(plate, slot, signals);
   }
-  if (changed) PVBtimePlateRebuildMaps(plate);
+  if (changed) PVBtimePlateDeleteTracks(plate, leftEmpty);
 }
 
 void cutSignals(int database, const PVBidList& cutIDs) {
@@ -112,7 +110,7 @@ void cutSignals(int database, const PVBidList& cutIDs) {
   for (const PVBid id : PVBtimePlateInqAll(database)) {
     cutFromTimePlate(*PVBtimePlateInqByID(database, id), ids);
   }
-  for (const PVBid id : cutIDs) PVBsignalDelete(database, id);
+  PVBsignalsDelete(database, cutIDs);
 }
 
 }  // namespace

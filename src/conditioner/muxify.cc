@@ -57,6 +57,8 @@ bool fold(int src, int dest, int degree) {
   mux.src = src;
   mux.dest = dest;
   mux.degree = degree;
+  // What the state P of the source's tracks means.
+  PVBsetPmode(dest, PVBpmode(src));
   if (!createSignalList(mux)) return muxifyFails(kFunction, "createSignalList() failed");
   if (!muxifySignals(mux)) return muxifyFails(kFunction, "muxifySignals() failed");
   if (!muxifyPattern(mux)) return muxifyFails(kFunction, "muxifyPattern() failed");

@@ -78,22 +78,21 @@ int doMuxify(OpSpec& op, RegionTable&) {
 // --- The table -----------------------------------------------------------------------
 
 constexpr Operation kOperations[] = {
-    {kOpMerge, "merge", "merge", "merge", 0, doMerge},
-    {kOpConcat, "concat", "concat", "concat", 1, doConcat},
-    {kOpInsert, "insert", nullptr, "concat", 2, doInsert},
-    {kOpCopy, "copy", "copy", "copy", 3, doCopy},
-    {kOpRename, nullptr, "rename", "renameSignal", 4, doRename},
-    {kOpAdd, nullptr, "add", "adds", 5, doAdd},
-    {kOpCut, nullptr, "cut", "cut", 6, doCut},
-    {kOpDeleteDB, nullptr, "deleteDB", "deleteDB", 7, deleteDB},
-    {kOpFlatten, "flatten", nullptr, "flatten", 8, doFlatten},
-    {kOpAddCompression, "addcompression", "addCompression", "AddCompression", 83, doAddCompression},
-    {kOpDuplicateRow, nullptr, "duplicateRow", nullptr, kNoFailureIndex, nullptr},
-    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, "tpOptimize", 9, doTimeplateOptimize},
-    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", "timeplateRename", 9,
-     doTimeplateRename},
-    {kOpAnnotateVectors, "annotate_vectors", nullptr, "annotateVectors", 86, doAnnotateVectors},
-    {kOpMuxify, "muxify", nullptr, "muxify", 87, doMuxify},
+    {kOpMerge, "merge", "merge", 0, doMerge},
+    {kOpConcat, "concat", "concat", 1, doConcat},
+    {kOpInsert, "insert", nullptr, 2, doInsert},
+    {kOpCopy, "copy", "copy", 3, doCopy},
+    {kOpRename, nullptr, "rename", 4, doRename},
+    {kOpAdd, nullptr, "add", 5, doAdd},
+    {kOpCut, nullptr, "cut", 6, doCut},
+    {kOpDeleteDB, nullptr, "deleteDB", 7, deleteDB},
+    {kOpFlatten, "flatten", nullptr, 8, doFlatten},
+    {kOpAddCompression, "addcompression", "addCompression", 83, doAddCompression},
+    {kOpDuplicateRow, nullptr, "duplicateRow", 0, nullptr},
+    {kOpTimeplateOptimize, "timeplate_optimize", nullptr, 9, doTimeplateOptimize},
+    {kOpTimeplateRename, "timeplate_rename", "timeplateRename", 9, doTimeplateRename},
+    {kOpAnnotateVectors, "annotate_vectors", nullptr, 86, doAnnotateVectors},
+    {kOpMuxify, "muxify", nullptr, 87, doMuxify},
 };
 
 constexpr bool isIndexedByKind() {

@@ -56,16 +56,12 @@ using OpList = std::deque<OpSpec>;
 // 0 for success; anything else after the reasons were put on the error stacks.
 using OpHandler = int (*)(OpSpec& op, RegionTable& regions);
 
-// A failure index of none: the kind can be queued, and ends the run when reached.
-inline constexpr int kNoFailureIndex = -1;
-
 struct Operation {
   OpKind kind;
   const char* parameterName;  // null: not to be had by the parameter `Operation`
   const char* fileName;       // null: not to be had in an operation file
-  const char* handlerName;    // names the handler in messages
   int failureIndex;           // row of PBconditionerError
-  OpHandler handler;          // null: this build can't carry it out yet
+  OpHandler handler;          // null: the kind can be queued, and ends the run when reached
 };
 
 // Indexed by kind.

@@ -14,6 +14,7 @@
 #include "base/text.h"
 #include "base/text_file.h"
 #include "conditioner/messages.h"
+#include "conditioner/muxify.h"
 #include "conditioner/op_file.h"
 #include "conditioner/run.h"
 #include "timeplate/optimizer.h"
@@ -78,8 +79,6 @@ constexpr PBparam kParams[] = {
     {"MuxDegree", &values.muxDegree, false},
 };
 
-constexpr int kLeastMuxDegree = 2;
-constexpr int kMostMuxDegree = 16;
 constexpr std::size_t kMostMuxDegreeDigits = 9;
 
 constexpr int kReportColumns = 100;
@@ -154,9 +153,9 @@ bool readMuxDegree(OpSpec& op) {
     return complain(fmt::format("'muxDegree' parameter value ({}) is not a valid integer", text));
   }
   op.muxDegree = PBtextToInt(text);
-  if (op.muxDegree < kLeastMuxDegree || op.muxDegree > kMostMuxDegree) {
+  if (op.muxDegree < kMinMuxDegree || op.muxDegree > kMaxMuxDegree) {
     return complain(fmt::format("'muxDegree' parameter value ({}) is out of range [{}..{}]",
-                                op.muxDegree, kLeastMuxDegree, kMostMuxDegree));
+                                op.muxDegree, kMinMuxDegree, kMaxMuxDegree));
   }
   return true;
 }

@@ -51,6 +51,7 @@ class Renamer {
   int busRename(const std::string& oldName, const std::string& newName);
   int renameMember(const PVBsignal& signal, const std::string& newName);
 
+  void noteNames(const PVBidList& ids);
   const PVBsignal* signalCalled(const std::string& name) const;
   bool isGoodRange(const std::string& name) const {
     return validateBus(name, listName_, database_, srcPath_);
@@ -67,9 +68,15 @@ class Renamer {
 
 Renamer::Renamer(const EditTarget& target, const std::string& srcPath, const std::string& listName)
     : database_(target.database()), path_(target.path()), srcPath_(srcPath), listName_(listName) {
-  for (const PVBid id : PVBsignalInqAll(database_)) {
-    const PVBsignal* signal = PVBsignalInqByID(database_, id);
-    if (signal->name) oldNames_.emplace(*signal->name, id);
+  noteNames(PVBsignalInqAll(database_));
+  const PVBsignal* scan = PVBobjectInqByID(database_, kGroupAllScan);
+  if (scan != nullptr) noteNames(scan->members);
+}
+
+void Renamer::noteNames(const PVBidList& ids) {
+  for (const PVBid id : ids) {
+    const PVBsignal* signal = PVBobjectInqByID(database_, id);
+    if (signal != nullptr && signal->name) oldNames_.emplace(*signal->name, id);
   }
 }
 
@@ -78,7 +85,7 @@ Renamer::Renamer(const EditTarget& target, const std::string& srcPath, const std
 // By its old name.
 const PVBsignal* Renamer::signalCalled(const std::string& name) const {
   const auto found = oldNames_.find(name);
-  return found != oldNames_.end() ? PVBsignalInqByID(database_, found->second) : nullptr;
+  return found != oldNames_.end() ? PVBobjectInqByID(database_, found->second) : nullptr;
 }
 
 int Renamer::sigRename(const std::string& oldName, const std::string& newName) {

@@ -23,13 +23,6 @@ bool closeReport() {
   return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
 }
 
-int carryOut(const Operation& operation, OpSpec& op) {
-  if (operation.handler != nullptr) return operation.handler(op, run.regionTable);
-  PBerrPush(PBconditionerError, kFunctionAndText, operation.handlerName,
-            "this version can't carry out the operation yet; no database was changed by it.");
-  return -2;
-}
-
 // What the run changed only in part isn't saved over what was there.
 void closeDatabasesUnsaved() {
   for (int database = 0; database < MAXPVB; ++database) {
@@ -58,12 +51,11 @@ int runOperations() {
   for (OpSpec& op : run.opList) {
     run.currentOperation = op.type;
     const auto kind = static_cast<std::uint32_t>(op.type);
-    if (kind >= operations().size() || operations()[kind].failureIndex == kNoFailureIndex) {
+    if (kind >= operations().size() || operations()[kind].handler == nullptr) {
       std::fputs("Internal error: Unrecognized operation.  Exiting...\n", stderr);
       return 1;
     }
-    const Operation& operation = operations()[kind];
-    if (carryOut(operation, op) != 0) {
+    if (operations()[kind].handler(op, run.regionTable) != 0) {
       // The handler says which pass it was, of an operation that has more than one.
       const int failed = operations()[static_cast<std::size_t>(op.type)].failureIndex;
       PBerrPush(PBconditionerError, failed, "main");

@@ -211,6 +211,8 @@ int PVBdemote(int database);
 int PVBcopy(const std::string& toPath, const std::string& fromPath);
 int PVBdelete(const std::string& path, bool sideFilesToo);
 int PVBdeleteAll(const std::string& path);
+// Moves every entry whose name begins with "pvb", then removes the source directory. Until
+// all have come the target's own files stay; a failure before that leaves all as it was.
 int PVBrename(const std::string& fromPath, const std::string& toPath);
 // Whether a directory is a database or holds files of a section: those without "pvb.h" are
 // what a run left that failed, and no new database must begin with them.

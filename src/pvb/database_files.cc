@@ -21,6 +21,7 @@ constexpr std::array<std::string_view, 6> kEditorFiles = {"pvb.SEini", "pvb.PEin
 constexpr std::string_view kHeaderFile = "pvb.h";
 constexpr std::string_view kLockFile = "pvb.lock";
 constexpr std::string_view kNamePrefix = "pvb";
+constexpr const char* kArriving = ".arriving";  // behind the name of a file on its way
 
 std::vector<std::string_view> databaseFiles(bool sideFilesToo) {
   std::vector<std::string_view> files = {kHeaderFile};
@@ -40,6 +41,23 @@ int removeDirectory(const std::string& path) {
                      errno == EBUSY;
   if (stays) errno = 0;
   return stays ? 0 : -2;
+}
+
+// Moves files to another directory under names of their own, so that what stands there is
+// whole until all have come. On failure all are back.
+bool bringFiles(const std::vector<std::string>& names, const std::string& fromPath,
+                const std::string& toPath) {
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string arriving = PVBfilePath(toPath, names[i]) + kArriving;
+    if (PBmoveFile(PVBfilePath(fromPath, names[i]), arriving) == 0) continue;
+    const int reason = errno;
+    while (i-- > 0) {
+      PBmoveFile(PVBfilePath(toPath, names[i]) + kArriving, PVBfilePath(fromPath, names[i]));
+    }
+    errno = reason;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -85,13 +103,13 @@ int PVBdeleteAll(const std::string& path) { return PVBdelete(path, true); }
 int PVBrename(const std::string& fromPath, const std::string& toPath) {
   std::vector<std::string> names;
   if (PVBinqByPath(fromPath) >= 0 || !platform().list(fromPath.c_str(), names)) return -2;
-  if (!haveDirectory(toPath)) return -2;
-  int result = 0;
-  for (const std::string& name : names) {
-    if (!std::string_view(name).starts_with(kNamePrefix)) continue;
-    if (PBmoveFile(PVBfilePath(fromPath, name), PVBfilePath(toPath, name)) != 0) result = -2;
-  }
-  if (result != 0) return result;
+  std::erase_if(names, [](const std::string& name) { return !name.starts_with(kNamePrefix); });
+  if (!haveDirectory(toPath) || !bringFiles(names, fromPath, toPath)) return -2;
+  const auto takesItsName = [&toPath](const std::string& name) {
+    const std::string file = PVBfilePath(toPath, name);
+    return platform().rename((file + kArriving).c_str(), file.c_str()) == 0;
+  };
+  if (!std::ranges::all_of(names, takesItsName)) return -2;
   return platform().removeDirectory(fromPath.c_str()) == 0 ? 0 : -2;
 }
 

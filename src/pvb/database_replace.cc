@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kNamePrefix = "pvb";  // of a database's own files
 constexpr int kCannotWrite = 85;
-constexpr mode_t kRights = 0777;
+constexpr mode_t kRights = 07777;
 
 using Names = std::vector<std::string>;
 
@@ -24,9 +24,14 @@ int fail(std::string_view function, const std::string& path) {
 
 // --- Preparing -----------------------------------------------------------------------
 
-mode_t rightsOf(const std::string& path) {
+// Whoever may work in the old directory may work in the new one.
+bool makeAlike(const std::string& newPath, const std::string& path) {
   struct stat status;
-  return platform().status(path.c_str(), status) == 0 ? status.st_mode & kRights : kRights;
+  if (platform().status(path.c_str(), status) != 0) return false;
+  const mode_t rights = status.st_mode & kRights;
+  errno = 0;
+  return platform().makeDirectory(newPath.c_str(), rights) == 0 &&
+         platform().setRights(newPath.c_str(), rights) == 0;
 }
 
 // An entry that is a file of a database, or a second name of one in `home`, goes; what
@@ -106,10 +111,7 @@ int PVBreplacePrepare(const std::string& path, const std::string& newPath) {
     return fail(kFunction, newPath);
   }
   if (presenceOf(newPath) == Presence::absent) {
-    const mode_t rights = rightsOf(path);
-    errno = 0;
-    if (platform().makeDirectory(newPath.c_str(), rights) != 0) return fail(kFunction, newPath);
-    return 0;
+    return makeAlike(newPath, path) ? 0 : fail(kFunction, newPath);
   }
   Names names;
   if (!platform().list(newPath.c_str(), names)) return fail(kFunction, newPath);

@@ -10,7 +10,9 @@
 // Where the file system can't exchange directories, two renames do: between them there
 // is nothing under the path, and the old database is under PATH_old. Where a directory
 // can't be renamed at all (it is the working directory, a mounted disk, or the other
-// directory lies on another disk), the files are moved one by one.
+// directory lies on another disk), the files are moved: first all of them beside the old
+// ones, so that a failure leaves these whole, then each in its place. A run that is killed
+// among the latter leaves a mixture, and the rest beside it with ".arriving" behind the names.
 //
 // Results are 0, or -2 after a post.
 

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/disk_space.h"
 #include "base/errors.h"
+#include "base/platform.h"
 #include "pvb/pattern_internal.h"
 #include "pvb/property.h"
 
@@ -331,8 +331,11 @@ class OldTree {
 // How well rows pack isn't known before they are there, so the disk must have room for
 // them as they are: a count that was meant otherwise doesn't fill it.
 bool fitsOnDisk(int database, const PVBpatternData& data, std::uint64_t rows) {
-  const auto free = PBfreeDiskBytes(PVBpath(database));
-  return !free || rows <= *free / (PageBlockSize(data.rows) + sizeof(PVBnodeEntry));
+  const int kept = errno;
+  std::uint64_t bytes = 0;
+  const bool known = platform().freeSpace(PVBpath(database).c_str(), bytes);
+  errno = kept;
+  return !known || rows <= bytes / (PageBlockSize(data.rows) + sizeof(PVBnodeEntry));
 }
 
 // Empty when the pattern can be flattened, else why not.

@@ -363,3 +363,17 @@ int PVBcolumnDelete(int database, PVBid id) {
   data->changed = true;
   return 0;
 }
+
+void PVBpinsForgetSignals(int database, const std::unordered_set<PVBid>& signals) {
+  const PVBdatabase* slot = PVBget(database);
+  if (slot == nullptr || !slot->pins) return;
+  PVBpinData& data = *slot->pins;
+  const auto forget = [&](auto& record) {
+    const auto forgotten =
+        std::erase_if(record.signals, [&signals](PVBid id) { return signals.contains(id); });
+    data.changed = data.changed || forgotten > 0;
+  };
+  data.atePins.forEach(forget);
+  data.dutPins.forEach(forget);
+  data.columns.forEach(forget);
+}

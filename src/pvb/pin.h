@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include "base/hash.h"
 #include "pvb/id.h"
@@ -87,6 +88,8 @@ PVBcolumn* PVBcolumnInqByNumber(int database, std::int32_t number);
 int PVBatePinDelete(int database, PVBid id);
 int PVBdutPinDelete(int database, PVBid id);
 int PVBcolumnDelete(int database, PVBid id);
+// Takes signals that are no more out of the lists of all pins and columns.
+void PVBpinsForgetSignals(int database, const std::unordered_set<PVBid>& signals);
 // The walks, in the order of the id tables.
 PVBpin* PVBatePinFirst(int database);
 PVBpin* PVBatePinNext(int database);

@@ -4,6 +4,8 @@
 #include <cerrno>
 
 #include "base/errors.h"
+#include "pvb/pin.h"
+#include "pvb/property.h"
 #include "pvb/signal_internal.h"
 
 namespace {
@@ -74,22 +76,31 @@ PVBsignal* enter(int database, PVBsignalData& data, std::unique_ptr<PVBsignal> s
   return entered;
 }
 
+// What was found, when it may be deleted or renamed; else null with a status.
+PVBsignal* changeable(int database, PVBsignal* found) {
+  if (found == nullptr || !PVBisImplicit(database, found->id)) return found;
+  PVBsetStatus(database, kStatusImplicitGroup);
+  return nullptr;
+}
+
 // --- Deleting ------------------------------------------------------------------------
 
-void removeFromLists(PVBsignalData& data, PVBid id) {
-  PVBidListRemove(data.allGroups, id);
-  data.byId.forEach([id](PVBsignal& signal) {
-    PVBidListRemove(signal.members, id);
-    PVBidListRemove(signal.muxChildren, id);
+void removeFromLists(PVBsignalData& data, const std::unordered_set<PVBid>& gone) {
+  const auto isGone = [&gone](PVBid id) { return gone.contains(id); };
+  std::erase_if(data.allGroups, isGone);
+  data.byId.forEach([&](PVBsignal& signal) {
+    std::erase_if(signal.members, isGone);
+    std::erase_if(signal.muxChildren, isGone);
+    if (signal.type == kScanChainType) std::ranges::replace_if(signal.lists3, isGone, UNDEF);
   });
 }
 
-// The signal, when it may be deleted or renamed; else null with a status.
-PVBsignal* changeable(int database, PVBid id) {
-  PVBsignal* signal = PVBsignalInqByID(database, id);
-  if (signal == nullptr || !PVBisImplicit(database, id)) return signal;
-  PVBsetStatus(database, kStatusImplicitGroup);
-  return nullptr;
+bool takeOutForGood(int database, PVBsignalData& data, PVBid id) {
+  PVBsignal* signal = changeable(database, PVBsignalInqByID(database, id));
+  if (signal == nullptr) return false;
+  if (signal->propList != UNDEF) PVBpropListFree(database, signal->propList);
+  takeOut(data, *signal);
+  return true;
 }
 
 // --- Words ---------------------------------------------------------------------------
@@ -188,20 +199,24 @@ PVBid PVBscanObjectInsert(int database, std::unique_ptr<PVBsignal> object) {
   return entered->id;
 }
 
-int PVBsignalDelete(int database, PVBid id) {
+int PVBsignalDelete(int database, PVBid id) { return PVBsignalsDelete(database, {id}); }
+
+int PVBsignalsDelete(int database, const PVBidList& ids) {
   PVBsignalData* data = signalData(database);
   if (data == nullptr) return -2;
-  PVBsignal* signal = changeable(database, id);
-  if (signal == nullptr) return -2;
-  takeOut(*data, *signal);
-  removeFromLists(*data, id);
-  return 0;
+  std::unordered_set<PVBid> gone;
+  for (const PVBid id : ids) {
+    if (takeOutForGood(database, *data, id)) gone.insert(id);
+  }
+  removeFromLists(*data, gone);
+  PVBpinsForgetSignals(database, gone);
+  return gone.size() == ids.size() ? 0 : -2;
 }
 
 int PVBsignalRename(int database, PVBid id, std::string_view name) {
   PVBsignalData* data = signalData(database);
   if (data == nullptr) return -2;
-  PVBsignal* signal = changeable(database, id);
+  PVBsignal* signal = changeable(database, PVBobjectInqByID(database, id));
   if (signal == nullptr) return -2;
   if (signal->name == name) return 0;
   const std::optional<std::string> newName(name);

@@ -161,8 +161,13 @@ PVBid PVBsignalInsertAs(int database, std::unique_ptr<PVBsignal> signal);
 PVBid PVBsignalAdd(int database, std::unique_ptr<PVBsignal> signal);
 // Makes the children of a bus by its bounds, left one first; they join no group.
 int PVBsignalExpand(int database, PVBsignal& bus);
-// Also takes the id out of every list of members or mux children.
+// Also takes the id out of every list of members or mux children and away from pins,
+// columns and the ends of scan chains, and frees the signal's properties.
 int PVBsignalDelete(int database, PVBid id);
+// The same for many, in one pass over the lists. -2 when one of them isn't there or is an
+// implicit group; the others are gone.
+int PVBsignalsDelete(int database, const PVBidList& ids);
+// Scan objects too.
 int PVBsignalRename(int database, PVBid id, std::string_view name);
 // Signals and groups only; scan objects and "ALLSCAN" through the second.
 PVBsignal* PVBsignalInqByID(int database, PVBid id);

@@ -180,6 +180,8 @@ int PVBlistInsert(PVBtimePlate& plate, int track, PVBid signal);
 // Removes slot and wave `index` from all levels; those above move down, the maps are
 // built again. False out of range.
 bool PVBtimePlateDeleteTrack(PVBtimePlate& plate, int index);
+// The same for all slots that `gone` has true for.
+void PVBtimePlateDeleteTracks(PVBtimePlate& plate, const std::vector<bool>& gone);
 void PVBtimePlateRebuildMaps(PVBtimePlate& plate);
 // Null when the plate doesn't hold the signal.
 const SignalTracks* PVBsignalTracks(const PVBtimePlate& plate, PVBid signal);

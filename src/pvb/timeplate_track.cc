@@ -63,9 +63,15 @@ int workedOutDirection(const PVBtrack& track) {
   return expected ? OUTPUT : kUndefinedDirection;
 }
 
-template <typename Vector>
-void eraseAt(Vector& values, std::size_t index) {
-  if (index < values.size()) values.erase(values.begin() + static_cast<std::ptrdiff_t>(index));
+template <typename Value>
+void eraseAll(std::vector<Value>& values, const std::vector<bool>& gone) {
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (i < gone.size() && gone[i]) continue;
+    if (kept != i) values[kept] = std::move(values[i]);
+    ++kept;
+  }
+  values.erase(values.begin() + static_cast<std::ptrdiff_t>(kept), values.end());
 }
 
 }  // namespace
@@ -187,12 +193,17 @@ int PVBlistInsert(PVBtimePlate& plate, int track, PVBid signal) {
 
 bool PVBtimePlateDeleteTrack(PVBtimePlate& plate, int index) {
   if (index < 0 || static_cast<std::size_t>(index) >= slotCount(plate)) return false;
-  const auto place = static_cast<std::size_t>(index);
-  eraseAt(plate.selectorLists, place);
-  eraseAt(plate.selectorTables, place);
-  for (PVBlevel& level : plate.levels) eraseAt(level.tracks, place);
-  PVBtimePlateRebuildMaps(plate);
+  std::vector<bool> gone(static_cast<std::size_t>(index) + 1);
+  gone.back() = true;
+  PVBtimePlateDeleteTracks(plate, gone);
   return true;
+}
+
+void PVBtimePlateDeleteTracks(PVBtimePlate& plate, const std::vector<bool>& gone) {
+  eraseAll(plate.selectorLists, gone);
+  eraseAll(plate.selectorTables, gone);
+  for (PVBlevel& level : plate.levels) eraseAll(level.tracks, gone);
+  PVBtimePlateRebuildMaps(plate);
 }
 
 int PVBslotCount(const PVBtimePlate& plate) { return static_cast<int>(slotCount(plate)); }

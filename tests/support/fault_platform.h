@@ -103,11 +103,19 @@ class FaultPlatform : public Platform {
   int makeDirectory(const char* path, mode_t mode) override {
     return fails() ? -1 : Platform::makeDirectory(path, mode);
   }
+  int setRights(const char* path, mode_t mode) override {
+    return fails() ? -1 : Platform::setRights(path, mode);
+  }
   int removeDirectory(const char* path) override {
     return fails() ? -1 : Platform::removeDirectory(path);
   }
   bool list(const char* path, std::vector<std::string>& names) override {
     return !fails() && Platform::list(path, names);
+  }
+  bool freeSpace(const char* path, std::uint64_t& bytes) override {
+    if (fails() || !Platform::freeSpace(path, bytes)) return false;
+    if (space_ < kUnlimited) bytes = static_cast<std::uint64_t>(space_);
+    return true;
   }
 
   void* allocate(std::size_t size) override {
