@@ -215,6 +215,25 @@ TEST_F(PlatesTest, MergesFlatTracksIntoTheClock) {
   expectSame("A", "dest", {"--ignore-cycles"});
 }
 
+// The tracks name a bus or a group that the clock stands in.
+TEST_F(PlatesTest, MergesTracksThatNameTheClockByAGroup) {
+  std::string text = selectedTracks({{"1", "0pS P 2nS U 5nS D"}, {"2", "0pS D"}},
+                                    {"-1" + selectorCodes('1'), "-0" + selectorCodes('2')});
+  build("A", text);
+  optimize("Clock");
+  const std::string rows = rowsOf("dest");
+  const std::string group = "signal 90 \"g\" type=group\n  members 1\nsignal 100000 ";
+  text.replace(text.find("signal 100000 "), 14, group);
+  for (const char* slot : {"    of 1\n", "    on 1\n"}) {
+    for (std::size_t at = text.find(slot); at != std::string::npos; at = text.find(slot)) {
+      text.replace(at, 9, std::string(slot).replace(7, 1, "90"));
+    }
+  }
+  build("A", text);
+  EXPECT_THAT(optimize("Clock").report, HasSubstr("Merging track 2 (D) into track 1 (PUD)"));
+  EXPECT_EQ(rowsOf("dest"), rows);
+}
+
 struct Shapes {
   const char* events;
   std::string report;
