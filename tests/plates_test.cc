@@ -111,13 +111,13 @@ TEST_F(PlatesTest, DeletesUnusedTimeplatesInPlaceAndInACopy) {
 
 // An extended database where the rows choose the track of "a" by its selector.
 std::string selectedTracks(const std::vector<std::pair<std::string, std::string>>& tracks,
-                           const std::vector<std::string>& rows) {
+                           const std::string& rows) {
   std::vector<TrackText> texts;
   for (const auto& [selector, events] : tracks) texts.push_back({"a", events, ""});
   texts.push_back({"y", "0pS X 9nS Q", ""});
   DatabaseText database(1501);
   database.signal("a", "input").signal("y", "output").plate("tp", "10nS", texts);
-  std::string text = database.rows(steps("tp", rows)).text();
+  std::string text = database.rows(rows).text();
   const auto replace = [&](const std::string& from, const std::string& to) {
     text.replace(text.find(from), from.size(), to);
   };
@@ -138,7 +138,7 @@ std::string selectorCodes(char selector) {
 
 TEST_F(PlatesTest, DeletesUnusedTracksFromTheHighestDown) {
   build("A", selectedTracks({{"1", "0pS S"}, {"2", "0pS D 2nS S"}, {"3", "0pS U 3nS S"}},
-                            {"11" + selectorCodes('3'), "00" + selectorCodes('3')}));
+                            steps("tp", {"11" + selectorCodes('3'), "00" + selectorCodes('3')})));
   expectOptimized(optimize("Tracks"), "Deleting 2 unused tracks...\n",
                   std::string(kCopied) +
                       "\nUNUSED TRACKS REPORT\n\n"
@@ -202,7 +202,7 @@ TEST_F(PlatesTest, AnnotatesEveryRowWithTheNameItHad) {
 
 TEST_F(PlatesTest, MergesFlatTracksIntoTheClock) {
   build("A", selectedTracks({{"1", "0pS P 2nS U 5nS D"}, {"2", "0pS D"}},
-                            {"-1" + selectorCodes('1'), "-0" + selectorCodes('2')}));
+                            steps("tp", {"-1" + selectorCodes('1'), "-0" + selectorCodes('2')})));
   const std::string merged =
       "INFORMATIVE: Timeplate 'tp': Merging track 2 (D) into track 1 (PUD).\n"
       "INFORMATIVE: Timeplate 'tp': Deleting track 2 (D).\n"
@@ -213,6 +213,26 @@ TEST_F(PlatesTest, MergesFlatTracksIntoTheClock) {
   EXPECT_THAT(sectionOf("dest", "timeplate 0"),
               HasSubstr("    event 0pS P\n    event 2nS S\n    event 5nS D\n"));
   expectSame("A", "dest", {"--ignore-cycles"});
+}
+
+// The tracks name a bus or a group that the clock stands in.
+TEST_F(PlatesTest, MergesTracksThatNameTheClockByAGroup) {
+  std::string text =
+      selectedTracks({{"1", "0pS P 2nS U 5nS D"}, {"2", "0pS D"}},
+                     steps("tp", {"-1" + selectorCodes('1'), "-0" + selectorCodes('2')}));
+  build("A", text);
+  optimize("Clock");
+  const std::string rows = rowsOf("dest");
+  const std::string group = "signal 90 \"g\" type=group\n  members 1\nsignal 100000 ";
+  text.replace(text.find("signal 100000 "), 14, group);
+  for (const char* slot : {"    of 1\n", "    on 1\n"}) {
+    for (std::size_t at = text.find(slot); at != std::string::npos; at = text.find(slot)) {
+      text.replace(at, 9, std::string(slot).replace(7, 1, "90"));
+    }
+  }
+  build("A", text);
+  EXPECT_THAT(optimize("Clock").report, HasSubstr("Merging track 2 (D) into track 1 (PUD)"));
+  EXPECT_EQ(rowsOf("dest"), rows);
 }
 
 struct Shapes {
@@ -334,23 +354,43 @@ std::string oneOf(const std::vector<std::string>& values) {
   return values[static_cast<std::size_t>(number(0, static_cast<int>(values.size()) - 1))];
 }
 
-// Few different waves and periods, so that many timeplates are the same.
+// A row, alone or in a loop.
+std::string placed(const std::string& row) {
+  return number(0, 2) != 0 ? row
+                           : "  loop x" + std::to_string(number(1, 3)) + "\n" + row + "  end\n";
+}
+
+std::string anyRows(int plates) {
+  std::string lines;
+  const int rows = number(1, 6);
+  for (int i = 0; i < rows; ++i) {
+    lines += placed("  row \"t" + std::to_string(number(0, plates - 1)) + "\" x" +
+                    std::to_string(number(1, 3)) + " |" + oneOf({"101", "010", "11X", "001"}) +
+                    oneOf({"1-", "0-", "-1", "-0"}) + "\n    prop 0 \"c\"\n");
+  }
+  return lines;
+}
+
+// Few different waves and periods, so that many timeplates are the same; "c" goes both ways,
+// on one slot or on two.
 DatabaseText anyDatabase() {
   DatabaseText text(*rc::gen::element(501, 1501));
-  text.signal("a", "input").signal("b", "input").signal("y", "output");
+  text.signal("a", "input").signal("b", "input").signal("y", "output").signal("c", "bidir");
   const int plates = number(1, 5);
   for (int i = 0; i < plates; ++i) {
     const auto wave = [] { return oneOf({"0pS S", "0pS D 3nS S", "0pS P 4nS U 6nS D"}); };
-    text.plate("t" + std::to_string(i), oneOf({"10nS", "20nS"}),
-               {{"a", wave(), ""}, {"b", wave(), ""}, {"y", "0pS X 8nS Q", ""}});
+    std::vector<TrackText> tracks = {
+        {"a", wave(), ""}, {"b", wave(), ""}, {"y", "0pS X 8nS Q", ""}};
+    if (number(0, 1) == 0) {
+      tracks.push_back({"c", "0pS S 8nS Q", "bidir"});
+    } else {
+      tracks.push_back({"c", wave(), "input"});
+      tracks.push_back({"c", oneOf({"0pS X 8nS Q", "8nS R"}), "output"});
+    }
+    text.plate("t" + std::to_string(i), oneOf({"10nS", "20nS"}), tracks);
   }
-  const int rows = number(1, 8);
-  for (int i = 0; i < rows; ++i) {
-    text.rows("  row \"t" + std::to_string(number(0, plates - 1)) + "\" x" +
-              std::to_string(number(1, 3)) + " |" + oneOf({"101", "010", "11X", "001"}) +
-              "\n    prop 0 \"c\"\n");
-  }
-  return text;
+  text.rows(anyRows(plates) + "  call \"s\" x2\n" + anyRows(plates));
+  return text.subroutine("s", anyRows(plates));
 }
 
 RC_GTEST_PROP(PlatesLaws, OptimizingAndRenamingKeepTheMeaning, ()) {
@@ -378,13 +418,13 @@ RC_GTEST_PROP(PlatesLaws, MergedClocksPulseWhereTheyDid, ()) {
                         oneOf({"0pS " + level, "0pS S", "0pS P 3nS " + level}));
   }
   std::shuffle(tracks.begin(), tracks.end(), std::mt19937(static_cast<unsigned>(number(0, 99))));
-  std::vector<std::string> rows;
+  std::string rows;
   const int count = number(2, 8);
   for (int i = 0; i < count; ++i) {
     const auto& [selector, events] =
         tracks[static_cast<std::size_t>(number(0, static_cast<int>(tracks.size()) - 1))];
     const std::string datum = events == "0pS S" ? (low ? "0" : "1") : "-";
-    rows.push_back(datum + oneOf({"0", "1"}) + selectorCodes(selector.front()));
+    rows += placed(steps("tp", {datum + oneOf({"0", "1"}) + selectorCodes(selector.front())}));
   }
   PlatesWorld world;
   world.build("A", selectedTracks(tracks, rows));

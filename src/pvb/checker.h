@@ -35,7 +35,8 @@ const char* checkerSummary(int database);
 
 inline constexpr std::int32_t kMostRowFindings = 100000;
 
-// Called for each row, signal and track that the walk over the rows visits; kind 0 is the
+// Called for each signal and track that the walk over the rows visits, with each state that
+// rows hold there; rows that only repeat what others held may be left out. Kind 0 is the
 // state in the signal's primary data column, kind 1 that in its second one. For an edge of
 // a chain in a scan row it is called for each state that the runs shift through it. An
 // empty function removes the observer.

@@ -135,16 +135,37 @@ char PVBrowSelector(int database, const PVBsignal& signal, const PVBrow& row) {
   return selector == kUnsetSelector ? kNoSelector : selector;
 }
 
-RowTracks PVBrowFindTracks(int database, const PVBsignal& signal, const PVBtimePlate& plate,
-                           const PVBrow& row) {
+namespace {
+
+// What a row says about the tracks of a signal.
+struct RowData {
+  char selector;
+  bool in;
+  bool out;
+};
+
+RowData dataOf(int database, const PVBsignal& signal, const PVBrow& row) {
   const int columns = 2 * PVBrowDataSize(database);
   const auto hasData = [&](std::int32_t column) {
     return column >= 0 && column < columns &&
            rowCode(row.states(), static_cast<std::uint32_t>(column)) != 0;
   };
   const DataColumns data = PVBsignalDataColumns(signal);
-  return PVBfindTracks(signal, plate, PVBrowSelector(database, signal, row), hasData(data.in),
-                       hasData(data.out));
+  return {PVBrowSelector(database, signal, row), hasData(data.in), hasData(data.out)};
+}
+
+}  // namespace
+
+RowTracks PVBrowFindTracks(int database, const PVBsignal& signal, const PVBtimePlate& plate,
+                           const PVBrow& row) {
+  const RowData data = dataOf(database, signal, row);
+  return PVBfindTracks(signal, plate, data.selector, data.in, data.out);
+}
+
+RowTracks PVBrowFindTracksAmong(int database, const PVBsignal& signal, const PVBtimePlate& plate,
+                                std::span<const DirectedSlot> slots, const PVBrow& row) {
+  const RowData data = dataOf(database, signal, row);
+  return PVBfindTracksAmong(plate, slots, data.selector, data.in, data.out);
 }
 
 std::int32_t PVBrowFindTrack(int database, const PVBsignal& signal, const PVBtimePlate& plate,

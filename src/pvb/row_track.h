@@ -53,6 +53,9 @@ struct DirectedSlot {
   std::int32_t slot;
   int direction;
 };
-// The same for a signal whose slots are known, in rising order.
+// The same for a signal whose slots are known, in rising order; they may hold it by a bus or
+// a group.
 RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const DirectedSlot> slots,
                              char selector, bool inData, bool outData);
+RowTracks PVBrowFindTracksAmong(int database, const PVBsignal& signal, const PVBtimePlate& plate,
+                                std::span<const DirectedSlot> slots, const PVBrow& row);

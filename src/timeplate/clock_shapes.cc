@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include "base/errors.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr std::string_view kFunction = "tpSimplifyClockShapes";
+constexpr std::size_t kMostPlaces = std::size_t{1} << 25;  // of signals on tracks
 constexpr std::int32_t kRowEntry = 1;  // type of the selector entries that a row state has
 
 template <typename... Args>
@@ -43,6 +45,7 @@ TpSlotRecord slotOf(PVBtimePlate& plate, int track, const TpTrackStates& states)
   TpSlotRecord slot;
   slot.timeplate = &plate;
   slot.track = track;
+  slot.direction = PVBtrackDirection(plate, track);
   slot.statesSeen = states.of(plate.id, track);
   if (tpFirstWave(plate, track) == nullptr) return slot;
   slot.wave = &plate.levels.front().tracks[static_cast<std::size_t>(track)];
@@ -50,27 +53,31 @@ TpSlotRecord slotOf(PVBtimePlate& plate, int track, const TpTrackStates& states)
   return slot;
 }
 
-void gatherPlate(TpClockPass& pass, PVBtimePlate& plate, const TpTrackStates& states) {
+// False when the plates name buses and groups so often that it can only be damage.
+bool gatherPlate(TpClockPass& pass, PVBtimePlate& plate, const TpTrackStates& states) {
   for (int track = 0; track < PVBslotCount(plate); ++track) {
-    if (PVBtrackDirection(plate, track) != INPUT) continue;
     const auto index = static_cast<std::uint32_t>(pass.slots.size());
     pass.slots.push_back(slotOf(plate, track, states));
-    for (const PVBid id : leavesOf(pass.database, PVBtrackSignals(plate, track))) {
-      pass.tpSignalSlots[id].push_back(index);
-    }
+    const PVBidList leaves = leavesOf(pass.database, PVBtrackSignals(plate, track));
+    pass.places += leaves.size();
+    if (pass.places > kMostPlaces) return false;
+    for (const PVBid id : leaves) pass.tpSignalSlots[id].push_back(index);
   }
+  return true;
+}
+
+bool failGathering(std::string_view reason) {
+  errno = 0;
+  PBerrPush(PBconditionerError, kFunctionAndText, kFunction, reason);
+  return false;
 }
 
 bool gather(TpClockPass& pass, const TpTrackStates& states) {
   const PVBidList ids = PVBtimePlateInqAll(pass.database);
   for (const PVBid id : ids) {
     PVBtimePlate* plate = PVBtimePlateInqByID(pass.database, id);
-    if (plate == nullptr) {
-      errno = 0;
-      PBerrPush(PBconditionerError, kFunctionAndText, kFunction, "PVBtimePlateInqByID() failed");
-      return false;
-    }
-    gatherPlate(pass, *plate, states);
+    if (plate == nullptr) return failGathering("PVBtimePlateInqByID() failed");
+    if (!gatherPlate(pass, *plate, states)) return failGathering("Too many signals on tracks");
   }
   return true;
 }
@@ -91,24 +98,24 @@ void merge(TpClockPass& pass, TpSlotSpan slots, const TpSlotRecord& clock) {
   }
 }
 
-void noteRowClock(TpClockPass& pass, const PVBsignal& signal, const TpClock& clock) {
+void noteRowClock(TpClockPass& pass, const PVBsignal& signal, TpSlotSpan slots,
+                  const TpClock& clock) {
+  std::vector<DirectedSlot> directed;
+  for (const TpSlotRecord* slot : slots) directed.push_back({slot->track, slot->direction});
   pass.rowClocks[clock.slot->timeplate->id].push_back(
-      {&signal, PVBsignalColumn(signal, 1), clock.slot->track, clock.slot->wave->selector,
-       clock.returnLevel, clock.convertToSample});
+      {&signal, std::move(directed), PVBsignalColumn(signal, 1), clock.slot->track,
+       clock.slot->wave->selector, clock.returnLevel, clock.convertToSample});
 }
 
 // --- Selectors -----------------------------------------------------------------------
 
-// The selectors by which rows reach a signal on the tracks that stay.
-std::string usedSelectors(const TpClockPass& pass, const PVBtimePlate& plate, PVBid signal) {
+// The selectors by which rows reach a signal on those of its slots that stay.
+std::string usedSelectors(const TpClockPass& pass, TpSlotSpan slots) {
   std::string used;
-  const auto found = pass.tpTracksToDelete.find(plate.id);
-  for (int track = 0; track < PVBslotCount(plate); ++track) {
-    if (found != pass.tpTracksToDelete.end() && found->second.contains(track)) continue;
-    const PVBtrack* wave = tpFirstWave(plate, track);
-    if (wave == nullptr) continue;
-    if (!PVBsignalListContains(pass.database, PVBtrackSignals(plate, track), signal)) continue;
-    used += PVBwaveSelectors(*wave);
+  for (const TpSlotRecord* slot : slots) {
+    const auto found = pass.tpTracksToDelete.find(slot->timeplate->id);
+    if (found != pass.tpTracksToDelete.end() && found->second.contains(slot->track)) continue;
+    if (slot->wave != nullptr) used += PVBwaveSelectors(*slot->wave);
   }
   return used;
 }
@@ -130,9 +137,9 @@ char freeLetter(std::string_view used, char current) {
 }
 
 // The selector for the state that the clock hasn't had in the rows so far.
-char newSelector(const TpClockPass& pass, const TpSlotRecord& clock, PVBid signal, char current,
+char newSelector(const TpClockPass& pass, const TpSlotRecord& clock, TpSlotSpan slots, char current,
                  int returnLevel) {
-  const std::string used = usedSelectors(pass, *clock.timeplate, signal);
+  const std::string used = usedSelectors(pass, slots);
   const char wanted = returnLevel == kLowLevel ? '0' : '1';
   if (used.find(wanted) == std::string::npos) return wanted;
   const char letter = freeLetter(used, current);
@@ -154,11 +161,12 @@ char currentSelector(const PVBtrack& wave) {
 
 // A wave is converted once, for the first of its signals: a second time would take from
 // the others the selectors that they have by then.
-bool convertToSample(TpClockPass& pass, const TpSlotRecord& clock, PVBid signal, int returnLevel) {
+bool convertToSample(TpClockPass& pass, const TpSlotRecord& clock, TpSlotSpan slots,
+                     int returnLevel) {
   PVBtrack& wave = *clock.wave;
   if (wave.stateChars[1] == 'S') return true;
   const char current = currentSelector(wave);
-  const char added = newSelector(pass, clock, signal, current, returnLevel);
+  const char added = newSelector(pass, clock, slots, current, returnLevel);
   if (added == 0) return false;
   const bool pulsesLow = wave.stateChars[1] == 'D';
   PVBwaveSetSelector(wave, pulsesLow ? current : added, kRowEntry, kLowLevel);
@@ -172,14 +180,14 @@ std::string sampleShape(std::string shape) {
   return shape;
 }
 
-bool convertClock(TpClockPass& pass, const TpClock& clock, PVBid signal, bool merged) {
+bool convertClock(TpClockPass& pass, const TpClock& clock, TpSlotSpan slots, bool merged) {
   const TpSlotRecord& slot = *clock.slot;
   PVBtrack& wave = *slot.wave;
   const std::string name = tpName(*slot.timeplate);
   const bool isNew = wave.stateChars[1] != 'S';
   if (clock.convertToSample) {
     pass.anyClock = true;
-    if (!convertToSample(pass, slot, signal, merged ? clock.returnLevel : 0)) return false;
+    if (!convertToSample(pass, slot, slots, merged ? clock.returnLevel : 0)) return false;
     if (isNew) {
       inform(pass, "INFORMATIVE: Timeplate '%s', track %d: Converting to sample shape (%s).\n",
              name, slot.track + 1, sampleShape(slot.shape));
@@ -197,16 +205,19 @@ bool convertClock(TpClockPass& pass, const TpClock& clock, PVBid signal, bool me
 // The clock is converted also where its other tracks can't be merged and the rows stay as
 // they are: kept on purpose.
 bool simplifyPair(TpClockPass& pass, PVBid signal, TpSlotSpan slots) {
+  std::vector<const TpSlotRecord*> inputs;
+  std::ranges::copy_if(slots, std::back_inserter(inputs),
+                       [](const TpSlotRecord* slot) { return slot->direction == INPUT; });
   TpClock clock;
-  if (!tpFindClock(slots, clock) || clock.slot == nullptr) return true;
-  const bool merged = tpCanMerge(slots, clock);
+  if (!tpFindClock(inputs, clock) || clock.slot == nullptr) return true;
+  const bool merged = tpCanMerge(inputs, clock);
   if (merged) {
-    merge(pass, slots, *clock.slot);
+    merge(pass, inputs, *clock.slot);
     pass.anyClock = true;
     const PVBsignal* record = PVBsignalInqByID(pass.database, signal);
-    if (record != nullptr) noteRowClock(pass, *record, clock);
+    if (record != nullptr) noteRowClock(pass, *record, slots, clock);
   }
-  return convertClock(pass, clock, signal, merged);
+  return convertClock(pass, clock, slots, merged);
 }
 
 // Hands the slots of one timeplate after the other to simplifyPair.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "pvb/row_track.h"
 #include "pvb/signal.h"
 #include "timeplate/tp_optimize_internal.h"
 
@@ -16,12 +17,13 @@
 inline constexpr int kLowLevel = 1;
 inline constexpr int kHighLevel = 2;
 
-// An input track as it was at the beginning of the pass. The shape, a state for each edge,
-// is that of before also when the wave was converted for another signal meanwhile.
+// A track as it was at the beginning of the pass. The shape, a state for each edge, is that
+// of before also when the wave was converted for another signal meanwhile.
 struct TpSlotRecord {
   PVBtimePlate* timeplate = nullptr;
   PVBtrack* wave = nullptr;  // null when the first level lacks the track
   int track = 0;             // counted from 0
+  int direction = kUndefinedDirection;
   std::string shape;
   std::uint32_t statesSeen = 0;  // a bit for each
 };
@@ -37,7 +39,8 @@ struct TpClock {
 // How rows of a timeplate show the clock of a signal.
 struct TpRowClock {
   const PVBsignal* signal;
-  std::int32_t column;  // of the signal's data, -1 for none
+  std::vector<DirectedSlot> slots;  // that the signal stands on
+  std::int32_t column;              // of the signal's data, -1 for none
   int track;
   char selector;  // the clock's
   int returnLevel;
@@ -50,8 +53,10 @@ struct TpClockPass {
   int tpVersionMode = 1;  // 2: rows choose tracks by selectors
 
   std::vector<TpSlotRecord> slots;
-  // By signal the slots that it stands on, those of one timeplate together.
+  // By signal the slots that it stands on, itself or by a bus or group, in rising order;
+  // those of one timeplate together.
   std::map<PVBid, std::vector<std::uint32_t>> tpSignalSlots;
+  std::size_t places = 0;  // in tpSignalSlots
   std::map<PVBid, std::set<int>> tpTracksToDelete;
   bool anyClock = false;  // rows are to be gone over
   std::map<PVBid, std::vector<TpRowClock>> rowClocks;

@@ -1,5 +1,7 @@
 // Rows say in their data what they said by their choice of track.
 
+#include <algorithm>
+
 #include "pvb/pattern.h"
 #include "pvb/row_rewrite.h"
 #include "pvb/row_track.h"
@@ -31,9 +33,12 @@ bool leavesTrack(char selector, int track, const TpRowClock& clock) {
 
 void showClock(const TpClockPass& pass, const TpRowClock& clock, const PVBtimePlate& plate,
                PVBrow& row) {
-  int direction = kUndefinedDirection;
-  const int track = PVBrowFindTrack(pass.database, *clock.signal, plate, row, direction);
-  if (direction != INPUT) return;
+  const std::int32_t track =
+      PVBrowFindTracksAmong(pass.database, *clock.signal, plate, clock.slots, row).slot[0];
+  const bool driven = std::ranges::any_of(clock.slots, [track](const DirectedSlot& slot) {
+    return slot.slot == track && slot.direction == INPUT;
+  });
+  if (!driven) return;
   const char selector = PVBrowSelector(pass.database, *clock.signal, row);
   if (pass.tpVersionMode == 2 && leavesTrack(selector, track, clock)) {
     // It didn't pulse.

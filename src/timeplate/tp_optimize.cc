@@ -7,9 +7,9 @@
 #include "base/errors.h"
 #include "pvb/checker.h"
 #include "pvb/database.h"
+#include "pvb/database_copy.h"
 #include "timeplate/clock_shapes.h"
 #include "timeplate/tp_optimize_internal.h"
-#include "timeplate/working_database.h"
 
 // --- What the passes share -----------------------------------------------------------
 
@@ -26,7 +26,9 @@ std::size_t tpEdgeCount(const PVBtrack& wave) {
   return std::min(wave.eventTimes.size(), wave.stateChars.size());
 }
 
-void tpEndAbnormally() {
+void tpEndAbnormally(TpOptimization& work) {
+  work.findings = {};
+  work.target.discard();
   for (int database = 0; database < MAXPVB; ++database) {
     if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
   }
@@ -75,13 +77,14 @@ bool deletesAnything(const TpOptimizations& wanted) {
 }
 
 // A failed save is told and leaves the database open, and is no failure.
-int saveAndClose(int database, const std::string& path) {
+int saveAndClose(TpOptimization& work) {
   errno = 0;
-  if (PVBsave(database) != 0) {
-    fail(kCannotSave, path);
+  if (PVBsave(work.database) != 0) {
+    fail(kCannotSave, work.target.path());
     return 0;
   }
-  return PVBclose(database) == 0 ? 0 : fail(kCannotClose, path);
+  const bool closed = PVBclose(work.database) == 0 && work.target.putInPlace() == 0;
+  return closed ? 0 : fail(kCannotClose, work.target.path());
 }
 
 int failClockShapes(FILE* report) {
@@ -93,13 +96,13 @@ int failClockShapes(FILE* report) {
 
 // Clock shapes come first: tracks that are merged away leave others unused, which a new
 // scan has to see.
-int simplifyClocks(TpOptimization& work, const std::string& path, bool scanAgain) {
+int simplifyClocks(TpOptimization& work, bool scanAgain) {
   if (!tpSimplifyClockShapes(work.database, work.tpTrackStates, work.report)) {
     return failClockShapes(work.report);
   }
   if (!scanAgain) return 0;
-  if (saveAndClose(work.database, path) != 0) return -2;
-  work.database = reopenWorkingDatabase(kFunction, path);
+  if (saveAndClose(work) != 0) return -2;
+  work.database = work.target.open(kFunction);
   if (work.database < 0) return -2;
   return tpScanForUnused(work) ? 0 : -2;
 }
@@ -132,14 +135,17 @@ int tpOptimize(const std::optional<std::string>& source,
   }
   errno = 0;
   if (!source) return fail(kFunctionAndText, "src region is NULL");
-  TpOptimization work;
-  work.report = report;
-  work.database = openWorkingDatabase(kFunction, *source, destination, report);
+  if (!PVBexists(*source)) {
+    errno = 0;
+    return fail(kNoSuchDatabase, *source);
+  }
+  if (destination && !copySrcToDstPVB(*source, *destination, report)) return -2;
+  TpOptimization work(report, destination.value_or(*source), !destination);
+  work.database = work.target.open(kFunction);
   if (work.database < 0) return -2;
-  const std::string path = destination.value_or(*source);
 
   if (!firstScan(work, wanted.clockShapes)) return -2;
-  if (wanted.clockShapes && simplifyClocks(work, path, deletesAnything(wanted)) != 0) return -2;
+  if (wanted.clockShapes && simplifyClocks(work, deletesAnything(wanted)) != 0) return -2;
   deleteWanted(work, wanted);
-  return saveAndClose(work.database, path);
+  return saveAndClose(work);
 }

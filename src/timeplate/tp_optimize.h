@@ -4,9 +4,12 @@
 // the tracks and timeplates that no row uses, and folds timeplates that do the same into
 // one, whose id all rows then have. What is used is what the checker says.
 //
-// The work is done in the database itself, or in a destination that it is copied over
-// first. A checker that names a timeplate which isn't there ends the process abnormally:
-// nothing that it said can then be trusted.
+// The work is done on the database where it is, or on a destination that it is copied over
+// first. With clock shapes the database is saved and closed in the middle: a run that fails or
+// is killed leaves it as it was before, as it was then (clocks are simplified, nothing is
+// deleted), or as it is to be, and sound in each case; see working_copy.h. A checker that names a
+// timeplate which isn't there ends the process abnormally: nothing that it said can then be
+// trusted.
 
 #include <cstdio>
 #include <optional>

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <unordered_map>
 
 #include "base/errors.h"
@@ -67,13 +68,17 @@ class NameOrder {
 
 // For each signal of a timeplate in name order the count of its waves and their hashes.
 using TpSignature = std::vector<std::uint32_t>;
+// What a timeplate whose tracks name groups over and over may come to: one of more is damaged
+// and like no other.
+constexpr std::size_t kMostWaves = std::size_t{1} << 20;
 
 class Fingerprints {
  public:
   explicit Fingerprints(int database) : database_(database), order_(database) {}
 
-  TpSignature of(const PVBtimePlate& plate) {
-    collect(plate);
+  // None for a timeplate that is like no other.
+  std::optional<TpSignature> of(const PVBtimePlate& plate) {
+    if (!collect(plate)) return std::nullopt;
     std::ranges::sort(waves_);
     TpSignature signature;
     for (std::size_t i = 0; i < waves_.size();) {
@@ -92,7 +97,7 @@ class Fingerprints {
     friend auto operator<=>(const SignalWave&, const SignalWave&) = default;
   };
 
-  void collect(const PVBtimePlate& plate) {
+  bool collect(const PVBtimePlate& plate) {
     waves_.clear();
     for (int track = 0; track < PVBslotCount(plate); ++track) {
       const PVBtrack* wave = tpFirstWave(plate, track);
@@ -100,7 +105,9 @@ class Fingerprints {
       for (const PVBid id : PVBsignalListToScalars(database_, PVBtrackSignals(plate, track))) {
         waves_.push_back({order_.of(id), hash});
       }
+      if (waves_.size() > kMostWaves) return false;
     }
+    return true;
   }
 
   int database_;
@@ -118,8 +125,9 @@ class Masters {
 
   // The master of a plate, or UNDEF when it is one itself, as it is from now on.
   PVBid masterOf(const PVBtimePlate& plate) {
-    const TpSignature signature = fingerprints_.of(plate);
-    std::vector<PVBid>& alike = byKey_[keyOf(plate.period, signature)];
+    const std::optional<TpSignature> signature = fingerprints_.of(plate);
+    if (!signature) return UNDEF;
+    std::vector<PVBid>& alike = byKey_[keyOf(plate.period, *signature)];
     for (const PVBid id : alike) {
       const PVBtimePlate* other = PVBtimePlateInqByID(database_, id);
       if (other->period == plate.period && fingerprints_.of(*other) == signature) return id;

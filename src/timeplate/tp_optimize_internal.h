@@ -10,7 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/file_copy.h"
 #include "pvb/timeplate.h"
+#include "timeplate/working_copy.h"
 
 // Which of the 16 row states the rows drove on each track, a bit for each.
 class TpTrackStates {
@@ -24,8 +26,13 @@ class TpTrackStates {
 
 // The tables of one operation.
 struct TpOptimization {
+  TpOptimization(FILE* stream, std::string path, bool inPlace)
+      : report(stream), target(std::move(path), inPlace) {}
+
   int database = -1;
-  FILE* report = nullptr;
+  FILE* report;
+  WorkingCopy target;
+  TempFile findings;  // that the checker wrote down
 
   // As the checker told them. Tracks are counted from 1 here.
   std::vector<PVBid> tpUnusedTimeplates;
@@ -53,5 +60,5 @@ std::string tpName(const PVBtimePlate& plate);
 std::size_t tpEdgeCount(const PVBtrack& wave);
 
 // Ends the process as a fault that nothing can catch, with the databases closed unsaved
-// so that no private copies of them stay behind.
-[[noreturn]] void tpEndAbnormally();
+// and nothing of the work left behind.
+[[noreturn]] void tpEndAbnormally(TpOptimization& work);

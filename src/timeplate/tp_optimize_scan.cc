@@ -107,20 +107,20 @@ std::optional<std::int32_t> takeNumber(std::string_view& line) {
 }
 
 // The timeplate whose name stands in front of the closing words. A name may hold blanks.
-PVBid timeplateNamed(int database, std::string_view words) {
+PVBid timeplateNamed(TpOptimization& work, std::string_view words) {
   constexpr std::string_view kEnd = " is unused";
-  if (!words.ends_with(kEnd)) tpEndAbnormally();
+  if (!words.ends_with(kEnd)) tpEndAbnormally(work);
   words.remove_suffix(kEnd.size());
-  const PVBtimePlate* plate = PVBtimePlateInqByName(database, words);
-  if (plate == nullptr) tpEndAbnormally();
+  const PVBtimePlate* plate = PVBtimePlateInqByName(work.database, words);
+  if (plate == nullptr) tpEndAbnormally(work);
   return plate->id;
 }
 
 void noteUnusedTrack(TpOptimization& work, std::int32_t track, std::string_view words) {
   constexpr std::string_view kBeforeName = ") in timeplate ";
   const std::size_t place = words.find(kBeforeName);
-  if (place == std::string_view::npos) tpEndAbnormally();
-  const PVBid plate = timeplateNamed(work.database, words.substr(place + kBeforeName.size()));
+  if (place == std::string_view::npos) tpEndAbnormally(work);
+  const PVBid plate = timeplateNamed(work, words.substr(place + kBeforeName.size()));
   work.tpUnusedTrackIndex.emplace(track, plate);
   work.tpUnusedTracks.emplace_back(plate, track);
 }
@@ -131,7 +131,7 @@ void readFinding(TpOptimization& work, std::string_view line) {
   if (take(line, "slot ")) {
     if (const auto track = takeNumber(line)) noteUnusedTrack(work, *track, line);
   } else if (take(line, "timeplate ")) {
-    work.tpUnusedTimeplates.push_back(timeplateNamed(work.database, line));
+    work.tpUnusedTimeplates.push_back(timeplateNamed(work, line));
   }
 }
 
@@ -149,11 +149,12 @@ bool tpScanForUnused(TpOptimization& work) {
   work.tpUnusedTracks.clear();
   work.tpUnusedTimeplates.clear();
   work.tpUnusedTrackIndex.clear();
-  const TempFile file = makeScratchFile();
-  if (!file.path().empty() && writeFindings(work.database, file.path()) &&
-      readFindings(work, file.path())) {
-    return true;
-  }
+  work.findings = makeScratchFile();
+  const std::string path = work.findings.path();
+  const bool known =
+      !path.empty() && writeFindings(work.database, path) && readFindings(work, path);
+  work.findings = {};
+  if (known) return true;
   PBerrPush(PBconditionerError, kFunctionAndText, "tpScanForUnused",
             "Checking the database for unused timeplates failed");
   return false;

@@ -3,15 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include "base/errors.h"
 #include "pvb/pattern.h"
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
-#include "support/temp_dir.h"
 #include "support/database.h"
 #include "support/fault_platform.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -61,18 +62,30 @@ class TpOptimizeTest : public testing::Test {
   int optimize(const std::string& path) {
     return tpOptimize(path, std::nullopt, kEverything, report_.get());
   }
-  // Rows that name a timeplate which is there.
-  static int soundRows(int database) {
+  // That the database opens, as it was, with its clock simplified, or with nothing unneeded,
+  // and that rows and timeplates tell of the same one of these.
+  static void expectWhole(TestDatabase& database) {
+    ASSERT_TRUE(database.open());
+    const int handle = database.handle();
+    const PVBtimePlate* clock = PVBtimePlateInqByName(handle, "clock");
+    ASSERT_NE(clock, nullptr);
+    const std::string& states = clock->levels.front().tracks.front().stateChars;
+    EXPECT_TRUE(states == "DUD" || states == "PSD") << states;
+    const int pulse = states == "PSD" ? 2 : 0;
     int rows = 0;
-    PatternWalk walk(database, kMainPattern);
+    PatternWalk walk(handle, kMainPattern);
     while (walk.next()) {
-      const RowHandle row(database, PVBrowGet(database, walk.entry().child));
-      if (row && row->timeplate == walk.entry().index &&
-          PVBtimePlateInqByID(database, row->timeplate) != nullptr) {
-        ++rows;
-      }
+      const RowHandle row(handle, PVBrowGet(handle, walk.entry().child));
+      ASSERT_TRUE(row);
+      EXPECT_NE(PVBtimePlateInqByID(handle, row->timeplate), nullptr);
+      EXPECT_EQ(rowCode(row->states(), 0), row->timeplate == clock->id ? pulse : 0);
+      ++rows;
     }
-    return rows;
+    EXPECT_EQ(rows, kRows);
+    const int plates = PVBtimePlateCount(handle);
+    // Three where rows couldn't be given another timeplate.
+    EXPECT_TRUE(plates == 4 || (plates >= 2 && states == "PSD")) << plates;
+    database.close();
   }
 
   StreamPtr report_ = openStream("/dev/null", "w");
@@ -102,13 +115,45 @@ TEST_F(TpOptimizeTest, NoRowIsLostWhateverFileCallFails) {
     }
     PBerrClear();
     PBdiscardErrors();
+    expectWhole(database);
     ASSERT_TRUE(database.open());
-    EXPECT_EQ(soundRows(database.handle()), kRows);
     EXPECT_TRUE(failed || PVBtimePlateCount(database.handle()) == 2);
+    EXPECT_TRUE(failed || !fileExists(database.path() + ".working"));
     database.close();
   }
   EXPECT_TRUE(std::filesystem::is_empty(workPlace.path()));
   std::filesystem::current_path(before);
+}
+
+TEST_F(TpOptimizeTest, AKilledRunLeavesTheDatabaseWholeAndTheNextOneSucceeds) {
+  const TempDir workPlace;
+  bool killed = true;
+  for (int n = 1; killed; n += 1 + n / 20) {
+    SCOPED_TRACE(n);
+    TestDatabase database(32, 4);
+    fill(database.handle(), "spare");
+    ASSERT_EQ(PVBsave(database.handle()), 0);
+    database.close();
+    const auto child = [&] {
+      std::filesystem::current_path(workPlace.path());
+      FaultPlatform faults;
+      faults.dieAtFileCall(n);
+      std::_Exit(optimize(database.path()) == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(
+        child(),
+        [&](int status) {
+          killed = WEXITSTATUS(status) == FaultPlatform::kDeathCode;
+          return killed || status == 0;
+        },
+        "");
+    expectWhole(database);
+    if (n % 8 == 0) {
+      EXPECT_EQ(optimize(database.path()), 0);
+      EXPECT_FALSE(fileExists(database.path() + ".working"));
+      expectWhole(database);
+    }
+  }
 }
 
 TEST_F(TpOptimizeTest, ANameThatIsNotThereEndsTheProcess) {

@@ -87,7 +87,8 @@ void tpDeleteUnusedTracks(TpOptimization& work) {
   const auto& index = work.tpUnusedTrackIndex;
   for (auto entry = index.rbegin(); entry != index.rend(); ++entry) {
     PVBtimePlate* plate = PVBtimePlateInqByID(work.database, entry->second);
-    if (plate == nullptr || !PVBtimePlateDeleteTrack(*plate, entry->first - 1)) tpEndAbnormally();
+    if (plate == nullptr || !PVBtimePlateDeleteTrack(*plate, entry->first - 1))
+      tpEndAbnormally(work);
   }
 }
 

@@ -24,12 +24,17 @@ int openWorkingDatabase(std::string_view function, const std::string& source,
     return refuse(kNoSuchDatabase, function, source);
   }
   if (destination && !copySrcToDstPVB(source, *destination, report)) return -1;
-  return reopenWorkingDatabase(function, destination.value_or(source));
+  const std::string path = destination.value_or(source);
+  const int database = openInPlace(path);
+  return database >= 0 ? database : refuseWorkingDatabase(function, path);
 }
 
-int reopenWorkingDatabase(std::string_view function, const std::string& path) {
+int openInPlace(const std::string& path) {
   errno = 0;
   // A database without rows gets the least width; any other keeps what it has.
-  const int database = PVBopenAny(path, true, 1, kBuffers, kAllSections, false);
-  return database >= 0 ? database : refuse(kCannotOpen, function, path);
+  return PVBopenAny(path, true, 1, kBuffers, kAllSections, false);
+}
+
+int refuseWorkingDatabase(std::string_view function, const std::string& path) {
+  return refuse(kCannotOpen, function, path);
 }

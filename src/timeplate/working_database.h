@@ -13,5 +13,7 @@
 // doesn't exist, the copy or the opening fails).
 int openWorkingDatabase(std::string_view function, const std::string& source,
                         const std::optional<std::string>& destination, FILE* report);
-// Opens a working database again, by its path: its slot, or -1 after a push.
-int reopenWorkingDatabase(std::string_view function, const std::string& path);
+// Opens a database for change: its slot, or -1.
+int openInPlace(const std::string& path);
+// Pushes that a working database can't be opened. -1.
+int refuseWorkingDatabase(std::string_view function, const std::string& path);

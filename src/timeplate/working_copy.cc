@@ -1,0 +1,59 @@
+#include "timeplate/working_copy.h"
+
+#include <cerrno>
+
+#include "base/platform.h"
+#include "pvb/database.h"
+#include "pvb/database_replace.h"
+#include "timeplate/working_database.h"
+
+namespace {
+
+constexpr mode_t kRights = 0777;
+
+std::string pathBeside(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path + ".working";
+}
+
+// Whether a directory is there or can be made.
+bool haveDirectory(const std::string& path) {
+  if (directoryExists(path) || platform().makeDirectory(path.c_str(), kRights) == 0) return true;
+  return errno != EACCES && errno != EPERM && errno != EROFS;
+}
+
+}  // namespace
+
+bool WorkingCopy::makeCopy() {
+  const std::string copy = pathBeside(path_);
+  beside_ = !sameDirectory(".", path_) && haveDirectory(copy);
+  errno = 0;
+  if (!beside_) return true;
+  if (PVBreplacePrepare(path_, copy) != 0) return false;
+  copy_ = copy;
+  return PVBcopy(copy, path_) == 0;
+}
+
+int WorkingCopy::open(std::string_view function) {
+  if (beside_ && copy_.empty() && !makeCopy()) {
+    discard();
+    return refuseWorkingDatabase(function, path_);
+  }
+  const int database = openInPlace(beside_ ? copy_ : path_);
+  return database >= 0 ? database : refuseWorkingDatabase(function, path_);
+}
+
+int WorkingCopy::putInPlace() {
+  if (copy_.empty()) return 0;
+  if (PVBreplace(path_, copy_) != 0) return -2;
+  copy_.clear();
+  return 0;
+}
+
+void WorkingCopy::discard() {
+  if (copy_.empty()) return;
+  const int database = PVBinqByPath(copy_);
+  if (database >= 0) PVBcloseUnsaved(database);
+  PVBdeleteAll(copy_);
+  copy_.clear();
+}
