@@ -22,7 +22,8 @@ const TpSignal* forbiddenInRows(const PVBtimePlate& owner, RowChanges& changes) 
 // A row that belongs to neither of the pair is left alone.
 void rewriteSide(PVBid owner, RowChanges* changes, ShownBy way, PVBid newOwner) {
   static TpRow copy;
-  if (owner == newOwner && (changes == nullptr || changes->empty())) return;
+  if (changes != nullptr && !changes->concern(way)) changes = nullptr;
+  if (owner == newOwner && changes == nullptr) return;
   for (const std::int32_t number : tpRowList(owner)) {
     const TpRow* row = tpRowGet(number);
     if (row == nullptr || (row->timeplate != tpPair.first && row->timeplate != tpPair.second)) {

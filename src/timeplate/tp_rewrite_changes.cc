@@ -7,9 +7,10 @@
 
 namespace {
 
-// Answers of a change; others are codes, `in` in the low half.
+// Answers of a change; others are codes, `in` in the low half, and how they were shown.
 constexpr std::int16_t kNotAsked = -1;
 constexpr std::int16_t kForbidden = -2;
+constexpr int kWavesBit = 256;
 
 // Bits of a code that say that a row has data: those of 0, 1 and Z.
 constexpr int kDataBits = 1 | 2 | 8;
@@ -43,13 +44,17 @@ bool fromRowsOnly(const Candidate& candidate) {
 
 bool isDirected(int direction) { return direction >= INPUT && direction <= BIDIR; }
 
+bool isShownByWaves(const Candidate& candidate, int direction) {
+  return candidate.set && !candidate.fromSecond && direction != OUTPUT && !fromRowsOnly(candidate);
+}
+
 // How the candidate that a row uses for the signal was shown to hold.
 ShownBy wayOf(const PVBtimePlate& owner, const TpSignal& signal, const TpRow& row) {
   int direction = kUndefinedDirection;
   tpRowTrack(signal, owner, row, direction);
-  if (!isDirected(direction) || direction == OUTPUT) return ShownBy::rows;
-  const Candidate& candidate = tpPairCandidate(signal, direction);
-  return !candidate.set || fromRowsOnly(candidate) ? ShownBy::rows : ShownBy::waves;
+  const bool byWaves =
+      isDirected(direction) && isShownByWaves(tpPairCandidate(signal, direction), direction);
+  return byWaves ? ShownBy::waves : ShownBy::rows;
 }
 
 }  // namespace
@@ -64,27 +69,43 @@ std::unique_ptr<PVBtimePlate> tpWithCandidates(const PVBtimePlate& plate) {
 RowChanges::RowChanges(const PVBtimePlate& owner, const PVBtimePlate& after, int side,
                        bool overwrite)
     : owner_(owner), after_(after), side_(side), overwrite_(overwrite) {
+  const auto hasOutput = [](const PVBtimePlate& plate, const TpSignal& signal) {
+    return tpTrackOf(plate, signal, OUTPUT) != kNoTrack;
+  };
   for (const TpSignal& signal : tpRun.signals) {
     if (!signal.plain) continue;
-    bool same = true;
-    bool previous = false;
+    bool same = hasOutput(owner, signal) == hasOutput(after, signal);
+    bool usesPrevious = false;
     for (const int direction : kDirections) {
       // What is expected is left to the rows, unless it counts.
       if (direction == OUTPUT && !tpSettings.tpoOptimizeOnly) continue;
       const PVBtrack* old = tpTrack(owner, tpTrackOf(owner, signal, direction));
       const PVBtrack* fresh = tpTrack(after, tpTrackOf(after, signal, direction));
       same = same && sameTrack(old, fresh);
-      previous = previous || holdsPrevious(old) || holdsPrevious(fresh);
+      usesPrevious = usesPrevious || holdsPrevious(old) || holdsPrevious(fresh);
     }
-    const auto hasOutput = [&](const PVBtimePlate& plate) {
-      return tpTrackOf(plate, signal, OUTPUT) != kNoTrack;
-    };
-    if (same && hasOutput(owner) == hasOutput(after)) continue;
-    Change& change = changes_.emplace_back();
-    change.signal = &signal;
-    change.keeps = !previous && !signal.selects;
-    change.answers.fill(kNotAsked);
+    if (!same) addChange(signal, usesPrevious);
   }
+}
+
+void RowChanges::addChange(const TpSignal& signal, bool usesPrevious) {
+  Change& change = changes_.emplace_back();
+  change.signal = &signal;
+  change.byWaves = false;
+  change.byRows = false;
+  for (const int direction : kDirections) {
+    const Candidate& candidate = tpPairCandidate(signal, direction);
+    if (!candidate.set) continue;
+    (isShownByWaves(candidate, direction) ? change.byWaves : change.byRows) = true;
+  }
+  change.keeps = !usesPrevious && !signal.selects;
+  change.answers.fill(kNotAsked);
+}
+
+bool RowChanges::concern(ShownBy way) const {
+  return std::any_of(changes_.begin(), changes_.end(), [way](const Change& change) {
+    return way == ShownBy::waves ? change.byWaves : change.byRows;
+  });
 }
 
 const TpSignal* RowChanges::forbiddenIn(const TpRow& row) {
@@ -93,7 +114,7 @@ const TpSignal* RowChanges::forbiddenIn(const TpRow& row) {
   if (tpRowScans(row.row)) return changes_.front().signal;
   row_ = row;
   for (Change& change : changes_) {
-    if (!codesFor(change, row_)) return change.signal;
+    if (!answerFor(change, row_)) return change.signal;
   }
   return nullptr;
 }
@@ -101,25 +122,26 @@ const TpSignal* RowChanges::forbiddenIn(const TpRow& row) {
 bool RowChanges::rewrite(TpRow& row, ShownBy way) {
   bool changed = false;
   for (Change& change : changes_) {
-    const TpSignal& signal = *change.signal;
-    if (wayOf(owner_, signal, row) != way) continue;
-    const std::optional<RowCodes> codes = codesFor(change, row);
-    if (!codes || *codes == tpRowCodes(signal, row)) continue;
-    tpSetRowCodes(signal, row, *codes);
+    const std::optional<Answer> answer = answerFor(change, row);
+    if (!answer || answer->way != way) continue;
+    if (answer->codes == tpRowCodes(*change.signal, row)) continue;
+    tpSetRowCodes(*change.signal, row, answer->codes);
     changed = true;
   }
   return changed;
 }
 
-std::optional<RowCodes> RowChanges::codesFor(Change& change, TpRow& row) {
+std::optional<RowChanges::Answer> RowChanges::answerFor(Change& change, TpRow& row) {
   const RowCodes own = tpRowCodes(*change.signal, row);
-  std::int16_t& answer = change.answers[static_cast<std::size_t>(own.in | own.out << 4)];
-  if (!change.keeps || answer == kNotAsked) {
+  std::int16_t& kept = change.answers[static_cast<std::size_t>(own.in | own.out << 4)];
+  if (!change.keeps || kept == kNotAsked) {
     const std::optional<RowCodes> codes = search(*change.signal, row);
-    answer = codes ? static_cast<std::int16_t>(codes->in | codes->out << 4) : kForbidden;
+    const int way = wayOf(owner_, *change.signal, row) == ShownBy::waves ? kWavesBit : 0;
+    kept = codes ? static_cast<std::int16_t>(codes->in | codes->out << 4 | way) : kForbidden;
   }
-  if (answer == kForbidden) return std::nullopt;
-  return RowCodes{answer & 15, answer >> 4};
+  if (kept == kForbidden) return std::nullopt;
+  return Answer{{kept & 15, kept >> 4 & 15},
+                (kept & kWavesBit) != 0 ? ShownBy::waves : ShownBy::rows};
 }
 
 // The codes that are wanted if the row says the same with them, else the row's own, else
@@ -163,9 +185,11 @@ RowCodes RowChanges::wanted(const TpSignal& signal, const TpRow& row) {
   if (signal.inColumn < 0 || direction == OUTPUT || !candidate.set || candidate.fromSecond) {
     return codes;
   }
-  if (!tpShapeHasData(candidate.wave.states)) return codes;
-  return fromRowsOnly(candidate) ? fromRows(signal, row, track, direction, codes)
-                                 : fromWaves(signal, codes);
+  const PVBtrack* wave = tpTrack(owner_, track);
+  if (wave == nullptr || !tpShapeHasData(candidate.wave.states)) return codes;
+  if (fromRowsOnly(candidate)) return fromRows(signal, row, track, direction, codes);
+  // Data that the wave shows already stay.
+  return tpShapeHasData(wave->stateChars) ? codes : fromWaves(signal, codes);
 }
 
 // What the match of the two waves showed.
@@ -181,9 +205,7 @@ RowCodes RowChanges::fromWaves(const TpSignal& signal, RowCodes own) const {
 RowCodes RowChanges::fromRows(const TpSignal& signal, const TpRow& row, std::int32_t track,
                               int direction, RowCodes own) {
   target_ = tpPairCandidate(signal, direction).wave;
-  const PVBtrack* owned = tpTrack(owner_, track);
-  if (owned == nullptr) return own;
-  tpTakeWave(flat_, *owned);
+  tpTakeWave(flat_, *tpTrack(owner_, track));
   if (tpWavesEqual(target_, flat_)) return own;
   tpFlattenForRow(owner_, track, signal, row, flat_);
   TIME end = TIME_ZERO;

@@ -54,6 +54,8 @@ class RowChanges {
 
   // Whether the rows can stay as they are.
   bool empty() const { return changes_.empty(); }
+  // Whether data for what was shown in this way may have to be written.
+  bool concern(ShownBy way) const;
   // The first signal for which the row would do something else whatever its data.
   const TpSignal* forbiddenIn(const TpRow& row);
   // Gives the row its data for what was shown in this way. Whether it changed. What no
@@ -64,11 +66,19 @@ class RowChanges {
   // A signal whose tracks the two timeplates don't have in common.
   struct Change {
     const TpSignal* signal;
+    bool byWaves;  // has a candidate shown in this way
+    bool byRows;
     bool keeps;                             // an answer holds for all rows with these codes
     std::array<std::int16_t, 256> answers;  // by codes; kNotAsked, kForbidden
   };
+  // What a row gets for a signal.
+  struct Answer {
+    RowCodes codes;
+    ShownBy way;
+  };
 
-  std::optional<RowCodes> codesFor(Change& change, TpRow& row);
+  std::optional<Answer> answerFor(Change& change, TpRow& row);
+  void addChange(const TpSignal& signal, bool usesPrevious);
   std::optional<RowCodes> search(const TpSignal& signal, TpRow& row);
   bool holds(const TpSignal& signal, TpRow& row, RowCodes codes, bool strictly);
   RowCodes wanted(const TpSignal& signal, const TpRow& row);
