@@ -44,6 +44,7 @@ void endFailedCheck(const char* file, int line) {
   PBassertFail = printFailedCheck;
   PBflushErrors();
   printFailedCheck(file, line);
+  tpOptimizerRelease();
   closeDatabasesUnsaved();
 }
 
@@ -79,7 +80,10 @@ void fatalExit() {
     PBerrClear();
   }
   closeReport();
-  if (run.optimizeTimePlates) tpOptimizerFinish();
+  if (run.optimizeTimePlates) {
+    tpOptimizerFinish();
+    tpOptimizerRelease();
+  }
   PBflushErrors();
   closeDatabasesUnsaved();
   std::exit(1);
