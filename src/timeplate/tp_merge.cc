@@ -52,12 +52,8 @@ void adoptEquations(PlateView& first, const PlateView& second) {
   }
 }
 
-bool asksForRewriting() {
-  return tpPair.rewriteFirst || tpPair.rewriteSecond || tpPair.reduced > 0;
-}
-
 void rewriteRows(PlateView& first, PlateView& second) {
-  if (!asksForRewriting()) return;
+  if (!tpPairHasCandidate()) return;
   tpRewriteStaticRows(*first.plate, 0, false);
   tpRewriteStaticRows(*second.plate, 1, false);
   tpRewriteRows(*first.plate, second.plate, tpRun.trackPass);
@@ -70,6 +66,18 @@ void repointRows(PVBid first, PVBid second) {
     if (row == nullptr || row->timeplate != static_cast<std::uint16_t>(second)) continue;
     row->timeplate = static_cast<std::uint16_t>(first);
     tpRowTouch(*row);
+  }
+}
+
+// Signals with a track in one of two timeplates only.
+void noteUnsettled(const PlateView& first, const PlateView& second) {
+  const auto saysNothing = [](const std::array<std::int32_t, 3>& tracks) {
+    return tracks[0] == kNoTrack && tracks[1] == kNoTrack && tracks[2] == kNoTrack;
+  };
+  for (std::size_t i = 0; i < first.tracks.size(); ++i) {
+    if (saysNothing(first.tracks[i]) != saysNothing(second.tracks[i])) {
+      tpMergeState.unsettled[i] = true;
+    }
   }
 }
 
@@ -88,9 +96,8 @@ void fold(PlateView& first, PlateView& second) {
   tpNoteAbsorbed(gone, kept, tpPair.used.empty());
   if (tpSettings.tpoCheckEquations) adoptEquations(first, second);
   repointRows(kept, gone);
-  tpMergeRowKinds(first, second);
-  if (asksForRewriting()) first.rowKinds.clear();
   if (tpPairHasCandidate()) {
+    noteUnsettled(first, second);
     tpApplyCandidates(*first.plate);
     tpViewTracks(first);
     tpRowListSetQuestion(kept, isUndefinedAtAnEnd(*first.plate));
@@ -105,7 +112,6 @@ void shrink(PlateView& first, PlateView& second) {
   for (PlateView* view : {&first, &second}) {
     tpApplyCandidates(*view->plate);
     tpViewTracks(*view);
-    view->rowKinds.clear();
   }
 }
 
@@ -204,17 +210,10 @@ void comparePairs(std::span<const PVBid> ids) {
 
 // --- The end -------------------------------------------------------------------------
 
-// Each shape once a timeplate.
 void countShapes(std::span<const PVBid> ids) {
   for (const PVBid id : ids) {
     const PVBtimePlate* plate = PVBtimePlateInqByID(tpRun.database, id);
-    if (plate == nullptr || plate->levels.empty()) continue;
-    std::vector<std::string_view> shapes;
-    for (const PVBtrack& track : plate->levels.front().tracks) shapes.push_back(track.stateChars);
-    std::sort(shapes.begin(), shapes.end());
-    shapes.erase(std::unique(shapes.begin(), shapes.end()), shapes.end());
-    const auto rows = static_cast<std::int64_t>(tpRowList(id).size());
-    for (const std::string_view shape : shapes) ateCountUse(shape, rows);
+    if (plate != nullptr) ateCountUse(*plate, static_cast<std::int64_t>(tpRowList(id).size()));
   }
 }
 

@@ -18,6 +18,10 @@ struct TpMergeState {
   std::vector<OrderEntry> tpoOrder;  // id UNDEF where a timeplate was absorbed
   int tpoLastCount = 0;              // timeplates left by the last full pass; 0 before it
   std::unordered_set<PVBid> tpoProtected;
+  // By signal index: whether a track holds a P, and whether rows that said nothing of the
+  // signal have got a track, so that the state before later rows isn't known any more.
+  std::vector<bool> previousUsed;
+  std::vector<bool> unsettled;
 };
 extern TpMergeState tpMergeState;
 
@@ -35,7 +39,6 @@ void tpReportFailures();
 struct PlateView {
   PVBtimePlate* plate = nullptr;                    // null: absorbed
   std::vector<std::array<std::int32_t, 3>> tracks;  // by signal index and direction
-  std::vector<std::uint8_t> rowKinds;               // by signal index, see tp_merge_rows.cc
   bool isProtected = false;
 };
 // Reads the tracks off the plate; a track that hasn't been given a direction counts for
@@ -46,12 +49,6 @@ void tpNormaliseDirections(PVBtimePlate& plate);
 // Looks at all signals of a pair and leaves the candidates in tpPair. False when one of
 // them keeps the two apart.
 bool tpComparePair(PlateView& first, PlateView& second);
-
-// Whether the rows of a timeplate would still use the same tracks of a signal if it had
-// those of `directions` (a bit each) on top of its own.
-bool tpRowsKeepTracks(PlateView& view, const TpSignal& signal, unsigned directions);
-// After a merge: the rows of second are first's.
-void tpMergeRowKinds(PlateView& first, const PlateView& second);
 
 // --- What became of timeplates -------------------------------------------------------
 

@@ -9,11 +9,13 @@
 #include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_pair.h"
 #include "timeplate/tp_reduce.h"
+#include "timeplate/tp_rewrite.h"
 #include "timeplate/tp_settings.h"
 
 namespace {
 
 constexpr char kStrobe = 'Q';
+constexpr char kPrevious = 'P';
 
 // What keeps two timeplates apart, or that nothing does.
 enum class Verdict { kOn, kApart, kNotReduced };
@@ -142,6 +144,11 @@ const PVBtrack* bidirectionalTrack(const PlateView& view, const TpSignal& signal
   return tpTrack(*view.plate, trackIn(view, signal, 2));
 }
 
+bool saysNothing(const PlateView& view, const TpSignal& signal) {
+  const auto& tracks = view.tracks[static_cast<std::size_t>(signal.index)];
+  return std::all_of(tracks.begin(), tracks.end(), [](int track) { return track == kNoTrack; });
+}
+
 // Only `owner` has a track in this direction.
 Verdict takeOver(const TrackPair& pair, const PlateView& owner, const PlateView& other, int track) {
   if (!tpSettings.tpoBidiMerge &&
@@ -153,6 +160,10 @@ Verdict takeOver(const TrackPair& pair, const PlateView& owner, const PlateView&
   }
   const PVBtrack* source = tpTrack(*owner.plate, track);
   if (source == nullptr || !unselected(*source)) return apart(pair, "selected by rows");
+  const auto index = static_cast<std::size_t>(pair.signal.index);
+  if (saysNothing(other, pair.signal) && tpMergeState.previousUsed[index]) {
+    return apart(pair, "later rows keep the state before");
+  }
   // Nothing is given up on the track pass, so that nothing has to be taken over.
   if (tpRun.trackPass) return Verdict::kOn;
   static Wave wave;
@@ -160,6 +171,9 @@ Verdict takeOver(const TrackPair& pair, const PlateView& owner, const PlateView&
   Candidate& candidate = tpPairSet(pair.signal, pair.direction, wave);
   candidate.fromSecond = true;
   candidate.source = source;
+  // Rows may choose other tracks now, and need other data for it.
+  tpPair.rewriteFirst = true;
+  tpPair.rewriteSecond = true;
   return Verdict::kOn;
 }
 
@@ -224,8 +238,12 @@ Verdict reduce(const TrackPair& pair) {
   const auto reduceTracks = pair.first.isProtected ? tpReduceTracksConservative : tpReduceTracks;
   const Reduction reduction = reduceTracks(*pair.first.plate, *pair.second.plate, pair.a, pair.b,
                                            pair.signal, pair.direction);
-  if (reduction.wave == nullptr) {
-    apart(pair, reduction.reason);
+  const bool holdsPrevious =
+      reduction.wave != nullptr && reduction.wave->states.find(kPrevious) != std::string::npos;
+  const bool unknown =
+      holdsPrevious && tpMergeState.unsettled[static_cast<std::size_t>(pair.signal.index)];
+  if (reduction.wave == nullptr || unknown) {
+    apart(pair, unknown ? "the state before isn't known" : reduction.reason);
     return Verdict::kNotReduced;
   }
   tpPairSet(pair.signal, pair.direction, *reduction.wave).fromHistory = reduction.fromHistory;
@@ -278,29 +296,18 @@ bool compareSignal(PlateView& first, PlateView& second, std::size_t position) {
   return true;
 }
 
-unsigned directionsOf(const PlateView& view, const TpSignal& signal) {
-  unsigned directions = 0;
-  for (int d = 0; d < 3; ++d) {
-    if (trackIn(view, signal, d) != kNoTrack) directions |= 1U << d;
-  }
-  return directions;
-}
-
-// Tracks are taken over for the rows of the other timeplate, too.
+// The last word is the rows': with the candidates every one must do what it did.
 bool rowsAllow(PlateView& first, PlateView& second) {
-  for (const auto& [index, direction] : tpPair.used) {
-    const TpSignal& signal = tpRun.signals[static_cast<std::size_t>(index)];
-    if (!tpPairCandidate(signal, direction).fromSecond) continue;
-    if (tpRowsKeepTracks(first, signal, directionsOf(second, signal)) &&
-        tpRowsKeepTracks(second, signal, directionsOf(first, signal))) {
-      continue;
-    }
-    apart({first, second, signal, direction, trackIn(first, signal, direction),
-           trackIn(second, signal, direction)},
-          "rows would use the track");
-    return false;
-  }
-  return true;
+  if (tpPair.used.empty()) return true;
+  const TpSignal* signal = tpRowsForbid(*first.plate, second.plate, tpRun.trackPass);
+  if (signal == nullptr) return true;
+  const auto direction =
+      std::find_if(tpPair.used.begin(), tpPair.used.end(),
+                   [&](const auto& used) { return used.first == signal->index; });
+  const int d = direction != tpPair.used.end() ? direction->second : 0;
+  apart({first, second, *signal, d, trackIn(first, *signal, d), trackIn(second, *signal, d)},
+        "a row would do something else");
+  return false;
 }
 
 }  // namespace
@@ -323,9 +330,19 @@ void tpNormaliseDirections(PVBtimePlate& plate) {
 void tpViewTracks(PlateView& view) {
   tpNormaliseDirections(*view.plate);
   view.tracks.assign(tpRun.signals.size(), {kNoTrack, kNoTrack, kNoTrack});
+  tpMergeState.previousUsed.resize(tpRun.signals.size());
+  tpMergeState.unsettled.resize(tpRun.signals.size());
   for (const TpSignal& signal : tpRun.signals) {
     const SignalTracks* tracks = PVBsignalTracks(*view.plate, signal.id);
-    if (tracks != nullptr) view.tracks[static_cast<std::size_t>(signal.index)] = tracks->track;
+    if (tracks == nullptr) continue;
+    const auto index = static_cast<std::size_t>(signal.index);
+    view.tracks[index] = tracks->track;
+    for (const std::int32_t track : tracks->track) {
+      const PVBtrack* wave = tpTrack(*view.plate, track);
+      if (wave != nullptr && wave->stateChars.find(kPrevious) != std::string::npos) {
+        tpMergeState.previousUsed[index] = true;
+      }
+    }
   }
 }
 

@@ -194,6 +194,8 @@ void changeTrack(PVBtimePlate& plate, int track, const Change& change, bool isNe
   if (track == kNoTrack || tpTrack(plate, track) == nullptr) return;
   PVBtrack& wave = firstLevelTrack(plate, track);
   if (!replaceWave(wave, *change.wave, *change.signal, isNew, plate.period)) return;
+  // A copy on trial has no rows.
+  if (plate.id == UNDEF) return;
   tpMemoForget(plate.id, track);
   tpNoteChanged(plate.id);
 }
