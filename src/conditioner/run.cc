@@ -32,6 +32,7 @@ int carryOut(const Operation& operation, OpSpec& op) {
 
 // What the run changed only in part isn't saved over what was there.
 void closeDatabasesUnsaved() {
+  tpOptimizerRelease();
   for (int database = 0; database < MAXPVB; ++database) {
     if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
   }

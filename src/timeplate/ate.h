@@ -11,12 +11,15 @@
 //   familyShape, shapeFamily   puts a complex shape in a family
 //   signal, family             a signal that gets the shapes of one family only
 //
-// A fault ends the reading with a notice of the optimizer and -2. The tables live until
-// the next ateInit.
+// Complex shapes stand before what names them. A list of signals is a table file too, with
+// the columns noMapping, signal and family. A fault ends the reading with a notice of the
+// optimizer and -2. The tables live until the next ateInit.
 
+#include <cstdint>
 #include <string_view>
 
 #include "pvb/id.h"
+#include "pvb/timeplate.h"
 #include "timeplate/wave.h"
 
 // Tables; the complex one is also that of multiplexed signals until the file says
@@ -52,12 +55,16 @@ const Wave* ateForcedMap(std::string_view states, PVBid signal);
 bool ateNoMapping(std::string_view signalName);
 bool ateUseMux();
 
-// Counts a timeplate's use of a shape by so many rows, for the summary.
-void ateCountUse(std::string_view states, std::int64_t rows);
-// The summary of families in the report; empties the counts.
+// Counts a timeplate that so many rows use, for the summary: the complex shapes on its
+// tracks, and its rows once for each family that one of these belongs to.
+void ateCountUse(const PVBtimePlate& plate, std::int64_t rows);
+// The summary in the report: of each family how many of its shapes were counted, and the
+// rows. Empties the counts.
 void ateFamilySummary();
 
-// Names of signals in the shape file are looked up in this database. ateInit runs before
-// the database of a merge is there: names are then kept, and looked up here, where one
-// that is missing is told. -1: no database.
+// Names of signals are only kept by ateInit, which runs before the database of a merge is
+// there; here they are looked up, a bus or group standing for its signals. To be called when
+// the database has its signals, which in a merge is before the first pass. -1: no database,
+// and no signal has a family or is kept from maps. -2 after a notice for the first name
+// that the database doesn't have: nothing must be optimized by tables that name it.
 int ateBindSignals(int database);

@@ -12,8 +12,8 @@
 // "TimePlate Optimize" from here on, its lines go to `report` (not owned) and
 // the run time is counted from now. Reads its parameters from the program's arguments
 // (without the program's name) and the shape file. With `Optimize` = 2 and a
-// `DestinationPVB` it also does its whole work, on the database that `WaveSource` names.
-// False after a failure.
+// `DestinationPVB` it also does its whole work, on the database that `WaveSource` names,
+// which is then as it was after a failure. False after a failure.
 bool tpOptInit(FILE* report, ParamArguments arguments);
 
 // The database that the passes work on, open for writing; -1 for none.

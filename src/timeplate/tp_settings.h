@@ -70,9 +70,22 @@ extern TpSettings tpSettings;
 const std::optional<std::string>& tpParam(TpParam parameter);
 bool tpParamIs(TpParam parameter, std::string_view word);  // in any case
 
-// Reads the parameters and fills tpSettings (but tpoOptimizeOnly). -2 after a notice for
-// a value that can't be read.
+// Reads the parameters and fills tpSettings (but tpoOptimizeOnly). The table of
+// parameters is read in the form that the program around the optimizer was called with,
+// and holds other names than that program's: what is short for one of the program's own may
+// be short for several here, and then fails. -2 after a notice for a value that can't be
+// read, and after a post where the arguments can't.
 int tpReadSettings(ParamArguments arguments);
+
+// Levels of tpNotice that the optimizer uses.
+enum TpNotice : int {
+  kNoticeText = 0,
+  kFileNotFound = 2,
+  kMissingParameter = 7,
+  kIllegalParameter = 8,
+};
+// A notice with the parameter's name; -2.
+int tpRefuseParam(TpNotice level, TpParam parameter);
 
 // Where the report goes (not owned), tpNoticeSettings.stream.
 FILE* tpReportStream();
