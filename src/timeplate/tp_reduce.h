@@ -15,15 +15,19 @@
 struct MatchState {
   char tpBoundData = 'N';
   int tpMatchResult = 0;
+  // The first state with data showed nothing, a later one did: the row's data can't be
+  // told from the first alone.
+  bool boundLate = false;
 };
 extern MatchState tpMatch;
 void tpMatchReset();
 // Whether the target's state can show `flat`, binding the row's data where it must.
 bool tpMatchState(char target, char flat);
-// Whether the target can show what the flat wave does; fills the target's unset times.
+// Whether the target, with the data that tpMatch has then, shows at every time what the
+// flat wave does; fills the target's unset times.
 bool tpStaticMatch(const Wave& flat, Wave& target, int flatCount, int targetCount);
-// Both must match. The results are those of the two sides (sides exchanged by `swap`).
-// `failSide` is 0 or 1 after a failure.
+// Both must match, A first. The results are those of the two waves; who has exchanged them
+// exchanges the results. `failSide` is 0 or 1 after a failure.
 struct PairMatch {
   bool matched = false;
   int failSide = 0;
@@ -34,7 +38,9 @@ PairMatch tpMatchPair(const Wave& waveA, const Wave& waveB, Wave& target, int co
 
 // --- Matching against the rows -------------------------------------------------------
 
-// A wave with the row's data put in for S and C, and what P stands for.
+// A wave with the row's data put in for S and C, and what P stands for. A P stays where
+// what the row before has left isn't known: it is as itself only. `row` isn't looked at
+// any more once the row store is asked for the row before.
 void tpFlattenForRow(const PVBtimePlate& plate, int track, const TpSignal& signal, const TpRow& row,
                      Wave& flat);
 // One side of a propagation: a timeplate with a track of the signal.
@@ -44,7 +50,8 @@ struct PropagateSide {
   Wave* working = nullptr;  // the side's working copy
 };
 // Whether the target can show what the rows of both sides do; fills the target's unset
-// times. `failSide` is 0 or 1 after a failure.
+// times. `failSide` is 0 or 1 after a failure of one side's rows, -1 when the rows pass but
+// the times that they ask for together are none of a wave. Asks the row store.
 bool tpPropagate(const PropagateSide& first, const PropagateSide& second, Wave& target,
                  const TpSignal& signal, int& failSide);
 
@@ -53,7 +60,7 @@ bool tpPropagate(const PropagateSide& first, const PropagateSide& second, Wave& 
 struct Reduction {
   const Wave* wave = nullptr;  // null: none
   bool fromHistory = false;    // shown by the rows
-  const char* reason = "";     // of a refusal, for the report
+  const char* reason = "";     // of a refusal, for the report; good until the next call
 };
 // Tracks `a` of first and `b` of second, of one signal and direction. The full reduction
 // and that of a protected first timeplate. Both set tpPair's rewrite flags and scratch

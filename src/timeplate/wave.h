@@ -71,9 +71,10 @@ void tpStretchWave(Wave& wave, int targetEdges, TIME period, bool muxed, TIME en
 
 // --- Strobe windows of bidirectional waves -------------------------------------------
 
-// A run of edges that begins with Q, as it stood in a wave.
+// Runs of Q as they stood in a wave, each with the edge behind it if that goes back to the
+// state before the run.
 struct StrobeWindows {
-  Wave cut;                    // the edges taken out
+  Wave cut;                    // the edges taken out; those that aren't Q close a window
   std::vector<int> positions;  // of each in the wave it was taken from
 };
 // Whether two bidirectional waves are made of runs of driven and expected states in the
