@@ -45,7 +45,6 @@ void endFailedCheck(const char* file, int line) {
   PBassertFail = printFailedCheck;
   PBflushErrors();
   printFailedCheck(file, line);
-  tpOptimizerRelease();
   closeDatabasesUnsaved();
 }
 
@@ -81,10 +80,7 @@ void fatalExit() {
     PBerrClear();
   }
   closeReport();
-  if (run.optimizeTimePlates) {
-    tpOptimizerFinish();
-    tpOptimizerRelease();
-  }
+  if (run.optimizeTimePlates) tpOptimizerFinish();
   PBflushErrors();
   closeDatabasesUnsaved();
   std::exit(1);
