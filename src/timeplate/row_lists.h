@@ -4,7 +4,9 @@
 // of its rows, ascending, and for each of its tracks a memo of which shapes can stand for
 // it, two bits a shape.
 //
-// The memo answers for a track as it stands: a track that is replaced has to be forgotten.
+// The memo answers for a track as it stands, with the rows that its timeplate has: a track
+// that is replaced has to be forgotten, and a row that is added makes an end of each MATCH.
+// It is kept for tracks of one signal only, because it can't tell signals apart.
 
 #include <cstdint>
 #include <span>
@@ -24,16 +26,25 @@ std::int32_t tpRowListNext(PVBid timeplate);
 // All rows of a timeplate at once. Good until the next change of the lists.
 std::span<const std::int32_t> tpRowList(PVBid timeplate);
 // Rows of `second` become rows of `first`, memos are combined: NOMATCH of either, MATCH
-// of both.
+// of both. Where a track number stands for another signal in each of the two, nothing is
+// combined and the MATCHes of `first` go.
 void tpRowListMerge(PVBid first, PVBid second);
 // The timeplate has a track that is undefined ('?') at an end; for the table.
 void tpRowListSetQuestion(PVBid timeplate, bool hasQuestion);
+// Whether a scan row uses the timeplate: states of its rows then stand in scan runs, and a
+// signal whose track holds data can't be rewritten.
+void tpRowListSetScan(PVBid timeplate);
+bool tpRowListHasScan(PVBid timeplate);
+// The timeplates that have a list, in the order of their slots.
+PVBidList tpRowListOwners();
 
 // An id past the end reads as NOTSET and isn't written.
 Memo tpMemoGet(PVBid timeplate, int track, int shapeId);
 void tpMemoSet(PVBid timeplate, int track, int shapeId, Memo value);
 // The track has a new wave.
 void tpMemoForget(PVBid timeplate, int track);
+// Its tracks have new numbers.
+void tpMemoForgetAll(PVBid timeplate);
 struct MemoCounts {
   std::int64_t asked = 0;
   std::int64_t known = 0;

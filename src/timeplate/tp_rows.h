@@ -13,7 +13,7 @@
 int tpPrepareRows(std::span<const PVBid> ids, bool withProgress);
 
 // The letter that a signal's wave left at the end of the row before `row`, 'N' when that
-// isn't known.
+// isn't known; in P modes up to 2 for row 0 only. Reads the P state store, not the rows.
 char loadPrevious(std::int32_t row, const TpSignal& signal);
 // The letter that P stands for, by the run's P mode: `value` is the letter of the row's
 // data, `pstate` the stored state going into the row, `previous` that of loadPrevious.

@@ -2,6 +2,9 @@
 
 // What the optimizer works on: the database, its signals, and what a row says of one of
 // them. One run at a time; the record lives from tpRunBegin to tpRunEnd.
+//
+// A timeplate is looked at through its maps (PVBtimePlateRebuildMaps): who edits a plate
+// builds them anew before the next call of tpRowTrack or tpTrackOf.
 
 #include <cstdint>
 #include <span>
@@ -18,10 +21,11 @@ struct TpSignal {
   int index = 0;
   std::string name;
   bool plain = false;  // of kind MEM_SIGNAL; others take no part
-  bool muxed = false;  // a child of a multiplexed signal
+  bool muxed = false;  // a child of a multiplexed signal, whose columns it may share
   std::int32_t direction = kNoDirection;
   std::int32_t inColumn = -1;   // first data column
   std::int32_t outColumn = -1;  // second
+  bool selects = false;         // rows hold a selector for it
   std::int64_t failCount = 0;   // pairs that it has kept apart
 };
 
@@ -38,7 +42,8 @@ struct TpRun {
 };
 extern TpRun tpRun;
 
-// Lists the scalars of the database in the order of "ALL". 0 or -2.
+// Lists the scalars of the database in the order of "ALL", the children of a multiplexed
+// signal behind it, and last any others that a timeplate could name. 0 or -2.
 int tpRunBegin(int database);
 void tpRunEnd();
 
@@ -51,8 +56,12 @@ struct TpRow {
 
 // The code (0 to 15) of a column; 0 for column -1.
 int tpRowCode(const TpRow& row, std::int32_t column);
+// The letter of the row's data for the signal, as tpDataLetter; a signal without a first
+// column has its data in the second.
+char tpRowLetter(const TpSignal& signal, const TpRow& row);
 // The track that the row uses for the signal, and its direction (0 to 2): as
-// PVBrowFindTrack, from the row's data. kNoTrack with kUndefinedDirection for none.
+// PVBrowFindTrack, from the row's data. A track without a direction has that of its
+// states. kNoTrack with kUndefinedDirection for none.
 std::int32_t tpRowTrack(const TpSignal& signal, const PVBtimePlate& plate, const TpRow& row,
                         int& direction);
 // The track of the signal in one direction by the plate's map; kNoTrack (also for
