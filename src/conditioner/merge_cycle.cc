@@ -17,6 +17,7 @@
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
 #include "pvb/timeplate_match.h"
+#include "timeplate/optimizer.h"
 
 namespace {
 
@@ -189,6 +190,16 @@ class CycleMerge {
     return plate;
   }
 
+  // The optimizer has folded plates to make room for one more. What can't go through the
+  // plate that took its place is generated anew when it comes again.
+  void followPasses() {
+    passes_ = tpOptimizerPasses();
+    last_ = {{}, UNDEF};
+    for (auto& [key, plate] : plates_) plate = tpOptimizerSuccessor(plate);
+    std::erase_if(plates_, [](const auto& entry) { return entry.second == UNDEF; });
+    tpOptimizerForgetChanges();
+  }
+
   PVBid generate(TIME duration) {
     if (PBcmpTIME(duration, run.minPeriod) < 0) {
       push(kPeriodTooShort, PBformatTIME(duration), PBformatTIME(run.minPeriod));
@@ -197,6 +208,7 @@ class CycleMerge {
     auto merged = mergeTimePlates(side1_, side2_, categories_, duration, *base_);
     merged->name = generatedName(database_, now_);
     const PVBtimePlate* stored = matchOrInsertTimePlate(database_, std::move(merged));
+    if (passes_ != tpOptimizerPasses()) followPasses();
     return stored != nullptr ? stored->id : UNDEF;
   }
 
@@ -223,6 +235,7 @@ class CycleMerge {
   PairTable plates_;
   std::pair<PairKey, PVBid> last_ = {{}, UNDEF};  // looked up in `plates_`
   TIME now_;
+  unsigned passes_ = tpOptimizerPasses();  // that `plates_` has followed
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "base/param.h"
+#include "pvb/id.h"
 
 // Starts the optimizer inside another program: its messages carry the name
 // "TimePlate Optimize" from here on, its lines go to `report` (not owned) and
@@ -15,11 +16,24 @@
 // which is then as it was after a failure. False after a failure.
 bool tpOptInit(FILE* report, ParamArguments arguments);
 
-// The database that the passes work on, open for writing.
+// The database that the passes work on, open for writing; -1 for none.
 void tpOptimizerSetDatabase(int database);
+int tpOptimizerDatabase();
+// Sees that the run over that database is under way, which begins when its signals are
+// there. 0 or -2. tpOptimizeGenerated does this; who checks shapes before it does it first.
+int tpOptimizerBegin();
 // One pass over its timeplates and rows; the last one with `finish`. The number of
 // timeplates left, or -2.
 int tpOptimizeGenerated(bool finish);
+
+// For who keeps timeplates by id from one row to the next. The passes so far:
+unsigned tpOptimizerPasses();
+// The timeplate through which rows made for `plate` before the passes since
+// tpOptimizerForgetChanges go now, with the data that they would have had; UNDEF when
+// there is none, because other waves or tracks ask for other data.
+PVBid tpOptimizerSuccessor(PVBid plate);
+void tpOptimizerForgetChanges();
+
 // Gives up what the passes hold, unsaved; for the end of a run that failed.
 void tpOptimizerRelease();
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "timeplate/tp_run.h"
@@ -34,6 +35,7 @@ struct TpPair {
   std::array<ScratchRow, 2> scratch;                    // by side, from tpMatchPair
   int reduced = 0;                                      // candidates that are new waves
   int identical = 0;                                    // tracks that were equal already
+  std::vector<std::pair<int, int>> used;                // candidates set, by index and direction
 };
 extern TpPair tpPair;
 
@@ -44,6 +46,8 @@ Candidate& tpPairSet(const TpSignal& signal, int direction, const Wave& wave);
 const Candidate& tpPairCandidate(const TpSignal& signal, int direction);
 bool tpPairHasCandidate();
 
-// Puts the candidates into a timeplate's tracks, on new ones where it has none. The maps
-// are built anew and the memos of changed tracks forgotten.
+// Puts the candidates into a timeplate's tracks, on new ones where it has none; a signal
+// that shares its track with others leaves it, unless all of them change in the same way.
+// Expressions stay with edges whose time stays. The maps are built anew and the memos of
+// changed tracks forgotten.
 void tpApplyCandidates(PVBtimePlate& plate);
