@@ -371,7 +371,7 @@ TEST_F(TpRewrite, TracksWithoutAShapeAreMendedWhereRowsAllow) {
   const PVBid good = plate({{"a", INPUT, "S0"}, {"b", INPUT, "D0U10"}});
   const PVBid mended = plate({{"a", INPUT, "C0S10"}});
   const PVBid bad = plate({{"a", INPUT, "S0C10S20"}, {"b", BIDIR, "S0Z10"}});
-  row(good, "1000");
+  row(good, "2000");
   row(mended, "2000");
   row(bad, "2020");
   begin();
@@ -387,7 +387,7 @@ TEST_F(TpRewrite, TracksWithoutAShapeAreMendedWhereRowsAllow) {
   EXPECT_THAT(report_.status(), HasSubstr("Checking for valid shapes.\n"));
   // Turned around, with data turned around.
   EXPECT_EQ(tpTrack(at(mended), 0)->stateChars, "SC");
-  EXPECT_EQ(stored(), "0:1000 1:1000 2:2020");
+  EXPECT_EQ(stored(), "0:2004 1:1000 2:2020");
 }
 
 TEST_F(TpRewrite, RowsOfBidirectionalSignalsAreSetUpUnlessThatChangesTheirTrack) {
