@@ -45,13 +45,16 @@ class OptimizeTest : public testing::Test, protected OperationWorld {
   }
 
   // A and B are merged as they are into "destPlain" and with the optimizer into "dest".
-  Outcome merge(std::vector<std::string> parameters = {}) {
+  Outcome optimize(std::vector<std::string> parameters) {
     expectDone(runOperations("merge A B destPlain"));
     for (const char* each : {"OptimizeTimePlates=yes", "ATEFamily=other", "ShapeFile=tester.shp",
                              "Pmode=last_force"}) {
       parameters.insert(parameters.begin(), each);
     }
-    Outcome outcome = runOperations("merge A B dest", std::move(parameters));
+    return runOperations("merge A B dest", std::move(parameters));
+  }
+  Outcome merge(std::vector<std::string> parameters = {}) {
+    Outcome outcome = optimize(std::move(parameters));
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err << outcome.report;
     return outcome;
   }
@@ -406,7 +409,8 @@ TEST_F(OptimizeTest, MergesOfOneRunFollowEachOther) {
 
 // --- Laws ----------------------------------------------------------------------------
 
-// A database of inputs with random waves of few kinds, so that some of them fold.
+// A database of inputs with random waves of few kinds, so that some of them fold. Every row
+// has data, because what isn't known to be driven may become anything.
 rc::Gen<std::string> database(int mode) {
   return rc::gen::exec([mode]() {
     const std::vector<std::string> waves = {"0pS D",
@@ -437,7 +441,7 @@ rc::Gen<std::string> database(int mode) {
     }
     for (int row = 0; row < 24; ++row) {
       std::string states;
-      for (int column = 0; column < 3; ++column) states += *rc::gen::elementOf(std::string("01Z-"));
+      for (int column = 0; column < 3; ++column) states += *rc::gen::elementOf(std::string("01Z"));
       text.rows(steps("t" + std::to_string(*rc::gen::inRange(0, plates)), {states}));
     }
     return text.text();
@@ -448,7 +452,7 @@ class OptimizeLaws : public OptimizeTest {
  protected:
   // A run over the result alone.
   void expectSettled() {
-    expectDone(runOperations("copy dest - destAgain"));
+    expectDone(runOperations("copy dest destAgain"));
     const std::string before = dump("destAgain");
     const Outcome again = runParameters(
         {"Operation=copy", "SourcePVB1=B", "DestinationPVB=destB", "OptimizeTimePlates=yes",
@@ -458,14 +462,13 @@ class OptimizeLaws : public OptimizeTest {
   }
 };
 
-RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame,
-                      (bool trackPass, bool bidi, bool limited)) {
-  build("A", *database(*rc::gen::inRange(0, 6)));
+RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame, (bool trackPass, bool limited)) {
+  build("A", *database(*rc::gen::inRange(1, 6)));
   std::vector<std::string> parameters;
   if (trackPass) parameters.emplace_back("DoTrackOptimize=yes");
-  if (bidi) parameters.emplace_back("DoBidiMerge=yes");
-  if (limited) parameters.emplace_back("TPGenLimit=40");
-  const Outcome outcome = merge(parameters);
+  if (limited) parameters.push_back("TPGenLimit=" + std::to_string(*rc::gen::inRange(2, 6)));
+  const Outcome outcome = optimize(parameters);
+  if (outcome.err.find("exceeds limit") != std::string::npos) return;
   RC_ASSERT(outcome.exitCode == 0);
   RC_ASSERT(timeplates() <= timeplates("destPlain"));
   const ProgramResult driven =
