@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "pvb/timeplate.h"
@@ -195,7 +196,7 @@ void tpRowListMerge(PVBid first, PVBid second) {
   if (from == nullptr || first == second || first < 0 || first > kMaxTimePlate) return;
   Slot* to = slotOf(first);
   if (to == nullptr) {
-    std::swap(indexOf(first), indexOf(second));
+    indexOf(first) = std::exchange(indexOf(second), kNoSlot);
     from->owner = first;
     dropMatches(*from);
     return;
