@@ -25,7 +25,8 @@
 namespace {
 
 constexpr std::string_view kFunction = "tpOptInit";
-constexpr int kOptimizeOnly = 2;
+constexpr int kNoDatabase = -1;
+constexpr int kOptimizeOnly = 2;  // of `Optimize`
 constexpr int kEndedBySignal = 2;
 
 // Processor time at tpOptInit in whole seconds; 0 when it never ran.
@@ -84,6 +85,7 @@ int openCopy(const std::string& source, const std::string& copy) {
 }
 
 bool mergeAll(int database) {
+  tpOptimizerSetDatabase(database);
   if (ateBindSignals(database) != 0) return false;
   const PVBidList ids = PVBtimePlateInqAll(database);
   for (const PVBid id : ids) PVBtimePlateRebuildMaps(*PVBtimePlateInqByID(database, id));
@@ -119,6 +121,7 @@ bool optimizeDatabase() {
   }
   const bool merged = mergeAll(database);
   tpOptimizerRelease();
+  tpOptimizerSetDatabase(kNoDatabase);
   if (!merged) {
     PVBdiscard(database);
     return false;
