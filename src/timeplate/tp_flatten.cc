@@ -59,7 +59,9 @@ void tpFlattenForRow(const PVBtimePlate& plate, int track, const TpSignal& signa
   flat.states.clear();
   flat.times.clear();
   if (source == nullptr) return;
-  const char value = tpDataLetter(tpRowCode(row, signal.inColumn));
+  // A signal with one column has its data there.
+  const std::int32_t column = signal.inColumn >= 0 ? signal.inColumn : signal.outColumn;
+  const char value = tpDataLetter(tpRowCode(row, column));
   const bool needsStart = source->stateChars.find('P') != std::string::npos;
   const RowStart start = needsStart ? tpRowStart(signal, row.row) : RowStart{};
   tpTakeWave(wave, *source);

@@ -66,6 +66,11 @@ Room room;
 
 bool hasState(const Wave& wave, char state) { return wave.states.find(state) != std::string::npos; }
 
+// A signal with one column has its data there.
+std::int32_t dataColumn(const TpSignal& signal) {
+  return signal.inColumn >= 0 ? signal.inColumn : signal.outColumn;
+}
+
 int directionsOf(const PVBtimePlate& plate, const TpSignal& signal) {
   int directions = 0;
   for (int d = 0; d < 3; ++d) directions += tpTrackOf(plate, signal, d) == kNoTrack ? 0 : 1;
@@ -153,7 +158,7 @@ bool Propagation::walkRow(std::int32_t row) {
   int direction = 0;
   tpRowTrack(signal_, *side.plate, *record, direction);
   if (direction == OUTPUT) return true;
-  const int code = tpRowCode(*record, signal_.inColumn);
+  const int code = tpRowCode(*record, dataColumn(signal_));
   if (!rowAllows(code, tpRowCode(*record, signal_.outColumn) != 0)) {
     return tpRefuse("data cannot be written");
   }

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "timeplate/ate.h"
 #include "timeplate/tp_reduce.h"
 
 // --- Refusals ------------------------------------------------------------------------
@@ -77,3 +78,35 @@ bool tpFillTime(const Wave& flat, std::size_t i, Wave& target, std::size_t k);
 // Whether a target that is longer than the flat wave may show flat state i - 1 once more
 // at its state k.
 bool tpMayRepeat(const Wave& flat, std::size_t i, const Wave& target, std::size_t k);
+
+// --- Reduction -----------------------------------------------------------------------
+
+// Two tracks that are reduced, and what a shape is tried on. All records are used again.
+struct ReducedTracks {
+  const PVBtimePlate* first = nullptr;
+  const PVBtimePlate* second = nullptr;
+  int a = kNoTrack;
+  int b = kNoTrack;
+  const TpSignal* signal = nullptr;
+  int table = kComplexShapes;
+  bool cutsStrobes = false;
+  TIME end;  // of a multiplexed wave
+
+  Wave wholeA, wholeB;  // as the tracks stand
+  Wave waveA, waveB;    // without spans and strobes
+  Wave savedA, savedB;  // aligned
+  Wave A, B;            // at work
+  Wave target;
+  StrobeWindows windowsA, windowsB;
+  bool simpleA = false;
+  bool simpleB = false;
+};
+extern ReducedTracks tpReduced;
+
+// Steps 1 to 6: takes the tracks, and refuses those that no wave can stand for. `direction`
+// is that of both.
+bool tpBeginReduction(const PVBtimePlate& first, const PVBtimePlate& second, int a, int b,
+                      const TpSignal& signal, int direction);
+// Puts the strobes that were cut out of both waves into the target; refuses when it would
+// compare otherwise than they.
+bool tpRestoreStrobes();
