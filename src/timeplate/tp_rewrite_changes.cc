@@ -1,16 +1,18 @@
 #include <algorithm>
 
+#include "timeplate/pstate_store.h"
 #include "timeplate/row_store.h"
 #include "timeplate/tp_reduce.h"
 #include "timeplate/tp_rewrite_internal.h"
+#include "timeplate/tp_rows.h"
 #include "timeplate/tp_settings.h"
 
 namespace {
 
 // Answers of a change; others are codes, `in` in the low half, and how they were shown.
-constexpr std::int16_t kNotAsked = -1;
-constexpr std::int16_t kForbidden = -2;
+constexpr std::int16_t kForbidden = -1;
 constexpr int kWavesBit = 256;
+constexpr std::size_t kMostAnswers = 64;
 
 // Bits of a code that say that a row has data: those of 0, 1 and Z.
 constexpr int kDataBits = 1 | 2 | 8;
@@ -57,6 +59,18 @@ ShownBy wayOf(const PVBtimePlate& owner, const TpSignal& signal, const TpRow& ro
   return byWaves ? ShownBy::waves : ShownBy::rows;
 }
 
+// What of a row and the state before it a cycle of the signal depends on; a row that holds
+// selectors has more.
+std::uint32_t keyOf(const TpSignal& signal, const TpRow& row, bool usesPrevious) {
+  const RowCodes codes = tpRowCodes(signal, row);
+  const auto own = static_cast<std::uint32_t>(codes.in | codes.out << 4);
+  if (!usesPrevious) return own;
+  const auto pstate = static_cast<unsigned char>(tpPStateLetter(row.row, signal.index));
+  const auto previous = static_cast<unsigned char>(loadPrevious(row.row, signal));
+  return own | std::uint32_t{pstate} << 8 | std::uint32_t{previous} << 16 |
+         (tpRowRepeats(row.row) ? std::uint32_t{1} << 24 : 0);
+}
+
 }  // namespace
 
 std::unique_ptr<PVBtimePlate> tpWithCandidates(const PVBtimePlate& plate) {
@@ -98,8 +112,7 @@ void RowChanges::addChange(const TpSignal& signal, bool usesPrevious) {
     if (!candidate.set) continue;
     (isShownByWaves(candidate, direction) ? change.byWaves : change.byRows) = true;
   }
-  change.keeps = !usesPrevious && !signal.selects;
-  change.answers.fill(kNotAsked);
+  change.usesPrevious = usesPrevious;
 }
 
 bool RowChanges::concern(ShownBy way) const {
@@ -132,16 +145,26 @@ bool RowChanges::rewrite(TpRow& row, ShownBy way) {
 }
 
 std::optional<RowChanges::Answer> RowChanges::answerFor(Change& change, TpRow& row) {
-  const RowCodes own = tpRowCodes(*change.signal, row);
-  std::int16_t& kept = change.answers[static_cast<std::size_t>(own.in | own.out << 4)];
-  if (!change.keeps || kept == kNotAsked) {
-    const std::optional<RowCodes> codes = search(*change.signal, row);
-    const int way = wayOf(owner_, *change.signal, row) == ShownBy::waves ? kWavesBit : 0;
-    kept = codes ? static_cast<std::int16_t>(codes->in | codes->out << 4 | way) : kForbidden;
+  const std::uint32_t key = keyOf(*change.signal, row, change.usesPrevious);
+  const auto known = std::find_if(change.answers.begin(), change.answers.end(),
+                                  [key](const auto& answer) { return answer.first == key; });
+  std::int16_t answer = kForbidden;
+  if (known != change.answers.end() && !change.signal->selects) {
+    answer = known->second;
+  } else {
+    answer = workOut(change, row);
+    if (change.answers.size() < kMostAnswers) change.answers.emplace_back(key, answer);
   }
-  if (kept == kForbidden) return std::nullopt;
-  return Answer{{kept & 15, kept >> 4 & 15},
-                (kept & kWavesBit) != 0 ? ShownBy::waves : ShownBy::rows};
+  if (answer == kForbidden) return std::nullopt;
+  return Answer{{answer & 15, answer >> 4 & 15},
+                (answer & kWavesBit) != 0 ? ShownBy::waves : ShownBy::rows};
+}
+
+std::int16_t RowChanges::workOut(const Change& change, TpRow& row) {
+  const std::optional<RowCodes> codes = search(*change.signal, row);
+  if (!codes) return kForbidden;
+  const int way = wayOf(owner_, *change.signal, row) == ShownBy::waves ? kWavesBit : 0;
+  return static_cast<std::int16_t>(codes->in | codes->out << 4 | way);
 }
 
 // The codes that are wanted if the row says the same with them, else the row's own, else

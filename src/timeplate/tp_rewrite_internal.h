@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
+#include <utility>
 #include <vector>
 
 #include "timeplate/tp_pair.h"
@@ -68,8 +68,9 @@ class RowChanges {
     const TpSignal* signal;
     bool byWaves;  // has a candidate shown in this way
     bool byRows;
-    bool keeps;                             // an answer holds for all rows with these codes
-    std::array<std::int16_t, 256> answers;  // by codes; kNotAsked, kForbidden
+    bool usesPrevious;
+    // By what a row's answer depends on; the first ones that were asked for.
+    std::vector<std::pair<std::uint32_t, std::int16_t>> answers;
   };
   // What a row gets for a signal.
   struct Answer {
@@ -78,6 +79,7 @@ class RowChanges {
   };
 
   std::optional<Answer> answerFor(Change& change, TpRow& row);
+  std::int16_t workOut(const Change& change, TpRow& row);
   void addChange(const TpSignal& signal, bool usesPrevious);
   std::optional<RowCodes> search(const TpSignal& signal, TpRow& row);
   bool holds(const TpSignal& signal, TpRow& row, RowCodes codes, bool strictly);
