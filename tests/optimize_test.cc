@@ -45,13 +45,16 @@ class OptimizeTest : public testing::Test, protected OperationWorld {
   }
 
   // A and B are merged as they are into "destPlain" and with the optimizer into "dest".
-  Outcome merge(std::vector<std::string> parameters = {}) {
+  Outcome optimize(std::vector<std::string> parameters) {
     expectDone(runOperations("merge A B destPlain"));
     for (const char* each : {"OptimizeTimePlates=yes", "ATEFamily=other", "ShapeFile=tester.shp",
                              "Pmode=last_force"}) {
       parameters.insert(parameters.begin(), each);
     }
-    Outcome outcome = runOperations("merge A B dest", std::move(parameters));
+    return runOperations("merge A B dest", std::move(parameters));
+  }
+  Outcome merge(std::vector<std::string> parameters = {}) {
+    Outcome outcome = optimize(std::move(parameters));
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err << outcome.report;
     return outcome;
   }
@@ -178,7 +181,8 @@ TEST_F(OptimizeTest, EachRuleDecides) {
     buildTwo(each.first, each.second, each.mode);
     const Outcome outcome = merge({"Trace=2"});
     EXPECT_EQ(timeplates(), each.left) << outcome.report;
-    expectSameDriven();
+    // Where nothing was said something may be.
+    if (each.second.events.find('N') == std::string::npos) expectSameDriven();
     EXPECT_EQ(outcome.report.find("not merged: signal a, input, ") == std::string::npos,
               each.left == 1)
         << outcome.report;
@@ -206,7 +210,7 @@ TEST_F(OptimizeTest, RowsGetTheDataThatTheWaveShowed) {
   EXPECT_EQ(states("destPlain"), "11 00 00 01");
   EXPECT_EQ(states(), "11 10 00 11");
   EXPECT_THAT(outcome.report,
-              AllOf(HasSubstr("\nMergable checking t0_0pS and t0_20nS merge t0_0pS and t0_20nS, "
+              AllOf(HasSubstr("\nMergable checking t0_0pS and t1_20nS merge t0_0pS and t1_20nS, "
                               "delete the latter\n"),
                     HasSubstr("\nMerged 2 timeplates into 1 timeplates.\n"),
                     HasSubstr("\nSignal List - Fail Frequency\n" + std::string(34, '-') + "\n" +
@@ -229,12 +233,12 @@ TEST_F(OptimizeTest, FailuresAreCountedAndTold) {
   const Outcome outcome = merge({"Trace=1"});
   EXPECT_EQ(timeplates(), 3);
   EXPECT_THAT(outcome.report,
-              AllOf(HasSubstr("t0_0pS and t0_40nS not merged: signal a, input, SD against SD: "),
+              AllOf(HasSubstr("t0_0pS and t1_40nS not merged: signal a, input, SD against SD: "),
                     HasSubstr("\nMerged 3 timeplates into 3 timeplates.\n"),
                     HasSubstr(std::string(19, ' ') + "a " + std::string(8, ' ') + "3\n"),
                     Not(HasSubstr("FAILED because of"))));
   EXPECT_THAT(merge({"Trace=2"}).report,
-              HasSubstr("\nt0_0pS and t0_40nS FAILED because of signal a\n"));
+              HasSubstr("\nt0_0pS and t1_40nS FAILED because of signal a\n"));
   // One timeplate has nothing to be compared with.
   buildTwo({"0pS S", {"1"}}, {"0pS S", {"0"}});
   EXPECT_THAT(merge().report,
@@ -270,13 +274,13 @@ TEST_F(OptimizeTest, BidirectionalTracks) {
   useShapes("S DSD");
   const auto both = [](const std::vector<TrackText>& first, const std::vector<TrackText>& second) {
     DatabaseText text;
-    text.signal("a", "bidirectional");
+    text.signal("a", "bidir");
     text.plate("t0", "20nS", first).plate("t1", "20nS", second);
     return text.rows(steps("t0", {"1-", "0-"}) + steps("t1", {"-1", "-0"}));
   };
   const TrackText drive = {"a", "0pS S", "input"};
   const TrackText expect = {"a", "0pS X 15nS Q", "output"};
-  const TrackText mixed = {"a", "0pS S 10nS X 15nS Q", "bidirectional"};
+  const TrackText mixed = {"a", "0pS S 10nS X 15nS Q", "bidir"};
   // Rows choose by their data: either track may come from the other timeplate.
   build("A", both({drive}, {expect}));
   merge();
@@ -341,13 +345,13 @@ TEST_F(OptimizeTest, ShapesAreForcedButForSomeSignals) {
 // --- Passes --------------------------------------------------------------------------
 
 TEST_F(OptimizeTest, MakesRoomWhenTheLimitIsReached) {
-  useShapes("S DSD");
+  useShapes("S DSD USU ZSZ");
   DatabaseText text;
   text.signal("a", "input").signal("y", "output");
   std::string rows;
-  // Flat waves that fold into one, in three groups by time; the rows come back to each.
-  const std::string waves[] = {"0pS D 5nS U 15nS D", "0pS D 5nS D 15nS D", "0pS D 6nS U 15nS D",
-                               "0pS D 6nS D 15nS D", "0pS D 7nS U 15nS D", "0pS D 7nS D 15nS D"};
+  // Flat waves that fold in pairs; the rows come back to each.
+  const std::string waves[] = {"0pS D 5nS U 15nS D", "0pS D 5nS D 15nS D", "0pS U 6nS U 15nS U",
+                               "0pS U 6nS D 15nS U", "0pS Z 7nS U 15nS Z", "0pS Z 7nS D 15nS Z"};
   for (std::size_t i = 0; i < std::size(waves); ++i) {
     const std::string name = "t" + std::to_string(i);
     text.plate(name, "20nS", {{"a", waves[i], ""}, {"y", "0pS X 15nS Q", ""}});
@@ -371,9 +375,9 @@ TEST_F(OptimizeTest, RefusesWhatStillExceedsTheLimit) {
   buildTwo({"0pS D 5nS U 15nS D", {"1", "0"}}, {"0pS D 6nS U 15nS D", {"0", "1"}});
   for (const char* shapes : {"S", "USU"}) {
     useShapes(shapes);
-    const Outcome outcome =
-        runOperations("merge A B dest", {"OptimizeTimePlates=yes", "ATEFamily=other",
-                                         "ShapeFile=tester.shp", "Pmode=1", "TPGenLimit=1"});
+    const Outcome outcome = runOperations(
+        "merge A B dest", {"OptimizeTimePlates=yes", "ATEFamily=other", "ShapeFile=tester.shp",
+                           "Pmode=P_LAST_FORCE", "TPGenLimit=1"});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.err + outcome.report,
                 HasSubstr("Number of generated timeplates (2) exceeds limit (1)"));
@@ -396,7 +400,7 @@ TEST_F(OptimizeTest, MergesOfOneRunFollowEachOther) {
                                                "ShapeFile=tester.shp", "Pmode=last_force"};
   expectDone(runOperations("merge A B destPlain"));
   const Outcome outcome =
-      runOperations("merge A B dest1\n merge A B dest2\n concatenate dest1 dest2 dest", parameters);
+      runOperations("merge A B dest1\n merge A B dest2\n concat dest1 dest2 dest", parameters);
   EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   EXPECT_EQ(timeplates("dest1"), 1);
   EXPECT_EQ(dump("dest1"), dump("dest2"));
@@ -405,7 +409,8 @@ TEST_F(OptimizeTest, MergesOfOneRunFollowEachOther) {
 
 // --- Laws ----------------------------------------------------------------------------
 
-// A database of inputs with random waves of few kinds, so that some of them fold.
+// A database of inputs with random waves of few kinds, so that some of them fold. Every row
+// has data, because what isn't known to be driven may become anything.
 rc::Gen<std::string> database(int mode) {
   return rc::gen::exec([mode]() {
     const std::vector<std::string> waves = {"0pS D",
@@ -419,7 +424,7 @@ rc::Gen<std::string> database(int mode) {
                                             "0pS P 5nS U",
                                             "0pS D 5nS S 15nS D",
                                             "0pS D 5nS U 15nS D",
-                                            "0pS N 5nS U",
+
                                             "0pS Z",
                                             "0pS D 6nS S",
                                             "0pS P",
@@ -436,7 +441,7 @@ rc::Gen<std::string> database(int mode) {
     }
     for (int row = 0; row < 24; ++row) {
       std::string states;
-      for (int column = 0; column < 3; ++column) states += *rc::gen::elementOf(std::string("01Z-"));
+      for (int column = 0; column < 3; ++column) states += *rc::gen::elementOf(std::string("01Z"));
       text.rows(steps("t" + std::to_string(*rc::gen::inRange(0, plates)), {states}));
     }
     return text.text();
@@ -445,33 +450,38 @@ rc::Gen<std::string> database(int mode) {
 
 class OptimizeLaws : public OptimizeTest {
  protected:
-  // Passes over the result change nothing more.
+  // A run over the result alone.
   void expectSettled() {
-    directory().remove("destAgain");
-    expectDone(runOperations("copy dest - destAgain"));
+    expectDone(runOperations("copy dest destAgain"));
     const std::string before = dump("destAgain");
-    ProgramCall call;
     const Outcome again = runParameters(
         {"Operation=copy", "SourcePVB1=B", "DestinationPVB=destB", "OptimizeTimePlates=yes",
          "Optimize=2", "WaveSource=destAgain", "ATEFamily=other", "ShapeFile=tester.shp"});
     EXPECT_EQ(again.exitCode, 0) << again.err << again.report;
-    EXPECT_EQ(dump("destAgain"), before);
+    EXPECT_EQ(dump("destAgain"), before) << again.report;
   }
 };
 
-TEST_F(OptimizeLaws, WhatIsDrivenStaysTheSame) {
-  rc::prop("of random databases", [this](bool trackPass, bool bidi, bool limited) {
-    build("A", *database(*rc::gen::inRange(0, 6)));
-    std::vector<std::string> parameters;
-    if (trackPass) parameters.emplace_back("DoTrackOptimize=yes");
-    if (bidi) parameters.emplace_back("DoBidiMerge=yes");
-    if (limited) parameters.emplace_back("TPGenLimit=40");
-    merge(parameters);
-    RC_ASSERT(timeplates() <= timeplates("destPlain"));
-    const ProgramResult driven =
-        runCompanion({"diff", "destPlain", "dest", "--ignore-cycles", "--signals", "a,b,c"});
-    if (driven.exitCode != 0) RC_FAIL(driven.out + driven.err + dump("destPlain") + dump("dest"));
-  });
+RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame, (bool trackPass, bool limited)) {
+  build("A", *database(*rc::gen::inRange(1, 6)));
+  std::vector<std::string> parameters;
+  if (trackPass) parameters.emplace_back("DoTrackOptimize=yes");
+  if (limited) parameters.push_back("TPGenLimit=" + std::to_string(*rc::gen::inRange(2, 6)));
+  const Outcome outcome = optimize(parameters);
+  if (outcome.err.find("exceeds limit") != std::string::npos) return;
+  RC_ASSERT(outcome.exitCode == 0);
+  RC_ASSERT(timeplates() <= timeplates("destPlain"));
+  const ProgramResult driven =
+      runCompanion({"diff", "destPlain", "dest", "--ignore-cycles", "--signals", "a,b,c"});
+  if (driven.exitCode != 0) {
+    RC_FAIL(driven.out + driven.err + outcome.report + dump("destPlain") + dump("dest"));
+  }
+}
+
+TEST_F(OptimizeLaws, ASecondRunChangesNothing) {
+  buildTwo({"0pS D 5nS S 15nS D", {"1", "0"}}, {"0pS D 5nS U 15nS D", {"0", "1"}});
+  merge();
+  expectSettled();
 }
 
 }  // namespace

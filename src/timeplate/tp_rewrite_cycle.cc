@@ -208,6 +208,7 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
 bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {
   // A timeplate that has no track of the signal takes that of another as it is.
   const bool anyDriven = before.unsaid && !strictly;
+  const bool anyExpected = anyDriven && !tpSettings.tpoOptimizeOnly;
   return (anyDriven || sameDriven(before.driven, after.driven, strictly)) &&
-         sameExpected(before.expected, after.expected);
+         (anyExpected || sameExpected(before.expected, after.expected));
 }
