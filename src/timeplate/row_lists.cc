@@ -25,7 +25,6 @@ struct Slot {
   std::vector<std::int32_t> rows;
   std::size_t next = 0;  // of the walk
   bool hasQuestion = false;
-  bool hasScan = false;
   // memoBytes for each track; shorter where nothing is known of the last ones.
   std::vector<std::uint8_t> memo;
   bool mayMatch = false;  // there may be a MATCH in it
@@ -136,15 +135,6 @@ void tpRowListSetQuestion(PVBid timeplate, bool hasQuestion) {
   if (Slot* slot = slotOf(timeplate); slot != nullptr) slot->hasQuestion = hasQuestion;
 }
 
-void tpRowListSetScan(PVBid timeplate) {
-  if (Slot* slot = slotOf(timeplate); slot != nullptr) slot->hasScan = true;
-}
-
-bool tpRowListHasScan(PVBid timeplate) {
-  const Slot* slot = slotOf(timeplate);
-  return slot != nullptr && slot->hasScan;
-}
-
 // --- Merging -------------------------------------------------------------------------
 
 namespace {
@@ -203,7 +193,6 @@ void tpRowListMerge(PVBid first, PVBid second) {
   }
   mergeRows(to->rows, from->rows);
   mergeMemos(*to, *from);
-  to->hasScan = to->hasScan || from->hasScan;
   freeSlot(second);
 }
 

@@ -31,10 +31,6 @@ std::span<const std::int32_t> tpRowList(PVBid timeplate);
 void tpRowListMerge(PVBid first, PVBid second);
 // The timeplate has a track that is undefined ('?') at an end; for the table.
 void tpRowListSetQuestion(PVBid timeplate, bool hasQuestion);
-// Whether a scan row uses the timeplate: states of its rows then stand in scan runs, and a
-// signal whose track holds data can't be rewritten.
-void tpRowListSetScan(PVBid timeplate);
-bool tpRowListHasScan(PVBid timeplate);
 // The timeplates that have a list, in the order of their slots.
 PVBidList tpRowListOwners();
 

@@ -158,7 +158,7 @@ class PStateSeed {
     });
   }
   // The record of row 0.
-  void write() const {
+  void tpPStateSeed() const {
     std::vector<std::uint8_t> record(codes_.size() / 2 + 2);
     for (std::size_t i = 0; i < codes_.size(); ++i) {
       setNibble(record, static_cast<int>(i), codes_[i]);
@@ -205,7 +205,7 @@ class Tagging {
       if (const TpRow* row = tpRowGet(i); row != nullptr) tag(*row, first == 0);
       meter.step();
     }
-    if (first == 0 && count > 0) tpPStateSeed_.write();
+    if (first == 0 && count > 0) seed_.tpPStateSeed();
   }
 
  private:
@@ -221,8 +221,7 @@ class Tagging {
     const PVBtimePlate* plate = plateOf(row);
     if (plate != nullptr) {
       tpRowListAdd(row.row, plate->id);
-      if (tpRowScans(row.row)) tpRowListSetScan(plate->id);
-      if (seeds) tpPStateSeed_.look(*plate, row);
+      if (seeds) seed_.look(*plate, row);
     }
     if (!usesPrevious()) return;
     if (tpRowEntered(row.row)) states_.forget();
@@ -246,7 +245,7 @@ class Tagging {
 
   std::vector<std::uint8_t> record_;
   PreviousStates states_;
-  PStateSeed tpPStateSeed_;
+  PStateSeed seed_;
 };
 
 int loadRows(std::span<const PVBid> ids, bool withProgress) {
