@@ -101,7 +101,7 @@ void tryShapes(const PVBtimePlate& plate, const InvalidTrack& invalid) {
   static Wave working;
   static Wave target;
   const TpSignal& signal = *invalid.signal;
-  const std::int32_t track = tpTrackOf(plate, signal, invalid.direction);
+  const std::int32_t track = tpDirectedTrack(plate, signal, invalid.direction);
   tpTakeWave(wave, *tpTrack(plate, track));
   TIME end;
   if (signal.muxed) tpStripQuestion(wave, end);
@@ -130,7 +130,7 @@ std::vector<InvalidTrack> invalidTracks(const PVBtimePlate& plate) {
   for (const TpSignal& signal : tpRun.signals) {
     if (!signal.plain) continue;
     for (const int direction : {INPUT, BIDIR}) {
-      const PVBtrack* track = tpTrack(plate, tpTrackOf(plate, signal, direction));
+      const PVBtrack* track = tpTrack(plate, tpDirectedTrack(plate, signal, direction));
       if (track != nullptr && !isValid(signal, *track)) invalid.push_back({&signal, direction});
     }
   }

@@ -44,7 +44,7 @@ void propose(Mapping& mapping, const TpSignal& signal, int direction, bool fromH
 
 void mapTrack(const PVBtimePlate& plate, const TpSignal& signal, int direction) {
   static Mapping mapping;
-  const std::int32_t track = tpTrackOf(plate, signal, direction);
+  const std::int32_t track = tpDirectedTrack(plate, signal, direction);
   const PVBtrack* wave = tpTrack(plate, track);
   if (wave == nullptr || !prepare(mapping, signal, *wave, direction)) return;
   Wave& target = mapping.target;

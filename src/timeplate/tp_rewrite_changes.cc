@@ -59,6 +59,16 @@ ShownBy wayOf(const PVBtimePlate& owner, const TpSignal& signal, const TpRow& ro
   return byWaves ? ShownBy::waves : ShownBy::rows;
 }
 
+// Children of a multiplexed signal may have the data of the whole.
+bool sharesColumns(const PVBtimePlate& plate, const TpSignal& signal) {
+  if (!signal.muxed) return false;
+  return std::ranges::any_of(tpRun.signals, [&](const TpSignal& other) {
+    const bool same = (signal.inColumn >= 0 && other.inColumn == signal.inColumn) ||
+                      (signal.outColumn >= 0 && other.outColumn == signal.outColumn);
+    return same && other.index != signal.index && PVBsignalTracks(plate, other.id) != nullptr;
+  });
+}
+
 // What of a row and the state before it a cycle of the signal depends on; a row that holds
 // selectors has more.
 std::uint32_t keyOf(const TpSignal& signal, const TpRow& row, bool usesPrevious) {
@@ -84,7 +94,7 @@ RowChanges::RowChanges(const PVBtimePlate& owner, const PVBtimePlate& after, int
                        bool overwrite)
     : owner_(owner), after_(after), side_(side), overwrite_(overwrite) {
   const auto hasOutput = [](const PVBtimePlate& plate, const TpSignal& signal) {
-    return tpTrackOf(plate, signal, OUTPUT) != kNoTrack;
+    return tpDirectedTrack(plate, signal, OUTPUT) != kNoTrack;
   };
   for (const TpSignal& signal : tpRun.signals) {
     if (!signal.plain) continue;
@@ -93,8 +103,8 @@ RowChanges::RowChanges(const PVBtimePlate& owner, const PVBtimePlate& after, int
     for (const int direction : kDirections) {
       // What is expected is left to the rows, unless it counts.
       if (direction == OUTPUT && !tpSettings.tpoOptimizeOnly) continue;
-      const PVBtrack* old = tpTrack(owner, tpTrackOf(owner, signal, direction));
-      const PVBtrack* fresh = tpTrack(after, tpTrackOf(after, signal, direction));
+      const PVBtrack* old = tpTrack(owner, tpDirectedTrack(owner, signal, direction));
+      const PVBtrack* fresh = tpTrack(after, tpDirectedTrack(after, signal, direction));
       same = same && sameTrack(old, fresh);
       usesPrevious = usesPrevious || holdsPrevious(old) || holdsPrevious(fresh);
     }
@@ -113,6 +123,7 @@ void RowChanges::addChange(const TpSignal& signal, bool usesPrevious) {
     (isShownByWaves(candidate, direction) ? change.byWaves : change.byRows) = true;
   }
   change.usesPrevious = usesPrevious;
+  change.sharesData = sharesColumns(owner_, signal);
 }
 
 bool RowChanges::concern(ShownBy way) const {
@@ -161,7 +172,7 @@ std::optional<RowChanges::Answer> RowChanges::answerFor(Change& change, TpRow& r
 }
 
 std::int16_t RowChanges::workOut(const Change& change, TpRow& row) {
-  const std::optional<RowCodes> codes = search(*change.signal, row);
+  const std::optional<RowCodes> codes = search(change, row);
   if (!codes) return kForbidden;
   const int way = wayOf(owner_, *change.signal, row) == ShownBy::waves ? kWavesBit : 0;
   return static_cast<std::int16_t>(codes->in | codes->out << 4 | way);
@@ -169,12 +180,15 @@ std::int16_t RowChanges::workOut(const Change& change, TpRow& row) {
 
 // The codes that are wanted if the row says the same with them, else the row's own, else
 // the first that do; at first such that say no more than before.
-std::optional<RowCodes> RowChanges::search(const TpSignal& signal, TpRow& row) {
+std::optional<RowCodes> RowChanges::search(const Change& change, TpRow& row) {
+  const TpSignal& signal = *change.signal;
   tpCycleOf(owner_, signal, row, before_);
   const RowCodes own = tpRowCodes(signal, row);
-  std::array<RowCodes, 2 + 2 * kLastCode> tries = {wanted(signal, row), own};
+  std::array<RowCodes, 2 + 2 * kLastCode> tries = {own, own};
   std::size_t count = 2;
-  for (int code = 1; code <= kLastCode && signal.inColumn >= 0; ++code) {
+  if (!change.sharesData) tries[0] = wanted(signal, row);
+  const bool writable = !change.sharesData && signal.inColumn >= 0;
+  for (int code = 1; code <= kLastCode && writable; ++code) {
     tries[count++] = {code, own.out};
     if (tpSettings.tpoOptimizeOnly) tries[count++] = {code, kMaskCode};
   }

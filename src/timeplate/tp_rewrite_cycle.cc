@@ -100,7 +100,7 @@ void settleCycle(const PVBtrack* track, const TpSignal& signal, const TpRow& row
 // The output track that is in force beside an input track.
 std::int32_t expectedBeside(const PVBtimePlate& plate, const TpSignal& signal, RowCodes codes) {
   const bool both = (codes.in != 0) == (codes.out != 0);
-  return both ? tpTrackOf(plate, signal, OUTPUT) : kNoTrack;
+  return both ? tpDirectedTrack(plate, signal, OUTPUT) : kNoTrack;
 }
 
 // Walks two waves side by side: hands out each stretch of time in which neither changes.
@@ -175,6 +175,16 @@ bool sameExpected(const Wave& before, const Wave& after) {
 }
 
 }  // namespace
+
+std::int32_t tpDirectedTrack(const PVBtimePlate& plate, const TpSignal& signal, int direction) {
+  const std::int32_t track = tpTrackOf(plate, signal, direction);
+  const PVBtrack* wave = tpTrack(plate, track);
+  if (wave == nullptr) return track;
+  const SignalTracks* tracks = PVBsignalTracks(plate, signal.id);
+  const bool directed = tracks == nullptr || tracks->track[INPUT] != tracks->track[OUTPUT] ||
+                        tracks->track[INPUT] != tracks->track[BIDIR];
+  return directed || tpClassifyDirection(wave->stateChars) == direction ? track : kNoTrack;
+}
 
 RowCodes tpRowCodes(const TpSignal& signal, const TpRow& row) {
   return {tpRowCode(row, signal.inColumn), tpRowCode(row, signal.outColumn)};

@@ -38,6 +38,9 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
 // `N` or unsaid before may be anything unless `strictly`.
 bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly);
 
+// As tpTrackOf; a track that hasn't been given a direction is found in that of its wave only.
+std::int32_t tpDirectedTrack(const PVBtimePlate& plate, const TpSignal& signal, int direction);
+
 // --- What changes for rows -----------------------------------------------------------
 
 // A copy of the timeplate with the pair's candidates in it.
@@ -69,6 +72,7 @@ class RowChanges {
     bool byWaves;  // has a candidate shown in this way
     bool byRows;
     bool usesPrevious;
+    bool sharesData;  // with other signals, so that they can't be changed
     // By what a row's answer depends on; the first ones that were asked for.
     std::vector<std::pair<std::uint32_t, std::int16_t>> answers;
   };
@@ -81,7 +85,7 @@ class RowChanges {
   std::optional<Answer> answerFor(Change& change, TpRow& row);
   std::int16_t workOut(const Change& change, TpRow& row);
   void addChange(const TpSignal& signal, bool usesPrevious);
-  std::optional<RowCodes> search(const TpSignal& signal, TpRow& row);
+  std::optional<RowCodes> search(const Change& change, TpRow& row);
   bool holds(const TpSignal& signal, TpRow& row, RowCodes codes, bool strictly);
   RowCodes wanted(const TpSignal& signal, const TpRow& row);
   RowCodes fromWaves(const TpSignal& signal, RowCodes own) const;

@@ -345,7 +345,7 @@ RC_GTEST_PROP(TpRewriteLaw, WhatRowsDriveStaysOrTheyForbidIt, ()) {
 
 TEST_F(TpRewrite, TracksWithoutAShapeAreMendedWhereRowsAllow) {
   const PVBid good = plate({{"a", INPUT, "S0"}, {"b", INPUT, "D0U10"}});
-  const PVBid mended = plate({{"a", INPUT, "C0S10"}});
+  const PVBid mended = plate({{"a", kUndefinedDirection, "C0S10"}});
   const PVBid bad = plate({{"a", INPUT, "S0C10S20"}, {"b", BIDIR, "S0Z10"}});
   row(good, "2000");
   row(mended, "2000");
