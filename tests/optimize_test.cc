@@ -419,29 +419,34 @@ rc::Gen<std::string> database(int mode) {
                                             "0pS C",
                                             "0pS D 5nS U",
                                             "0pS P 5nS S",
+                                            "0pS P",
                                             "0pS D 5nS S",
                                             "0pS S 5nS C",
                                             "0pS P 5nS U",
                                             "0pS D 5nS S 15nS D",
                                             "0pS D 5nS U 15nS D",
-
                                             "0pS Z",
                                             "0pS D 6nS S",
-                                            "0pS P",
                                             "0pS Z 5nS U 15nS Z"};
+    const TrackText drives = {"m", "0pS S", "input"};
+    const TrackText pulls = {"m", "0pS U", "input"};
+    const TrackText expects = {"m", "0pS X 15nS Q", "output"};
+    const TrackText does = {"m", "0pS S 10nS X 15nS Q", "bidir"};
+    const std::vector<std::vector<TrackText>> ways = {{drives, expects}, {pulls, expects}, {drives},
+                                                      {expects},         {does},           {pulls}};
     DatabaseText text;
-    text.mode(mode).signal("a", "input").signal("c", "input").signal("y", "output");
+    text.mode(mode).signal("a", "input").signal("c", "input").signal("m", "bidir");
     const int plates = *rc::gen::inRange(2, 7);
     for (int i = 0; i < plates; ++i) {
-      text.plate(
-          "t" + std::to_string(i), "20nS",
-          {{"a", *rc::gen::elementOf(waves), ""},
-           {"c", *rc::gen::elementOf(waves), ""},
-           {"y", *rc::gen::elementOf(std::vector<std::string>{"0pS X 15nS Q", "0pS X"}), ""}});
+      std::vector<TrackText> tracks = *rc::gen::elementOf(ways);
+      tracks.push_back({"a", *rc::gen::elementOf(waves), ""});
+      tracks.push_back({"c", *rc::gen::elementOf(waves), ""});
+      text.plate("t" + std::to_string(i), "20nS", tracks);
     }
     for (int row = 0; row < 24; ++row) {
-      std::string states;
-      for (int column = 0; column < 3; ++column) states += *rc::gen::elementOf(std::string("01Z"));
+      std::string states(1, *rc::gen::elementOf(std::string("01Z")));
+      states += *rc::gen::elementOf(std::string("01Z"));
+      states += *rc::gen::elementOf(std::vector<std::string>{"1-", "0-", "-1", "-0", "11", "01"});
       text.rows(steps("t" + std::to_string(*rc::gen::inRange(0, plates)), {states}));
     }
     return text.text();
@@ -462,9 +467,11 @@ class OptimizeLaws : public OptimizeTest {
   }
 };
 
-RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame, (bool trackPass, bool limited)) {
+RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame,
+                      (bool trackPass, bool limited, bool bidi)) {
   build("A", *database(*rc::gen::inRange(1, 6)));
   std::vector<std::string> parameters;
+  if (bidi) parameters.emplace_back("DoBidiMerge=yes");
   if (trackPass) parameters.emplace_back("DoTrackOptimize=yes");
   if (limited) parameters.push_back("TPGenLimit=" + std::to_string(*rc::gen::inRange(2, 6)));
   const Outcome outcome = optimize(parameters);
@@ -472,7 +479,7 @@ RC_GTEST_FIXTURE_PROP(OptimizeLaws, WhatIsDrivenStaysTheSame, (bool trackPass, b
   RC_ASSERT(outcome.exitCode == 0);
   RC_ASSERT(timeplates() <= timeplates("destPlain"));
   const ProgramResult driven =
-      runCompanion({"diff", "destPlain", "dest", "--ignore-cycles", "--signals", "a,b,c"});
+      runCompanion({"diff", "destPlain", "dest", "--ignore-cycles", "--signals", "a,b,c,m"});
   if (driven.exitCode != 0) {
     RC_FAIL(driven.out + driven.err + outcome.report + dump("destPlain") + dump("dest"));
   }

@@ -156,9 +156,10 @@ bool agreeThroughout(const Wave& before, const Wave& after, char none, Agree agr
   return true;
 }
 
-// Where nothing was driven, what says nothing or holds the last state may be.
+// Where nothing was driven, what holds the last state may be; an unknown level is driven,
+// and in some P modes the state before for later rows.
 bool drivesNothing(const Wave& wave) {
-  return wave.states.find_first_not_of("NP?") == std::string::npos;
+  return wave.states.find_first_not_of("P?") == std::string::npos;
 }
 
 bool sameDriven(const Wave& before, const Wave& after, bool strictly) {
