@@ -6,7 +6,6 @@
 #include <cstdio>
 
 #include "base/param.h"
-#include "pvb/id.h"
 
 // Starts the optimizer inside another program: its messages carry the name
 // "TimePlate Optimize" from here on, its lines go to `report` (not owned) and
@@ -26,13 +25,8 @@ int tpOptimizerBegin();
 // timeplates left, or -2.
 int tpOptimizeGenerated(bool finish);
 
-// For who keeps timeplates by id from one row to the next. The passes so far:
+// The passes so far; tp_successor.h tells what they made of timeplates.
 unsigned tpOptimizerPasses();
-// The timeplate through which rows made for `plate` before the passes since
-// tpOptimizerForgetChanges go now, with the data that they would have had; UNDEF when
-// there is none, because other waves or tracks ask for other data.
-PVBid tpOptimizerSuccessor(PVBid plate);
-void tpOptimizerForgetChanges();
 
 // Gives up what the passes hold, unsaved; for the end of a run that failed.
 void tpOptimizerRelease();

@@ -7,9 +7,9 @@
 #include "pvb/timeplate_match.h"
 #include "timeplate/ate.h"
 #include "timeplate/optimizer.h"
-#include "timeplate/tp_merge.h"
-#include "timeplate/tp_run.h"
+#include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_settings.h"
+#include "timeplate/tp_successor.h"
 
 namespace {
 
@@ -82,6 +82,7 @@ unsigned tpOptimizerPasses() { return passes.done; }
 
 int tpOptimizerBegin() {
   if (passes.database < 0) return -2;
+  tpKeepOriginals(true);
   if (tpRun.database == passes.database && !tpRun.signals.empty()) return 0;
   if (tpRunBegin(passes.database) != 0) return -2;
   return ateBindSignals(passes.database);
@@ -89,6 +90,8 @@ int tpOptimizerBegin() {
 
 int tpOptimizeGenerated(bool finish) {
   if (tpOptimizerBegin() != 0) return -2;
+  // After the last pass there are no rows to come.
+  tpKeepOriginals(!finish);
   if (tpSettings.useMuxTiming && ateUseMux()) {
     for (const PVBid id : listTimePlates(passes.database)) {
       dropEmptyTracks(*PVBtimePlateInqByID(passes.database, id));

@@ -92,6 +92,7 @@ bool isUndefinedAtAnEnd(const PVBtimePlate& plate) {
 void fold(PlateView& first, PlateView& second) {
   const PVBid kept = first.plate->id;
   const PVBid gone = second.plate->id;
+  tpNoteOriginal(*second.plate);
   // Tracks that were taken over are right for the rows there are, not for those to come.
   tpNoteAbsorbed(gone, kept, tpPair.used.empty());
   if (tpSettings.tpoCheckEquations) adoptEquations(first, second);

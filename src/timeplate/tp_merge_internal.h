@@ -52,6 +52,10 @@ bool tpComparePair(PlateView& first, PlateView& second);
 
 // --- What became of timeplates -------------------------------------------------------
 
+// From now on timeplates are kept as they were before a change, for rows to come.
+void tpKeepOriginals(bool keep);
+// The timeplate is about to be changed or absorbed.
+void tpNoteOriginal(const PVBtimePlate& plate);
 // A track of the timeplate has another wave: what was true of rows through it may not
 // hold for rows to come.
 void tpNoteChanged(PVBid plate);

@@ -8,9 +8,9 @@
 #include "pvb/database.h"
 #include "pvb/signal.h"
 #include "support/database.h"
-#include "timeplate/optimizer.h"
 #include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_pair.h"
+#include "timeplate/tp_successor.h"
 
 namespace {
 
@@ -171,17 +171,21 @@ TEST_F(TpCandidates, ExpressionsStayWithTheirTimes) {
 // --- What became of timeplates -------------------------------------------------------
 
 TEST(TpSuccessors, LeadToWhatStandsForATimeplate) {
+  const auto successor = [](PVBid plate) {
+    const TpSuccessor next = tpOptimizerSuccessor(plate);
+    return std::pair(next.plate, next.alike);
+  };
   tpOptimizerForgetChanges();
-  EXPECT_EQ(tpOptimizerSuccessor(3), 3);
+  EXPECT_EQ(successor(3), std::pair(3, true));
   tpNoteAbsorbed(3, 2, true);
   tpNoteAbsorbed(2, 1, true);
-  EXPECT_EQ(tpOptimizerSuccessor(3), 1);
+  EXPECT_EQ(successor(3), std::pair(1, true));
   tpNoteAbsorbed(4, 1, false);
-  EXPECT_EQ(tpOptimizerSuccessor(4), UNDEF);
+  EXPECT_EQ(successor(4), std::pair(1, false));
   tpNoteChanged(1);
-  EXPECT_EQ(tpOptimizerSuccessor(2), UNDEF);
+  EXPECT_EQ(successor(2), std::pair(1, false));
   tpOptimizerForgetChanges();
-  EXPECT_EQ(tpOptimizerSuccessor(4), 4);
+  EXPECT_EQ(successor(4), std::pair(4, true));
 }
 
 }  // namespace

@@ -249,6 +249,7 @@ std::vector<Change> addMissing(PVBtimePlate& plate) {
 
 void tpApplyCandidates(PVBtimePlate& plate) {
   if (tpPair.used.empty()) return;
+  if (plate.id != UNDEF) tpNoteOriginal(plate);
   std::sort(tpPair.used.begin(), tpPair.used.end());
   const std::vector<Change> changes = addMissing(plate);
   for (std::size_t begin = 0; begin < changes.size();) {
