@@ -167,9 +167,10 @@ RowsTaken renew() {
 
 RowChange writeBack(PVBrow& row, const TpRow& record) {
   if (!isCycle(row.type) || record.timeplate == kNoTimePlate) return RowChange::none;
-  const bool sameData = std::memcmp(row.states(), record.data.data(), record.data.size()) == 0;
+  const std::size_t size = std::min(record.data.size(), store.incoming.data.size());
+  const bool sameData = std::memcmp(row.states(), record.data.data(), size) == 0;
   if (sameData && row.timeplate == record.timeplate) return RowChange::none;
-  std::memcpy(row.states(), record.data.data(), record.data.size());
+  std::memcpy(row.states(), record.data.data(), size);
   row.timeplate = record.timeplate;
   return RowChange::changed;
 }

@@ -105,9 +105,10 @@ RowCache::Link RowCache::makeRoom() {
 
 // --- Records -------------------------------------------------------------------------
 
-void RowCache::writeBack(const Entry& entry) {
-  const TpRow& record = entry.record;
-  std::memcpy(scratch_.data() + kFieldSize, record.data.data(), dataSize_);
+void RowCache::writeBack(Entry& entry) {
+  TpRow& record = entry.record;
+  record.data.resize(dataSize_);
+  std::copy_n(record.data.begin(), dataSize_, scratch_.begin() + kFieldSize);
   setField(scratch_, kFiller);
   while (file_.count() < record.row) file_.write(file_.count(), scratch_);
   setField(scratch_, record.timeplate);

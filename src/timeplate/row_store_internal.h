@@ -54,7 +54,7 @@ class RowCache {
   void spreadOut();
   // An entry that is in neither queue nor table.
   Link makeRoom();
-  void writeBack(const Entry& entry);
+  void writeBack(Entry& entry);
   // The record of a row in `scratch_`; false when the file has none.
   bool readRecord(std::int32_t row);
 

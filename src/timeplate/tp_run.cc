@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <numeric>
 #include <unordered_set>
 
@@ -108,7 +107,7 @@ char selectorOf(const PVBsignal& signal, const TpRow& row) {
   block.resize((kRowStatesOffset + std::max(size, row.data.size())) / sizeof(block[0]) + 1);
   auto* copy = reinterpret_cast<PVBrow*>(block.data());
   copy->type = ROW_LITERAL;
-  std::memcpy(copy->states(), row.data.data(), row.data.size());
+  std::ranges::copy(row.data, copy->states());
   return PVBrowSelector(tpRun.database, signal, *copy);
 }
 
