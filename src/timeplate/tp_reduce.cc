@@ -249,7 +249,9 @@ Reduction tryShape(const Wave& shape) {
   const Memo memoA = recall(*tracks.first, tracks.a, id);
   const Memo memoB = recall(*tracks.second, tracks.b, id);
   if (memoA == NOMATCH || memoB == NOMATCH) {
-    tpRefuse("both NOMATCH for shape", "both NOMATCH for shape:\n");
+    // A test of this reduction tells more.
+    if (tpReason == kNoShape) tpReason = "both NOMATCH for shape";
+    tpTrace(2, "both NOMATCH for shape:\n");
     return {};
   }
   if (shape.edges() < tracks.savedA.edges()) {

@@ -17,8 +17,9 @@
 
 // --- Refusals ------------------------------------------------------------------------
 
-// Of the last match or reduction, without line ends; empty for none.
+// Of the last match or reduction, without line ends.
 extern std::string tpReason;
+inline constexpr std::string_view kNoShape = "no shape";  // none was tested
 // Sets the reason and traces `text`, of which it is a part. False.
 bool tpRefuse(std::string_view reason, std::string_view text);
 bool tpRefuse(std::string_view reason);  // as a line of its own

@@ -155,7 +155,7 @@ bool tpRestoreStrobes() {
 // Steps 1 to 6.
 bool tpBeginReduction(const PVBtimePlate& first, const PVBtimePlate& second, int a, int b,
                       const TpSignal& signal, int direction) {
-  tpReason = "no shape";
+  tpReason = kNoShape;
   tpRun.firstFailedP = false;
   tpRun.secondFailedP = false;
   tracks.first = &first;

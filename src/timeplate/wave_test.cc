@@ -26,10 +26,6 @@ class WaveTest : public testing::Test {
 TEST_F(WaveTest, StatesAndShapesAreClassified) {
   for (const char state : std::string_view("DUNZSCP.")) EXPECT_EQ(tpStateClass(state), 16);
   for (const char state : std::string_view("HLXTQR,")) EXPECT_EQ(tpStateClass(state), 8);
-  EXPECT_EQ(tpStateClass('?'), 24);
-  EXPECT_EQ(tpStateClass('s'), 32);
-  EXPECT_EQ(tpStateClass('q'), 40);
-  EXPECT_EQ(tpStateClass('a'), 0);
   EXPECT_EQ(tpDataLetter(3), 'Z');
   EXPECT_EQ(tpDataLetter(4), 'N');
   for (int code = 1; code <= 9; ++code) EXPECT_EQ(tpStoredCode(tpStoredLetter(code)), code);
@@ -110,16 +106,6 @@ TEST_F(WaveTest, RunsOfDrivenAndExpectedStatesAreCompared) {
   EXPECT_TRUE(tpSameRunStructure("?DX", "DL?"));
   EXPECT_FALSE(tpSameRunStructure("DX", "XD"));
   EXPECT_FALSE(tpSameRunStructure("DXD", "DX"));
-}
-
-TEST_F(WaveTest, StrobesComeBackInAnotherWave) {
-  Wave cut = wave("DXQXQ", {0, 10, 20, 30, 40});
-  const StrobeWindows windows = tpCutStrobeWindows(cut);
-  EXPECT_EQ(cut, wave("DX", {0, 10}));
-  EXPECT_EQ(windows.positions, (std::vector<int>{2, 3, 4}));
-  Wave other = wave("STU", {0, 10, 35});
-  tpRestoreStrobeWindows(other, windows);
-  EXPECT_EQ(other, wave("STQTUQ", {0, 10, 20, 30, 35, 40}));
 }
 
 RC_GTEST_FIXTURE_PROP(WaveTest, CutStrobesComeBackAsTheyWere, ()) {
