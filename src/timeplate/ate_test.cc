@@ -95,16 +95,16 @@ TEST_F(Ate, ShapesGoToTheirTables) {
   EXPECT_EQ(id, 1);
   EXPECT_EQ(ateShapeLookup(kComplexShapes, "SP", id), nullptr);
   EXPECT_EQ(atePmode(), LAST_FORCE);
+  // Nothing of one file is left for the next.
+  ASSERT_EQ(read("#% shape\nX?Z\n"), 0);
+  EXPECT_EQ(ateShapeCount(kComplexShapes), 0);
+  EXPECT_EQ(ateForcedMap("D", UNDEF), nullptr);
   const std::string status = report_.status();
   EXPECT_THAT(status, HasSubstr("initializing ATE info...\nATE family is: other\nreading shape "
                                 "file " +
                                 dir_.path("own.shp") + "...\n\tshape S read\n"));
   EXPECT_THAT(status, EndsWith("pmode is: 1\n\n"));
   EXPECT_EQ(report_.text(), "");
-  // Nothing of one file is left for the next.
-  ASSERT_EQ(read("#% shape\nX?Z\n"), 0);
-  EXPECT_EQ(ateShapeCount(kComplexShapes), 0);
-  EXPECT_EQ(ateForcedMap("D", UNDEF), nullptr);
 }
 
 TEST_F(Ate, AFaultEndsTheReading) {
