@@ -36,5 +36,18 @@ for made in both tail serial_again; do "$programs/pvb" verify $made.pvb; done
 "$programs/pvb" diff serial.pvb tail.pvb --a-from 240ns --a-to 640ns
 "$programs/pvb" show both.pvb rows --rows 0..8
 
+# The same merge with a timeplate for each pair of timings, and with those that can be folded
+# folded: nothing that is driven or expected differs.
+timeplates=$work/timeplates
+cp -r "$examples/timeplates" "$timeplates"
+cd "$timeplates"
+for text in *.pvbt; do "$programs/pvb" build "$text" "$(basename "$text" .pvbt).pvb"; done
+"$programs/pvbconditioner" merge.par
+"$programs/pvbconditioner" fold.par
+for made in both folded; do "$programs/pvb" verify $made.pvb; done
+"$programs/pvb" show both.pvb timeplates
+"$programs/pvb" show folded.pvb timeplates
+"$programs/pvb" diff both.pvb folded.pvb --ignore-cycles
+
 # Two STIL patterns in, one out.
 "$examples/first-minute/run.sh" "$programs" "$work/first-minute"

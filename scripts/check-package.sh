@@ -18,5 +18,7 @@ done
   /usr/share/pvbconditioner ]
 bash -c 'source "$0"; COMP_WORDS=(pvb d); COMP_CWORD=1; _pvb; [[ ${COMPREPLY[*]} == *diff* ]]' \
   "$root/usr/share/bash-completion/completions/pvb"
-MVKDIR=$root/usr/share/pvbconditioner \
-  "$root/usr/share/doc/pvbconditioner/examples/run.sh" "$root/usr/bin" >/dev/null
+export MVKDIR=$root/usr/share/pvbconditioner
+{ "$root/usr/bin/pvbconditioner" OpFile=none OptimizeTimePlates=yes ATEFamily=v93000 2>&1 || true; } |
+  grep '^pmode is: 3$' >/dev/null
+"$root/usr/share/doc/pvbconditioner/examples/run.sh" "$root/usr/bin" >/dev/null

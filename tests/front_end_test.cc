@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
 
 #include "support/program.h"
@@ -383,12 +384,29 @@ TEST_F(FrontEnd, ALostReportIsTold) {
 }
 
 TEST_F(FrontEnd, TheOptimizerMovesTheRunTimeLineToItsReport) {
-  const ProgramResult result = runFile("", {"OptimizeTimePlates=yes"});
+  std::filesystem::create_directories(dir_.path("ate/ims"));
+  dir_.write("ate/ims/ims.shp", "#% shape\nS\n");
+  const std::vector<std::string> parameters = {"OptimizeTimePlates=yes", "ATEFamily=IMS"};
+  const ProgramResult result = runFile("", parameters);
   EXPECT_EQ(result.err, kIdentity);
+  EXPECT_THAT(result.out, HasSubstr("\tshape S read\npmode is: 5\n\n"));
   EXPECT_THAT(result.out, EndsWith("\n\nTotal run time = 0 seconds\n"));
-  const ProgramResult noted = runFile("#% regionname regionname\n", {"OptimizeTimePlates=yes"});
+  const ProgramResult noted = runFile("#% regionname regionname\n", parameters);
   EXPECT_THAT(noted.out, HasSubstr("Total run time"));
   EXPECT_EQ(noted.exitCode, 1);
+}
+
+TEST_F(FrontEnd, TheOptimizerNeedsATester) {
+  const std::string fault = "TimePlate Optimize: missing parameter: ATEFamily\n";
+  const std::string failed = "*** NO ARG ***: Failed to initialize timeplate optimizer.\n";
+  for (const bool toFile : {false, true}) {
+    std::vector<std::string> parameters = {"OptimizeTimePlates=yes"};
+    if (toFile) parameters.push_back("SaveReport=yes");
+    const ProgramResult result = runFile("", parameters);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(toFile ? dir_.read("pvbcond.rpt") : result.out, HasSubstr("\n" + fault));
+    EXPECT_THAT(result.err, HasSubstr((toFile ? fault : kIdentity) + failed));
+  }
 }
 
 // --- Hostile files -------------------------------------------------------------------

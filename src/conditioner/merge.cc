@@ -3,6 +3,7 @@
 #include <fmt/printf.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <initializer_list>
 
 #include "base/errors.h"
@@ -17,6 +18,8 @@
 #include "conditioner/run.h"
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
+#include "timeplate/optimizer.h"
+#include "timeplate/tp_rewrite.h"
 
 namespace {
 
@@ -119,6 +122,17 @@ int mergeData(PVBregion& dest, PVBregion& src1, PVBregion& src2) {
   return fail(kPatternMergeFailed, src1.regionName, src2.regionName);
 }
 
+// The pass over what was generated. Rows reach the database at its end.
+int optimizeTimePlates() {
+  if (tpOptimizerBegin() != 0 || !tpCheckShapes()) return -2;
+  if (run.reportStream != nullptr) std::fflush(run.reportStream);
+  std::fflush(stderr);
+  std::fflush(stdout);
+  if (tpOptimizeGenerated(true) < 0) return -2;
+  tpOptimizerSetDatabase(-1);
+  return 0;
+}
+
 void saveAndClose(const PVBregion& dest, PVBregion& src1, PVBregion& src2,
                   const std::string& refPvb) {
   if (PVBsave(dest.pvbHandle) != 0 || PVBclose(dest.pvbHandle) != 0) fatalExit();
@@ -144,7 +158,9 @@ int merge(PVBregion& dest, PVBregion& src1, PVBregion& src2, const std::string& 
   reportRegions(src1, src2);
   report("\n");
   if (initRefPVB(refPvb) != 0) fatalExit();
+  if (run.optimizeTimePlates) tpOptimizerSetDatabase(dest.pvbHandle);
   if (mergeData(dest, src1, src2) != 0) return -2;
+  if (run.optimizeTimePlates && optimizeTimePlates() != 0) return -2;
   saveAndClose(dest, src1, src2, refPvb);
   PBprogressEnd(kPercent);
   return 0;

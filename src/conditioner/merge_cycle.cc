@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -17,6 +20,8 @@
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
 #include "pvb/timeplate_match.h"
+#include "timeplate/optimizer.h"
+#include "timeplate/tp_successor.h"
 
 namespace {
 
@@ -94,7 +99,14 @@ struct PairHash {
   }
 };
 
-using PairTable = std::unordered_map<PairKey, PVBid, PairHash>;
+// The timeplate of a pair. Where the optimizer has put another in its place, rows may need
+// other data there.
+struct Target {
+  PVBid plate = UNDEF;
+  std::shared_ptr<TpRedirect> redirect;
+};
+
+using PairTable = std::unordered_map<PairKey, Target, PairHash>;
 // Cycles that never meet at the same offsets again would fill the table with what isn't
 // looked up twice.
 constexpr std::size_t kMaxPairs = 1U << 20;
@@ -158,11 +170,11 @@ class CycleMerge {
     begin(side2_);
     for (std::uint32_t row = 0;; ++row) {
       const TIME duration = std::min(side1_.left(), side2_.left());
-      const PVBid plate = findOrGenerate(duration);
-      if (plate == UNDEF) return -2;
+      RowHandle merged = makeRow(duration);
+      if (!merged) return -2;
       now_ = PBaddTIME(now_, duration);
       PBprogressUpdate(PBpercentTIME(PBsubTIME(now_, side1_.region.start), length_));
-      if (insertRow(row, plate) != 0) return -2;
+      insertRow(row, *merged);
       const int result1 = advance(side1_, duration);
       if (advance(side2_, duration) == -1 || result1 == -1) return 0;
     }
@@ -174,19 +186,56 @@ class CycleMerge {
     requirePlate(side);
   }
 
-  // The id of the merged plate; UNDEF after a push.
-  PVBid findOrGenerate(TIME duration) {
-    if (!side1_.isKnown() || !side2_.isKnown()) return generate(duration);
-    const PairKey key = {side1_.row.plate->id, side2_.row.plate->id, side1_.offset, side2_.offset};
-    if (last_.second != UNDEF && last_.first == key) return last_.second;
-    if (const auto found = plates_.find(key); found != plates_.end()) {
+  std::optional<PairKey> pairKey() const {
+    if (!side1_.isKnown() || !side2_.isKnown()) return std::nullopt;
+    return PairKey{side1_.row.plate->id, side2_.row.plate->id, side1_.offset, side2_.offset};
+  }
+
+  // Where the row goes; without a plate after a push.
+  Target findOrGenerate(TIME duration) {
+    const std::optional<PairKey> key = pairKey();
+    if (!key) return {generate(duration), nullptr};
+    if (last_.second.plate != UNDEF && last_.first == *key) return last_.second;
+    if (const auto found = plates_.find(*key); found != plates_.end()) {
       last_ = *found;
       return found->second;
     }
-    const PVBid plate = generate(duration);
+    return generateFor(*key, duration);
+  }
+
+  Target generateFor(const PairKey& key, TIME duration) {
+    const Target target = {generate(duration), nullptr};
     if (plates_.size() >= kMaxPairs) plates_.clear();
-    if (plate != UNDEF) plates_.emplace(key, plate);
-    return plate;
+    last_ = {};
+    if (target.plate != UNDEF) plates_[key] = target;
+    return target;
+  }
+
+  // The optimizer has folded plates to make room for one more. What can't be led to the
+  // plate that took its place is generated anew when it comes again.
+  void followPasses() {
+    passes_ = tpOptimizerPasses();
+    last_ = {};
+    Redirects redirects;
+    for (auto& [key, target] : plates_) target = follow(target, redirects);
+    std::erase_if(plates_, [](const auto& entry) { return entry.second.plate == UNDEF; });
+    tpOptimizerForgetChanges();
+  }
+
+  // By the plate as it was generated.
+  using Redirects = std::map<std::shared_ptr<const PVBtimePlate>, std::shared_ptr<TpRedirect>>;
+
+  static Target follow(const Target& target, Redirects& redirects) {
+    const TpSuccessor next = tpOptimizerSuccessor(target.plate);
+    if (next.alike && target.redirect == nullptr) return {next.plate, nullptr};
+    const auto original = target.redirect != nullptr ? target.redirect->original()
+                                                     : tpOptimizerOriginal(target.plate);
+    if (original == nullptr) return {};
+    std::shared_ptr<TpRedirect>& redirect = redirects[original];
+    if (redirect == nullptr && redirects.size() <= tpRedirectLimit()) {
+      redirect = std::make_shared<TpRedirect>(original, next.plate);
+    }
+    return redirect != nullptr ? Target{next.plate, redirect} : Target{};
   }
 
   PVBid generate(TIME duration) {
@@ -197,20 +246,35 @@ class CycleMerge {
     auto merged = mergeTimePlates(side1_, side2_, categories_, duration, *base_);
     merged->name = generatedName(database_, now_);
     const PVBtimePlate* stored = matchOrInsertTimePlate(database_, std::move(merged));
+    if (passes_ != tpOptimizerPasses()) followPasses();
     return stored != nullptr ? stored->id : UNDEF;
   }
 
-  int insertRow(std::uint32_t number, PVBid plate) {
-    const PVBrow& row1 = *side1_.row.row;
-    const PVBrow& row2 = *side2_.row.row;
-    const RowHandle row = mergeRow(database_, row1, row2, plate, pairs_.first, pairs_.second);
-    if (!row) return -2;
-    mergeRowProperties(*row, database_, row1, side1_.region.pvbHandle, row2,
+  RowHandle mergedRow(PVBid plate) const {
+    return mergeRow(database_, *side1_.row.row, *side2_.row.row, plate, pairs_.first,
+                    pairs_.second);
+  }
+
+  // An empty handle after a push.
+  RowHandle makeRow(TIME duration) {
+    const Target target = findOrGenerate(duration);
+    if (target.plate == UNDEF) return {};
+    RowHandle row = mergedRow(target.plate);
+    if (!row || target.redirect == nullptr) return row;
+    const auto size = static_cast<std::size_t>(PVBrowDataSize(database_));
+    if (target.redirect->rewrite({row->states(), size})) return row;
+    // This row doesn't fit there: its pair gets a plate of its own again.
+    row.reset();
+    const PVBid plate = generateFor(*pairKey(), duration).plate;
+    return plate != UNDEF ? mergedRow(plate) : RowHandle();
+  }
+
+  void insertRow(std::uint32_t number, PVBrow& row) {
+    mergeRowProperties(row, database_, *side1_.row.row, side1_.region.pvbHandle, *side2_.row.row,
                        side2_.region.pvbHandle);
     PVBposition position;
     position.row = number;
-    if (PVBrowInsert(database_, kMainPattern, position, BY_ROW, *row) < 0) fatalExit();
-    return 0;
+    if (PVBrowInsert(database_, kMainPattern, position, BY_ROW, row) < 0) fatalExit();
   }
 
   int database_;
@@ -221,8 +285,9 @@ class CycleMerge {
   std::unique_ptr<PVBtimePlate> base_;
   std::pair<ScalarPairs, ScalarPairs> pairs_;
   PairTable plates_;
-  std::pair<PairKey, PVBid> last_ = {{}, UNDEF};  // looked up in `plates_`
+  std::pair<PairKey, Target> last_;  // looked up in `plates_`
   TIME now_;
+  unsigned passes_ = tpOptimizerPasses();  // that `plates_` has followed
 };
 
 }  // namespace

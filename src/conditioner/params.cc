@@ -114,10 +114,10 @@ void openReport() {
   errno = 0;  // a report that can't be opened goes to standard output
 }
 
-int startOptimizer() {
+int startOptimizer(std::span<const char* const> arguments) {
   if (!isWord(values.optimizeTimePlates, "yes")) return 0;
   run.optimizeTimePlates = true;
-  if (tpOptInit(run.reportStream)) return 0;
+  if (tpOptInit(run.reportStream, arguments)) return 0;
   PBerrPush(PBconditionerError, kOptimizerFailed);
   return -2;
 }
@@ -267,7 +267,7 @@ int initParams(std::span<const char* const> arguments) {
   if (readMinPeriod() != 0) return -2;
   PBprogressEnable(false);
   openReport();
-  if (startOptimizer() != 0) return -2;
+  if (startOptimizer(arguments) != 0) return -2;
   startReport();
   run.shortTpNames = isWord(values.tpNamingMode, "short");
   return isWord(values.useOpFile, "no") ? queueFromParams() : queueFromFile();

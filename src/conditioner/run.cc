@@ -25,6 +25,7 @@ bool closeReport() {
 
 // What the run changed only in part isn't saved over what was there.
 void closeDatabasesUnsaved() {
+  tpOptimizerRelease();
   for (int database = 0; database < MAXPVB; ++database) {
     if (PVBget(database) != nullptr) PVBcloseUnsaved(database);
   }

@@ -11,6 +11,8 @@
 #include "conditioner/timeplate_transfer_internal.h"
 #include "pvb/database.h"
 #include "pvb/timeplate_match.h"
+#include "timeplate/optimizer.h"
+#include "timeplate/tp_rewrite.h"
 
 namespace {
 
@@ -113,8 +115,23 @@ std::unique_ptr<PVBtimePlate> translateTimePlate(const PVBtimePlate& srcPlate,
 
 // --- Storing -------------------------------------------------------------------------
 
-PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
+namespace {
+
+// Of generated plates; -1 after a failure of the optimizer, which brings them down to what
+// rows need once the limit is reached. It works for merges only.
+int countBelowLimit(int database) {
   const int count = PVBtimePlateCount(database);
+  if (run.tpGenLimit < 0 || count < run.tpGenLimit) return count;
+  if (!run.optimizeTimePlates || tpOptimizerDatabase() != database) return count;
+  if (tpOptimizerBegin() != 0 || !tpCheckShapes()) return -1;
+  return tpOptimizeGenerated(false);
+}
+
+}  // namespace
+
+PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
+  const int count = countBelowLimit(database);
+  if (count < 0) return nullptr;
   if (run.tpGenLimit >= 0 && run.tpGenLimit <= count) {
     errno = 0;
     PBerrPush(PBconditionerError, kTooManyTimePlates, "insertTimePlate", std::to_string(count + 1),
@@ -136,7 +153,10 @@ PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate)
 PVBtimePlate* matchOrInsertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate) {
   PVBtimePlate* existing = nullptr;
   if (matchTimePlate(plate.get(), existing) == 0) return existing;
+  const unsigned passes = tpOptimizerPasses();
   PVBtimePlate* stored = insertTimePlate(database, std::move(plate));
   if (stored == nullptr) matchTimePlateForget();
+  // A pass has emptied the table.
+  if (stored != nullptr && passes != tpOptimizerPasses()) matchTimePlate(stored, existing);
   return stored;
 }

@@ -29,7 +29,9 @@ std::unique_ptr<PVBtimePlate> translateTimePlate(const PVBtimePlate& srcPlate,
                                                  const PVBtimePlate& base, const PVBregion& src,
                                                  const SignalTable& table, bool extended);
 // Stores a plate, with a number behind its name when that is taken: the plate as stored,
-// or null after a push (the limit of generated plates is reached).
+// or null after a push (the limit of generated plates is reached). At the limit the
+// optimizer may fold plates of a merge's destination first: the others are then not where
+// they were, see tp_successor.h.
 PVBtimePlate* insertTimePlate(int database, std::unique_ptr<PVBtimePlate> plate);
 // Stores a plate, or finds one of the same content among those entered in the match table:
 // the plate that stands for it, or null after a push.

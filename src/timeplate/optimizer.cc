@@ -1,10 +1,33 @@
 #include "timeplate/optimizer.h"
 
+#include <fmt/printf.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <ctime>
 
 #include "base/errors.h"
+#include "base/text.h"
+#include "pvb/database.h"
+#include "pvb/database_replace.h"
+#include "pvb/timeplate.h"
+#include "timeplate/ate.h"
+#include "timeplate/pstate_store.h"
+#include "timeplate/row_lists.h"
+#include "timeplate/row_store.h"
+#include "timeplate/tp_merge.h"
+#include "timeplate/tp_rewrite.h"
+#include "timeplate/tp_run.h"
+#include "timeplate/tp_settings.h"
+#include "timeplate/working_database.h"
 
 namespace {
+
+constexpr std::string_view kFunction = "tpOptInit";
+constexpr int kNoDatabase = -1;
+constexpr int kOptimizeOnly = 2;  // of `Optimize`
+constexpr int kEndedBySignal = 2;
 
 // Processor time at tpOptInit in whole seconds; 0 when it never ran.
 long startSeconds = 0;
@@ -21,13 +44,114 @@ void printRunTime(FILE* stream) {
   }
 }
 
+void exitOnSignal(int /*signal*/) {
+  tpNotice(kNoticeText, "signal caught: exiting cleanly");
+  tpOptimizerFinish();
+  std::exit(kEndedBySignal);
+}
+
+bool wantsOptimizeOnly() {
+  const std::optional<std::string>& optimize = tpParam(TpParam::Optimize);
+  return optimize && PBtextToInt(*optimize) == kOptimizeOnly;
+}
+
+// What the parameters ask for and won't get.
+void reportUnavailable(bool optimizeOnly) {
+  const bool source = !PBisEmpty(tpParam(TpParam::WaveSource));
+  if (source && !optimizeOnly) {
+    tpReport("WaveSource: generating timeplates from a wave source is not available.\n");
+  } else if (source && !tpSettings.tpoOptimizeOnly) {
+    tpReport("WaveSource: nothing is optimized by itself without DestinationPVB.\n");
+  }
+  if (ateUseMux()) {
+    tpReport(
+        "UseMuxTiming: applying multiplex timing is not available; multiplexed signals keep the"
+        " timing that they have.\n");
+  }
+}
+
+// --- An existing database ------------------------------------------------------------
+
+std::string pathBeside(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path + "_";
+}
+
+// A copy of the database, open for change: its slot, or -1.
+int openCopy(const std::string& source, const std::string& copy) {
+  if (!PVBexists(source)) return -1;
+  if (PVBreplacePrepare(source, copy) != 0 || PVBcopy(copy, source) != 0) return -1;
+  return reopenWorkingDatabase(kFunction, copy);
+}
+
+bool mergeAll(int database) {
+  tpOptimizerSetDatabase(database);
+  if (ateBindSignals(database) != 0) return false;
+  const PVBidList ids = PVBtimePlateInqAll(database);
+  for (const PVBid id : ids) PVBtimePlateRebuildMaps(*PVBtimePlateInqByID(database, id));
+  if (tpRunBegin(database) != 0 || !tpCheckShapes()) return false;
+  bool failed = false;
+  tpMergeAll(ids, true, failed);
+  return !failed;
+}
+
+bool saveAndClose(int database, const std::string& path) {
+  const auto refuse = [&](int message) {
+    PBerrPush(PBconditionerError, message, kFunction, path);
+    return false;
+  };
+  errno = 0;
+  if (PVBsave(database) != 0) {
+    PVBdiscard(database);
+    return refuse(kCannotSave);
+  }
+  return PVBclose(database) == 0 || refuse(kCannotClose);
+}
+
+// A copy beside the database is optimized and takes its place at the end, so that what
+// fails or is killed leaves the database as it was.
+bool optimizeDatabase() {
+  const std::optional<std::string>& source = tpParam(TpParam::WaveSource);
+  if (PBisEmpty(source)) return tpRefuseParam(kMissingParameter, TpParam::WaveSource) == 0;
+  const std::string copy = pathBeside(*source);
+  const int database = openCopy(*source, copy);
+  if (database < 0) {
+    tpReport(fmt::sprintf("Cannot open PVB file %s for timeplate optimization.\n", *source));
+    return false;
+  }
+  const bool merged = mergeAll(database);
+  tpOptimizerRelease();
+  tpOptimizerSetDatabase(kNoDatabase);
+  if (!merged) {
+    PVBdiscard(database);
+    return false;
+  }
+  return saveAndClose(database, copy) && PVBreplace(*source, copy) == 0;
+}
+
 }  // namespace
 
-bool tpOptInit(FILE* report) {
+bool tpOptInit(FILE* report, ParamArguments arguments) {
   PBprogramName = "TimePlate Optimize";
-  tpNoticeSettings.stream = report;
+  tpNoticeSettings = {.stream = report};
   startSeconds = processorSeconds();
-  return true;
+  PBcatchSignal(SIGINT, exitOnSignal);
+  PBcatchSignal(SIGTERM, exitOnSignal);
+  if (tpReadSettings(arguments) != 0) return false;
+  tpNoticeSettings.verbosity = tpSettings.tpoTrace;
+  const bool optimizeOnly = wantsOptimizeOnly();
+  tpSettings.tpoOptimizeOnly = optimizeOnly && !PBisEmpty(tpParam(TpParam::DestinationPVB));
+  if (ateInit() != 0) return false;
+  reportUnavailable(optimizeOnly);
+  return !tpSettings.tpoOptimizeOnly || optimizeDatabase();
+}
+
+void tpOptimizerRelease() {
+  tpPStateClose();
+  tpRowStoreDrop();
+  tpRowListsFree();
+  tpMergeReset();
+  tpRunEnd();
 }
 
 void tpOptimizerFinish() {

@@ -1,0 +1,117 @@
+#include "timeplate/previous_state.h"
+
+#include <algorithm>
+
+#include "timeplate/wave.h"
+
+namespace {
+
+constexpr std::string_view kDataLetters = "DUZN";
+
+bool isLevel(char state) { return state == 'D' || state == 'U' || state == 'N' || state == 'Z'; }
+
+bool dataDecide(int pmode) {
+  return pmode == LAST_FORCE || pmode == LAST_DRIVE || pmode == ADVANTEST;
+}
+
+// Whether a state counts as what went before, within a cycle and behind it.
+bool countsWithin(int pmode, char state) {
+  if (pmode == LAST_FORCE) return isLevel(state);
+  if (pmode == LAST_DRIVE) return state == 'D' || state == 'U';
+  return state != '?';
+}
+bool countsBehind(int pmode, char state) {
+  return countsWithin(pmode, state) &&
+         (pmode != ADVANTEST || isLevel(state) || state == kUnknownLetter);
+}
+
+// What P is behind a state that counts: in modes 1 and 2 only levels do.
+char letterAfter(int pmode, char state) {
+  if (state == kUnknownLetter) return state;
+  if (pmode != ADVANTEST) return isLevel(state) ? state : 'Z';
+  switch (state) {
+    case 'T':
+    case 'L':
+      return 'D';
+    case 'H':
+    case 'X':
+      return 'U';
+    case 'Q':
+    case 'R':
+      return kUnknownLetter;
+    default:
+      return isLevel(state) ? state : 'Z';
+  }
+}
+
+char shown(char state, char value) {
+  if (state == 'S') return value;
+  return state == 'C' ? tpComplement(value) : state;
+}
+
+}  // namespace
+
+char tpLetterBehind(std::string_view states, char value, int pmode) {
+  if (pmode < LAST_FORCE || pmode > IMS) return kUnknownLetter;
+  char within = kSameLetter;
+  char behind = kSameLetter;
+  for (const char edge : states) {
+    char state = shown(edge, value);
+    if (state == 'P') {
+      state = dataDecide(pmode) && value == 'Z' ? 'Z' : within;
+      if (state == kSameLetter) continue;
+    }
+    if (!countsWithin(pmode, state)) continue;
+    within = letterAfter(pmode, state);
+    if (countsBehind(pmode, state)) behind = within;
+  }
+  return behind;
+}
+
+PreviousStates::PreviousStates() : letters_(tpRun.signals.size(), kUnknownLetter) {}
+
+void PreviousStates::forget() { std::ranges::fill(letters_, kUnknownLetter); }
+
+PreviousStates::PlateEffects& PreviousStates::effectsOf(const PVBtimePlate& plate) {
+  const auto id = static_cast<std::size_t>(std::max(plate.id, 0));
+  if (id >= plates_.size()) plates_.resize(id + 1);
+  std::unique_ptr<PlateEffects>& place = plates_[id];
+  if (place != nullptr) return *place;
+  place = std::make_unique<PlateEffects>();
+  if (!plate.levels.empty()) place->tracks.resize(plate.levels.front().tracks.size());
+  place->mixes.resize(tpRun.signals.size());
+  for (const TpSignal& signal : tpRun.signals) {
+    const SignalTracks* tracks = PVBsignalTracks(plate, signal.id);
+    place->mixes[static_cast<std::size_t>(signal.index)] =
+        tracks != nullptr && tracks->track[OUTPUT] != kNoTrack &&
+        tracks->track[INPUT] != kNoTrack && tracks->track[INPUT] != tracks->track[OUTPUT];
+  }
+  return *place;
+}
+
+char PreviousStates::trackEffect(PlateEffects& effects, const PVBtimePlate& plate,
+                                 std::int32_t track, char value) const {
+  const auto place = static_cast<std::size_t>(track);
+  if (track < 0 || place >= effects.tracks.size()) return kSameLetter;
+  TrackEffect& effect = effects.tracks[place];
+  if (!effect.known) {
+    const std::string& states = plate.levels.front().tracks[place].stateChars;
+    for (std::size_t i = 0; i < kDataLetters.size(); ++i) {
+      effect.letter[i] = tpLetterBehind(states, kDataLetters[i], tpRun.pmode);
+    }
+    effect.known = true;
+  }
+  return effect.letter[kDataLetters.find(value)];
+}
+
+char PreviousStates::behind(const TpSignal& signal, const PVBtimePlate& plate, const TpRow& row) {
+  int direction = kUndefinedDirection;
+  const std::int32_t track = tpRowTrack(signal, plate, row, direction);
+  if (track == kNoTrack) return letter(signal);
+  PlateEffects& effects = effectsOf(plate);
+  const char effect = trackEffect(effects, plate, track, tpRowLetter(signal, row));
+  const bool mixed = effects.mixes[static_cast<std::size_t>(signal.index)];
+  const bool expects = direction == OUTPUT || (mixed && direction == INPUT);
+  if (expects && effect != kSameLetter && !dataDecide(tpRun.pmode)) return kUnknownLetter;
+  return effect == kSameLetter ? letter(signal) : effect;
+}
