@@ -159,16 +159,15 @@ class RepeatExtraction {
     const std::optional<Place> first = find(start);
     const std::optional<Place> final = find(last);
     if (!first) {
-      report(
+      return report(
           fmt::sprintf("Can't insert loop at cycle %ld%s: cycle doesn't exist\n", start, suffix_));
-    } else if (beginsLoop(*first)) {
-      tell("A loop already exists at", start);
-    } else if (!final || loop.cycles < 1 || loop.count < 1) {
-      tell("There aren't enough rows after", start);
-    } else if (const std::int64_t cut = cutRow(*first, start, *final, last); cut >= 0) {
-      tell("Attempting to insert loop in a repeated row at", cut);
-    } else if (!make(*first, *final, loop.count)) {
-      // The rows in between begin or end in the middle of another loop.
+    }
+    if (beginsLoop(*first)) return tell("A loop already exists at", start);
+    const bool spans = final && loop.cycles >= 1 && loop.count >= 1;
+    const std::int64_t cut = spans ? cutRow(*first, start, *final, last) : -1;
+    if (cut >= 0) return tell("Attempting to insert loop in a repeated row at", cut);
+    // Rows in between may also begin or end in the middle of another loop.
+    if (!spans || !make(*first, *final, loop.count)) {
       tell("There aren't enough rows after", start);
     }
   }
