@@ -330,6 +330,7 @@ SignalSlots slotsOfSignals(const Check& check, const PVBtimePlate& plate) {
   SignalSlots result;
   result.first.assign(check.signals.size() + 1, 0);
   std::vector<int> directions;
+  directions.reserve(static_cast<std::size_t>(slots));
   for (int slot = 0; slot < slots; ++slot) directions.push_back(PVBtrackDirection(plate, slot));
   for (const SlotSignal& entry : found) {
     ++result.first[static_cast<std::size_t>(entry.signal) + 1];
