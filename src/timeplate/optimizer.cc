@@ -20,7 +20,7 @@
 #include "timeplate/tp_rewrite.h"
 #include "timeplate/tp_run.h"
 #include "timeplate/tp_settings.h"
-#include "timeplate/working_database.h"
+#include "timeplate/working_copy.h"
 
 namespace {
 
@@ -72,18 +72,6 @@ void reportUnavailable(bool optimizeOnly) {
 
 // --- An existing database ------------------------------------------------------------
 
-std::string pathBeside(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path + "_";
-}
-
-// A copy of the database, open for change: its slot, or -1.
-int openCopy(const std::string& source, const std::string& copy) {
-  if (!PVBexists(source)) return -1;
-  if (PVBreplacePrepare(source, copy) != 0 || PVBcopy(copy, source) != 0) return -1;
-  return reopenWorkingDatabase(kFunction, copy);
-}
-
 bool mergeAll(int database) {
   tpOptimizerSetDatabase(database);
   if (ateBindSignals(database) != 0) return false;
@@ -95,26 +83,25 @@ bool mergeAll(int database) {
   return !failed;
 }
 
-bool saveAndClose(int database, const std::string& path) {
+bool saveAndClose(int database, WorkingCopy& target) {
   const auto refuse = [&](int message) {
-    PBerrPush(PBconditionerError, message, kFunction, path);
+    PBerrPush(PBconditionerError, message, kFunction, target.path());
     return false;
   };
   errno = 0;
   if (PVBsave(database) != 0) {
-    PVBdiscard(database);
+    PVBcloseUnsaved(database);
     return refuse(kCannotSave);
   }
-  return PVBclose(database) == 0 || refuse(kCannotClose);
+  return (PVBclose(database) == 0 && target.putInPlace() == 0) || refuse(kCannotClose);
 }
 
-// A copy beside the database is optimized and takes its place at the end, so that what
-// fails or is killed leaves the database as it was.
+// In a copy beside the database, so that what fails or is killed leaves it as it was.
 bool optimizeDatabase() {
   const std::optional<std::string>& source = tpParam(TpParam::WaveSource);
   if (PBisEmpty(source)) return tpRefuseParam(kMissingParameter, TpParam::WaveSource) == 0;
-  const std::string copy = pathBeside(*source);
-  const int database = openCopy(*source, copy);
+  WorkingCopy target(*source, true);
+  const int database = PVBexists(*source) ? target.open(kFunction) : -1;
   if (database < 0) {
     tpReport(fmt::sprintf("Cannot open PVB file %s for timeplate optimization.\n", *source));
     return false;
@@ -122,11 +109,9 @@ bool optimizeDatabase() {
   const bool merged = mergeAll(database);
   tpOptimizerRelease();
   tpOptimizerSetDatabase(kNoDatabase);
-  if (!merged) {
-    PVBdiscard(database);
-    return false;
-  }
-  return saveAndClose(database, copy) && PVBreplace(*source, copy) == 0;
+  if (merged) return saveAndClose(database, target);
+  PVBcloseUnsaved(database);
+  return false;
 }
 
 }  // namespace
