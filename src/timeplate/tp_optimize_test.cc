@@ -9,9 +9,9 @@
 #include "pvb/pattern.h"
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
-#include "support/temp_dir.h"
 #include "support/database.h"
 #include "support/fault_platform.h"
+#include "support/temp_dir.h"
 
 namespace {
 
