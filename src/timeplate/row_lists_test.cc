@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -10,12 +11,15 @@
 
 #include "base/errors.h"
 #include "support/plate_database.h"
+#include "timeplate/ate.h"
 
 namespace {
 
 constexpr int kTracks = 3;
-// Without a shape file there is room for the shapes of one byte.
-constexpr int kShapes = 4;
+// There is room for the shapes of the shape file, if one was read, and to the end of a byte.
+int shapeRoom() {
+  return (std::max(ateShapeCount(kComplexShapes), ateShapeCount(kMuxShapes)) / 4 + 1) * 4;
+}
 
 struct ModelList {
   std::set<std::int32_t> rows;
@@ -30,7 +34,7 @@ int merged(int a, int b) {
 ModelList mergeModels(ModelList first, ModelList second) {
   first.rows.insert(second.rows.begin(), second.rows.end());
   for (int track = 0; track < kTracks; ++track) {
-    for (int shape = 0; shape < kShapes; ++shape) {
+    for (int shape = 0; shape < shapeRoom(); ++shape) {
       int& entry = first.memo[{track, shape}];
       entry = merged(entry, second.memo[{track, shape}]);
     }
@@ -44,13 +48,14 @@ void forgetMatches(ModelList& list) {
 
 RC_GTEST_PROP(RowListsProperty, ListsAndMemosAreThoseOfAModel, ()) {
   tpRowListsBuild(2, 8, 1);
+  const int shapes = shapeRoom();
   std::map<PVBid, ModelList> model;
   const auto steps = *rc::gen::inRange(0, 60);
   for (int i = 0; i < steps; ++i) {
     const PVBid a = *rc::gen::inRange(0, 4);
     const PVBid b = *rc::gen::inRange(0, 4);
     const int track = *rc::gen::inRange(0, kTracks);
-    const int shape = *rc::gen::inRange(0, kShapes + 2);
+    const int shape = *rc::gen::inRange(0, shapes + 2);
     switch (*rc::gen::inRange(0, 5)) {
       case 0:
       case 1: {
@@ -62,7 +67,7 @@ RC_GTEST_PROP(RowListsProperty, ListsAndMemosAreThoseOfAModel, ()) {
       case 2: {
         const auto value = *rc::gen::element(NOTSET, MATCH, NOMATCH);
         tpMemoSet(a, track, shape, value);
-        if (model.contains(a) && shape < kShapes) model[a].memo[{track, shape}] = value;
+        if (model.contains(a) && shape < shapes) model[a].memo[{track, shape}] = value;
         break;
       }
       case 3:
@@ -85,7 +90,7 @@ RC_GTEST_PROP(RowListsProperty, ListsAndMemosAreThoseOfAModel, ()) {
     for (auto row = tpRowListFirst(id); row >= 0; row = tpRowListNext(id)) rows.push_back(row);
     RC_ASSERT(rows == std::vector<std::int32_t>(model[id].rows.begin(), model[id].rows.end()));
     for (int track = 0; track < kTracks; ++track) {
-      for (int shape = 0; shape < kShapes + 2; ++shape) {
+      for (int shape = 0; shape < shapes + 2; ++shape) {
         RC_ASSERT(static_cast<int>(tpMemoGet(id, track, shape)) ==
                   (model[id].memo[{track, shape}]));
       }
