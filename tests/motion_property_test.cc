@@ -226,8 +226,8 @@ RC_GTEST_PROP(MotionProperty, EditsKeepTheMeaningOfAllOtherSignals, ()) {
   world.build("A", text);
   world.build("destA", text);
   requireDone(world.runOperations(
-      "#% addlist addsigname sigdir track patbit\n more n[0..1] bio t 1X\n - m in - -\n"
-      "#% trackname sigshape\n t [0ns:S,3us:Q]\n"
+      "#% addlist addsigname sigdir track patbit\n more n[0..1] bio t 1X\n - m in u 1\n"
+      "#% trackname sigshape\n t [0ns:S,3us:Q]\n u [0ns:S]\n"
       "#% cutlist cutsigname\n less m\n - n[1..0]\n"
       "#% siglist oldsigname newsigname\n there s0 z\n back z s0\n"
       "#% operation operand1 operand2 operand3\n"

@@ -208,6 +208,17 @@ void PBdiscardErrors() {
   errno = 0;
 }
 
+void PBrenameInErrors(std::string_view path, std::string_view newPath) {
+  for (NumberedEntry& entry : state().numbered) {
+    if (!entry.extra) continue;
+    std::string& text = *entry.extra;
+    const std::size_t at = text.find(path);
+    if (at == std::string::npos || (at > 0 && text[at - 1] != ' ')) continue;
+    const std::size_t end = at + path.size();
+    if (end == text.size() || text[end] == '/') text.replace(at, path.size(), newPath);
+  }
+}
+
 void PBflushErrors() {
   std::vector<NumberedEntry>& entries = state().numbered;
   for (; !entries.empty(); entries.pop_back()) {

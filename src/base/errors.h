@@ -68,6 +68,9 @@ int PBpostError(std::string_view function, int code, ErrArg extra = {});
 // Removes the newest entry: its code, or -1 when there is none.
 int PBpopError();
 void PBdiscardErrors();
+// Puts one path in the place of another in all details: for what went wrong in a copy that
+// nobody knows. Paths stand there alone or behind a blank, with or without "/FILE".
+void PBrenameInErrors(std::string_view path, std::string_view newPath);
 // Prints and removes all entries, newest first, on standard error.
 void PBflushErrors();
 int PBerrorCount();

@@ -248,15 +248,15 @@ int fail(const std::string& text) {
 int AddCompression(const PVBregion* dest, const PVBregion& src, std::int32_t loopBlockSize,
                    const std::string& repeatKeyword, const std::string& loopKeyword) {
   if (loopBlockSize < 1) return fail("the loop block size must be above 0");
-  const int database = openWorking(kFunction, src, dest);
+  WorkingDatabase target;
+  const int database = openWorking(kFunction, src, dest, target);
   if (database < 0) return -2;
-  const std::string path = PVBpath(database);
-  report(fmt::sprintf("Adding compression to PVB: %s\n", path));
+  report(fmt::sprintf("Adding compression to PVB: %s\n", target.path()));
   report(fmt::sprintf("Using repeat keyword : '%s'\n", repeatKeyword));
   report(fmt::sprintf("Using loop keyword : '%s'\n", loopKeyword));
   if (extractAll(database, {loopBlockSize, repeatKeyword, loopKeyword}) != 0) {
     return fail("a row can't be read or changed");
   }
-  if (PVBclose(database) != 0) assertFail(__FILE__, __LINE__);
+  if (target.close() != 0) assertFail(__FILE__, __LINE__);
   return 0;
 }

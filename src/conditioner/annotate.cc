@@ -53,13 +53,13 @@ bool annotateAll(int database) {
 
 int annotateVectors(const PVBregion* src, const PVBregion* dest) {
   if (src == nullptr) return fail("src region is NULL");
-  const int database = openWorking(kFunction, *src, dest);
+  WorkingDatabase target;
+  const int database = openWorking(kFunction, *src, dest, target);
   if (database < 0) return -2;
-  const std::string path = PVBpath(database);
   const bool done = annotateAll(database);
-  report(fmt::sprintf("Annotation of PVB (%s) %s.\n", path, done ? "complete" : "FAILED"));
+  report(fmt::sprintf("Annotation of PVB (%s) %s.\n", target.path(), done ? "complete" : "FAILED"));
   if (!done) return -2;
   if (PVBsave(database) != 0) return fail("PVBsave() failed");
-  if (PVBclose(database) != 0) return fail("PVBclose() failed");
+  if (target.close() != 0) return fail("PVBclose() failed");
   return 0;
 }

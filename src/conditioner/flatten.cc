@@ -56,15 +56,15 @@ int flattenDatabase(int database) {
 }  // namespace
 
 int flatten(const PVBregion& src, const PVBregion* dest) {
-  const int database = openWorking(kFunction, src, dest);
+  WorkingDatabase target;
+  const int database = openWorking(kFunction, src, dest, target);
   if (database < 0) return -2;
-  const std::string path = PVBpath(database);
-  report(fmt::sprintf("Flattening PVB: %s\n", path));
+  report(fmt::sprintf("Flattening PVB: %s\n", target.path()));
   if (flattenDatabase(database) != 0) {
     errno = 0;
-    PBerrPush(PBconditionerError, kFlattenFailed, path);
+    PBerrPush(PBconditionerError, kFlattenFailed, target.path());
     return -2;
   }
-  if (PVBclose(database) != 0) assertFail(__FILE__, __LINE__);
+  if (target.close() != 0) assertFail(__FILE__, __LINE__);
   return 0;
 }

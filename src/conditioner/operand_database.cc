@@ -9,7 +9,6 @@
 #include "conditioner/messages.h"
 #include "conditioner/run.h"
 #include "pvb/database.h"
-#include "timeplate/working_database.h"
 
 namespace {
 
@@ -61,10 +60,11 @@ int openDestination(std::string_view function, PVBregion& dest, bool upgrade) {
   return dest.pvbHandle >= 0 ? 0 : -2;
 }
 
-int openWorking(std::string_view function, const PVBregion& source, const PVBregion* dest) {
+int openWorking(std::string_view function, const PVBregion& source, const PVBregion* dest,
+                WorkingDatabase& target) {
   std::optional<std::string> destination;
   if (dest != nullptr) destination = dest->pvbName;
-  return openWorkingDatabase(function, source.pvbName, destination, run.reportStream);
+  return target.open(function, source.pvbName, destination, run.reportStream);
 }
 
 void closeOperands(std::string_view function, PVBregion& dest,

@@ -6,6 +6,10 @@
 
 namespace {
 
+// Where groups stand on more tracks than this with their signals the plate is damaged; no
+// more are opened.
+constexpr std::size_t kMostOpened = std::size_t{1} << 22;
+
 // What a track without a selector bears.
 constexpr char kUnsetSelector = '-';
 
@@ -174,4 +178,56 @@ std::int32_t PVBrowFindTrack(int database, const PVBsignal& signal, const PVBtim
   const std::int32_t slot = tracks.slot[0];
   direction = slot == kNoTrack ? kUndefinedDirection : PVBtrackDirection(plate, slot);
   return slot;
+}
+
+// --- All signals of a plate ----------------------------------------------------------
+
+namespace {
+
+struct SignalSlot {
+  PVBid signal;
+  DirectedSlot slot;
+};
+
+bool isOpened(int database, PVBid id) {
+  const PVBsignal* signal = PVBsignalInqByID(database, id);
+  return signal != nullptr && !signal->members.empty();
+}
+
+std::vector<SignalSlot> openSlots(int database, const PVBtimePlate& plate) {
+  std::vector<SignalSlot> found;
+  const int count = PVBslotCount(plate);
+  for (int index = 0; index < count; ++index) {
+    const DirectedSlot slot = {index, PVBtrackDirection(plate, index)};
+    for (const PVBid id : PVBtrackSignals(plate, index)) {
+      if (!isOpened(database, id)) {
+        found.push_back({id, slot});
+      } else if (found.size() < kMostOpened) {
+        for (const PVBid part : PVBsignalListToScalars(database, {id})) {
+          found.push_back({part, slot});
+        }
+      }
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
+PlateSlots::PlateSlots(int database, const PVBtimePlate& plate) {
+  std::vector<SignalSlot> found = openSlots(database, plate);
+  // The slots of a signal come in rising order.
+  std::ranges::stable_sort(found, {}, &SignalSlot::signal);
+  signals_.reserve(found.size());
+  slots_.reserve(found.size());
+  for (const SignalSlot& entry : found) {
+    signals_.push_back(entry.signal);
+    slots_.push_back(entry.slot);
+  }
+}
+
+std::span<const DirectedSlot> PlateSlots::of(PVBid signal) const {
+  const auto [first, last] = std::ranges::equal_range(signals_, signal);
+  return std::span(slots_).subspan(static_cast<std::size_t>(first - signals_.begin()),
+                                   static_cast<std::size_t>(last - first));
 }

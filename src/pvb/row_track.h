@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "pvb/row.h"
 #include "pvb/signal.h"
@@ -59,3 +60,19 @@ RowTracks PVBfindTracksAmong(const PVBtimePlate& plate, std::span<const Directed
                              char selector, bool inData, bool outData);
 RowTracks PVBrowFindTracksAmong(int database, const PVBsignal& signal, const PVBtimePlate& plate,
                                 std::span<const DirectedSlot> slots, const PVBrow& row);
+
+// The slots of the signals of a plate by signal, buses and groups on its tracks opened; made
+// once for who asks about many signals.
+class PlateSlots {
+ public:
+  PlateSlots() = default;
+  PlateSlots(int database, const PVBtimePlate& plate);
+
+  // In rising order; good as long as this is.
+  std::span<const DirectedSlot> of(PVBid signal) const;
+  std::size_t bytes() const { return signals_.size() * (sizeof(PVBid) + sizeof(DirectedSlot)); }
+
+ private:
+  std::vector<PVBid> signals_;       // sorted
+  std::vector<DirectedSlot> slots_;  // of each of them
+};

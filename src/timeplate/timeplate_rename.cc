@@ -139,10 +139,10 @@ class Renaming {
 
 bool tpRenameAll(int database, FILE* report) { return Renaming(database, report).run(); }
 
-int saveAndClose(int database) {
+int saveAndClose(int database, WorkingDatabase& target) {
   errno = 0;
   if (PVBsave(database) != 0) return fail("PVBsave() failed");
-  return PVBclose(database) == 0 ? 0 : fail("PVBclose() failed");
+  return target.close() == 0 ? 0 : fail("PVBclose() failed");
 }
 
 // Nothing of what was renamed so far may reach the disk.
@@ -160,7 +160,8 @@ int timeplateRename(const std::optional<std::string>& source,
     fail("src region is NULL");
     return 0;
   }
-  const int database = openWorkingDatabase(kFunction, *source, destination, report);
+  WorkingDatabase target;
+  const int database = target.open(kFunction, *source, destination, report);
   if (database < 0) return -2;
-  return tpRenameAll(database, report) ? saveAndClose(database) : closeUnsaved(database);
+  return tpRenameAll(database, report) ? saveAndClose(database, target) : closeUnsaved(database);
 }

@@ -7,7 +7,6 @@
 #include "base/errors.h"
 #include "pvb/checker.h"
 #include "pvb/database.h"
-#include "pvb/database_copy.h"
 #include "timeplate/clock_shapes.h"
 #include "timeplate/tp_optimize_internal.h"
 
@@ -83,8 +82,7 @@ int saveAndClose(TpOptimization& work) {
     fail(kCannotSave, work.target.path());
     return 0;
   }
-  const bool closed = PVBclose(work.database) == 0 && work.target.putInPlace() == 0;
-  return closed ? 0 : fail(kCannotClose, work.target.path());
+  return work.target.close() == 0 ? 0 : fail(kCannotClose, work.target.path());
 }
 
 int failClockShapes(FILE* report) {
@@ -102,7 +100,7 @@ int simplifyClocks(TpOptimization& work, bool scanAgain) {
   }
   if (!scanAgain) return 0;
   if (saveAndClose(work) != 0) return -2;
-  work.database = work.target.open(kFunction);
+  work.database = work.target.openAgain(kFunction);
   if (work.database < 0) return -2;
   return tpScanForUnused(work) ? 0 : -2;
 }
@@ -135,13 +133,8 @@ int tpOptimize(const std::optional<std::string>& source,
   }
   errno = 0;
   if (!source) return fail(kFunctionAndText, "src region is NULL");
-  if (!PVBexists(*source)) {
-    errno = 0;
-    return fail(kNoSuchDatabase, *source);
-  }
-  if (destination && !copySrcToDstPVB(*source, *destination, report)) return -2;
-  TpOptimization work(report, destination.value_or(*source), !destination);
-  work.database = work.target.open(kFunction);
+  TpOptimization work(report);
+  work.database = work.target.open(kFunction, *source, destination, report);
   if (work.database < 0) return -2;
 
   if (!firstScan(work, wanted.clockShapes)) return -2;

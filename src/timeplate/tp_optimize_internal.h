@@ -12,7 +12,7 @@
 
 #include "base/file_copy.h"
 #include "pvb/timeplate.h"
-#include "timeplate/working_copy.h"
+#include "timeplate/working_database.h"
 
 // Which of the 16 row states the rows drove on each track, a bit for each.
 class TpTrackStates {
@@ -26,12 +26,11 @@ class TpTrackStates {
 
 // The tables of one operation.
 struct TpOptimization {
-  TpOptimization(FILE* stream, std::string path, bool inPlace)
-      : report(stream), target(std::move(path), inPlace) {}
+  explicit TpOptimization(FILE* stream) : report(stream) {}
 
   int database = -1;
   FILE* report;
-  WorkingCopy target;
+  WorkingDatabase target;
   TempFile findings;  // that the checker wrote down
 
   // As the checker told them. Tracks are counted from 1 here.

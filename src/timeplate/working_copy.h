@@ -24,7 +24,8 @@ class WorkingCopy {
   int open(std::string_view function);
   // Puts the copy, closed by now, in place. 0, or -2 after a post.
   int putInPlace();
-  // Closes the copy unsaved and deletes it.
+  // Closes the copy unsaved and deletes it. What was posted of its files names those of the
+  // database.
   void discard();
 
   const std::string& path() const { return path_; }

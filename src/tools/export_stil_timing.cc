@@ -150,13 +150,13 @@ bool choose(StilExport& stil, StilPlate& plate) {
 using TimeExpressions = std::map<std::int64_t, std::string>;
 
 // Where the times of a signal's events come from.
-TimeExpressions expressionsOf(const PVBtimePlate& plate, const PVBsignal& signal) {
+TimeExpressions expressionsOf(const PVBtimePlate& plate, std::span<const DirectedSlot> slots) {
   TimeExpressions expressions;
   if (plate.levels.empty()) return expressions;
   const std::vector<PVBtrack>& tracks = plate.levels.front().tracks;
-  for (std::size_t t = 0; t < tracks.size(); ++t) {
-    const PVBidList& signals = PVBtrackSignals(plate, static_cast<int>(t));
-    if (std::ranges::find(signals, signal.id) == signals.end()) continue;
+  for (const DirectedSlot& slot : slots) {
+    const auto t = static_cast<std::size_t>(slot.slot);
+    if (t >= tracks.size()) break;
     const PVBtrack& track = tracks[t];
     const std::size_t size = std::min(track.eventTimes.size(), track.eventExprs.size());
     for (std::size_t e = 0; e < size; ++e) {
@@ -180,7 +180,8 @@ char stateCharacter(std::span<const MeaningEvent> events, std::size_t at) {
 
 class TableText {
  public:
-  TableText(StilExport& stil, const StilPlate& plate) : stil_(stil), plate_(plate) {}
+  TableText(StilExport& stil, const StilPlate& plate)
+      : stil_(stil), plate_(plate), slots_(stil.database, *plate.plate) {}
 
   void write();
 
@@ -191,6 +192,7 @@ class TableText {
 
   StilExport& stil_;
   const StilPlate& plate_;
+  PlateSlots slots_;
 };
 
 void TableText::write() {
@@ -239,7 +241,8 @@ void TableText::heading(const std::vector<std::size_t>& signals) {
 
 std::string TableText::waves(std::size_t signal) {
   const StilCodes& codes = plate_.codes[plate_.signalCodes[signal]];
-  const TimeExpressions expressions = expressionsOf(*plate_.plate, *stil_.signals[signal].signal);
+  const TimeExpressions expressions =
+      expressionsOf(*plate_.plate, slots_.of(stil_.signals[signal].signal->id));
   std::map<char, EventListId> byCharacter;
   for (std::size_t place = 0; place < kCodePlaces; ++place) {
     if (codes.events[place] != kNotWorkedOut) {

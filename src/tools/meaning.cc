@@ -202,9 +202,10 @@ PlateMeaning& Meaning::plate(std::uint16_t id) {
   place = std::make_unique<PlateMeaning>();
   const auto& plates = PVBget(database_)->timePlates->plates;
   if (id < plates.size()) place->plate = plates[id].get();
+  if (place->plate != nullptr) place->slots = PlateSlots(database_, *place->plate);
   place->parts.reserve(parts_.size());
   for (const Part& part : parts_) place->parts.push_back(table(*place, part, kNoSelector));
-  bytesKept_ += sizeof(PlateMeaning) + parts_.size() * sizeof(SlotTable*);
+  bytesKept_ += sizeof(PlateMeaning) + place->slots.bytes() + parts_.size() * sizeof(SlotTable*);
   return *place;
 }
 
@@ -214,11 +215,12 @@ SlotTable* Meaning::table(PlateMeaning& plate, const Part& part, char selector) 
   fresh.hasIn = part.in >= 0;
   fresh.hasOut = part.out >= 0;
   std::array<std::int32_t, 10> key{};
+  const std::span<const DirectedSlot> slots = plate.slots.of(part.signal->id);
   for (std::size_t data = 0; data < 4; ++data) {
     const bool in = (data & 1) != 0;
     const bool out = (data & 2) != 0;
     if (plate.plate != nullptr && (fresh.hasIn || !in) && (fresh.hasOut || !out)) {
-      fresh.tracks[data] = PVBfindTracks(*part.signal, *plate.plate, selector, in, out);
+      fresh.tracks[data] = PVBfindTracksAmong(*plate.plate, slots, selector, in, out);
     }
     key[2 * data] = fresh.tracks[data].slot[0];
     key[2 * data + 1] = fresh.tracks[data].slot[1];

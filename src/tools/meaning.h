@@ -96,6 +96,7 @@ inline constexpr EventListId kNotWorkedOut = 0xFFFFFFFF;
 // A timeplate as the chosen signals see it.
 struct PlateMeaning {
   const PVBtimePlate* plate = nullptr;  // null for rows without one
+  PlateSlots slots;
   std::map<std::array<std::int32_t, 10>, std::unique_ptr<SlotTable>> tables;
   std::vector<SlotTable*> parts;  // by part of a signal
 };
