@@ -227,7 +227,7 @@ PlateSlots::PlateSlots(int database, const PVBtimePlate& plate) {
 }
 
 std::span<const DirectedSlot> PlateSlots::of(PVBid signal) const {
-  const auto [first, last] = std::ranges::equal_range(signals_, signal);
+  const auto [first, last] = std::equal_range(signals_.begin(), signals_.end(), signal);
   return std::span(slots_).subspan(static_cast<std::size_t>(first - signals_.begin()),
                                    static_cast<std::size_t>(last - first));
 }
