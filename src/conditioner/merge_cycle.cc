@@ -204,7 +204,7 @@ class CycleMerge {
   }
 
   Target generateFor(const PairKey& key, TIME duration) {
-    const Target target = {generate(duration), nullptr};
+    Target target = {generate(duration), nullptr};
     if (plates_.size() >= kMaxPairs) plates_.clear();
     last_ = {};
     if (target.plate != UNDEF) plates_[key] = target;

@@ -85,7 +85,7 @@ void tpRowListsBuild(int timeplateCount, std::int32_t rowCount, int trackCount) 
   lists.usualRows = static_cast<std::size_t>(std::max(rowCount, 0)) / timeplates;
   lists.usualTracks = static_cast<std::size_t>(std::clamp(trackCount, 0, kMostTracks));
   const int shapes = std::max(ateShapeCount(kComplexShapes), ateShapeCount(kMuxShapes));
-  lists.memoBytes = static_cast<std::size_t>(std::max(shapes, 0) / kEntriesAByte + 1);
+  lists.memoBytes = static_cast<std::size_t>(std::max(shapes, 0)) / kEntriesAByte + 1;
 }
 
 void tpRowListsFree() { lists = {}; }
