@@ -73,20 +73,7 @@ bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
   return true;
 }
 
-// What a wave says beside its edges.
-bool sameSelection(const PVBtrack& a, const PVBtrack& b) {
-  return a.selector == b.selector && a.repeat == b.repeat && a.cycleOffset == b.cycleOffset &&
-         a.cycleLength == b.cycleLength && a.selectorLists == b.selectorLists;
-}
-
-bool unselected(const PVBtrack& track) { return sameSelection(track, PVBtrack()); }
-
-// One state an edge, each said once.
-bool isPlainWave(const PVBtrack& track) {
-  return track.eventTimes.size() == track.stateChars.size() &&
-         std::all_of(track.stateCounts.begin(), track.stateCounts.end(),
-                     [](std::int32_t count) { return count == 1; });
-}
+bool unselected(const PVBtrack& track) { return tpSameOutsideWaves(track, PVBtrack()); }
 
 bool identicalEverywhere(const PlateView& first, const PlateView& second, const TpSignal& signal) {
   for (int d = 0; d < 3; ++d) {
@@ -231,7 +218,7 @@ bool isIdentical(const TrackPair& pair) {
 }
 
 Verdict reduce(const TrackPair& pair) {
-  if (!isPlainWave(pair.waveA()) || !isPlainWave(pair.waveB())) {
+  if (!tpIsPlainTrack(pair.waveA()) || !tpIsPlainTrack(pair.waveB())) {
     return apart(pair, "states of several cycles");
   }
   if (tpTraces(2)) tpReport(fmt::sprintf(" signal %s\n", pair.signal.name));
@@ -252,7 +239,7 @@ Verdict reduce(const TrackPair& pair) {
 }
 
 Verdict compareBoth(const TrackPair& pair) {
-  if (!sameSelection(pair.waveA(), pair.waveB())) return apart(pair, "selected differently");
+  if (!tpSameOutsideWaves(pair.waveA(), pair.waveB())) return apart(pair, "selected differently");
   if (pair.direction == 1) return compareOutputs(pair);
   if (isIdentical(pair)) {
     ++tpPair.identical;

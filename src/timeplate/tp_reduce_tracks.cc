@@ -18,18 +18,6 @@ constexpr char kUndefinedSpan = '?';
 constexpr char kStrobe = 'Q';
 // --- What is reduced at all ----------------------------------------------------------
 
-bool isPlain(const PVBtrack& track) {
-  return track.eventTimes.size() == track.stateChars.size() &&
-         std::all_of(track.stateCounts.begin(), track.stateCounts.end(),
-                     [](std::int32_t count) { return count == 1; });
-}
-
-// What a wave doesn't tell is the same.
-bool sameOutsideWaves(const PVBtrack& a, const PVBtrack& b) {
-  return a.repeat == b.repeat && a.selector == b.selector && a.selectorLists == b.selectorLists &&
-         a.cycleOffset == b.cycleOffset && a.cycleLength == b.cycleLength;
-}
-
 bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
   if (a.eventExprs.size() != b.eventExprs.size()) return false;
   for (std::size_t i = 0; i < a.eventExprs.size(); ++i) {
@@ -41,7 +29,7 @@ bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
 bool isUndefined(const Wave& wave) { return wave.edges() == 1 && wave.states[0] == kUndefinedSpan; }
 
 bool takeTracks(const PVBtrack& a, const PVBtrack& b) {
-  if (!isPlain(a) || !isPlain(b) || !sameOutsideWaves(a, b)) {
+  if (!tpIsPlainTrack(a) || !tpIsPlainTrack(b) || !tpSameOutsideWaves(a, b)) {
     return tpRefuse("tracks differ beside their waves");
   }
   tpTakeWave(tracks.wholeA, a);

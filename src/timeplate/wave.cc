@@ -109,6 +109,17 @@ int tpClassifyDirection(std::string_view states) {
 
 // --- Waves ---------------------------------------------------------------------------
 
+bool tpIsPlainTrack(const PVBtrack& track) {
+  return track.eventTimes.size() == track.stateChars.size() &&
+         std::all_of(track.stateCounts.begin(), track.stateCounts.end(),
+                     [](std::int32_t count) { return count == 1; });
+}
+
+bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b) {
+  return a.repeat == b.repeat && a.selector == b.selector && a.selectorLists == b.selectorLists &&
+         a.cycleOffset == b.cycleOffset && a.cycleLength == b.cycleLength;
+}
+
 void tpTakeWave(Wave& wave, const PVBtrack& track) {
   wave.states = track.stateChars;
   wave.times = track.eventTimes;

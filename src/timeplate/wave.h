@@ -51,6 +51,10 @@ int tpClassifyDirection(std::string_view states);
 
 // --- Waves ---------------------------------------------------------------------------
 
+// One state an edge, each said once, so that a wave tells all of it.
+bool tpIsPlainTrack(const PVBtrack& track);
+// What a wave doesn't tell is the same: selectors, repeats, place in a longer cycle.
+bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b);
 // Copies states and times of a track; a track with fewer times than states gets zeros.
 void tpTakeWave(Wave& wave, const PVBtrack& track);
 // The same states, the times within the settings' tolerance, in seconds as doubles
