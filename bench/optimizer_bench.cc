@@ -4,7 +4,9 @@
 // data, fixed states or pulses on a signal, and pulses at one of a few places: timings that
 // pulse at the same place can be folded, others can't.
 //
-//   optimizer_bench [ROWS [SIGNALS [TIMEPLATES]]]     default: 1000000 256, 250 to 2000
+//   optimizer_bench [ROWS [SIGNALS [TIMEPLATES [PLACES]]]]
+//
+// Default: 1000000 256, 250 to 2000, 4. With more places of pulses fewer timeplates fold.
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -29,9 +31,9 @@ struct Merge {
   std::uint32_t rows = 1000000;
   int signals = 256;
   int timeplates = 0;
+  int places = 4;  // of pulses, for each source
 };
 
-constexpr int kPlaces = 4;       // of pulses, for each source
 constexpr int kRunOfRows = 12;   // rows that use one timeplate in a row
 constexpr int kPulsedEvery = 8;  // signals
 constexpr const char* kShapes = "#% shape\n  S\n  DSD\n  SD\n  USU\n  PS\n  SC\n";
@@ -52,8 +54,8 @@ struct Shape {
 constexpr Shape kLevels[] = {{"S", 0}, {"S", 0}, {"D", 1}, {"U", 2}};
 constexpr Shape kPulses[] = {{"DSD", 0}, {"DUD", 2}, {"D", 1}, {"DSD", 0}};
 
-const Shape& shapeOf(int signal, int timing) {
-  const auto variant = static_cast<unsigned>(timing / kPlaces);
+const Shape& shapeOf(const Merge& merge, int signal, int timing) {
+  const auto variant = static_cast<unsigned>(timing / merge.places);
   const unsigned choice = mix(static_cast<unsigned>(signal), variant) % 4;
   return signal % kPulsedEvery == 0 ? kPulses[choice] : kLevels[choice];
 }
@@ -71,8 +73,8 @@ void addTimePlate(int database, const Merge& merge, int number) {
   const PVBidList signals = PVBsignalInqByID(database, kGroupAll)->members;
   for (int slot = 0; slot < merge.signals; ++slot) {
     const int timing = timingOf(merge, number, slot);
-    const std::int32_t place = 1000000 * (1 + timing % kPlaces);
-    const std::string_view states = shapeOf(slot, timing).states;
+    const std::int32_t place = 4000000 / merge.places * (1 + timing % merge.places);
+    const std::string_view states = shapeOf(merge, slot, timing).states;
     PVBallocAsNecessary(*plate, slot);
     for (std::size_t edge = 0; edge < states.size(); ++edge) {
       const TIME time = PBlongToTIME(static_cast<std::int32_t>(edge) * place);
@@ -91,7 +93,7 @@ void addRow(int database, const Merge& merge, std::uint32_t number) {
       static_cast<int>(mix(number / kRunOfRows, 1) % static_cast<unsigned>(merge.timeplates));
   row->timeplate = static_cast<std::uint16_t>(plate);
   for (int signal = 0; signal < merge.signals; ++signal) {
-    const Shape& shape = shapeOf(signal, timingOf(merge, plate, signal));
+    const Shape& shape = shapeOf(merge, signal, timingOf(merge, plate, signal));
     const auto data = static_cast<int>(1 + (number >> signal % 8) % 2);
     setRowCode(row->states(), static_cast<std::uint32_t>(signal),
                shape.code == 0 ? data : shape.code);
@@ -181,6 +183,7 @@ int main(int argc, char** argv) {
   Merge merge;
   if (argc > 1) merge.rows = static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10));
   if (argc > 2) merge.signals = std::atoi(argv[2]);
+  if (argc > 4) merge.places = std::clamp(std::atoi(argv[4]), 1, 1000);
   std::vector<int> counts = {250, 500, 1000, 2000};
   if (argc > 3) counts = {std::max(1, std::atoi(argv[3]))};
   std::printf("%u rows, %d signals; CPU seconds of each part\n", merge.rows, merge.signals);

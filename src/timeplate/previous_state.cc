@@ -8,6 +8,28 @@ namespace {
 
 constexpr std::string_view kDataLetters = "DUZN";
 
+// Its place in kDataLetters: asked for each row and signal.
+std::size_t placeOfLetter(char value) {
+  switch (value) {
+    case 'D':
+      return 0;
+    case 'U':
+      return 1;
+    case 'Z':
+      return 2;
+    default:
+      return 3;
+  }
+}
+
+// No letter, nor what stands for one.
+constexpr char kNotAsked = '\2';
+
+// Whether the code of one column is all that a row says of the signal.
+bool isTold(const TpSignal& signal) {
+  return !signal.selects && signal.inColumn >= 0 && signal.outColumn < 0;
+}
+
 bool isLevel(char state) { return state == 'D' || state == 'U' || state == 'N' || state == 'Z'; }
 
 bool dataDecide(int pmode) {
@@ -80,6 +102,8 @@ PreviousStates::PlateEffects& PreviousStates::effectsOf(const PVBtimePlate& plat
   place = std::make_unique<PlateEffects>();
   if (!plate.levels.empty()) place->tracks.resize(plate.levels.front().tracks.size());
   place->mixes.resize(tpRun.signals.size());
+  place->ofCode.resize(tpRun.signals.size());
+  for (auto& letters : place->ofCode) letters.fill(kNotAsked);
   for (const TpSignal& signal : tpRun.signals) {
     const SignalTracks* tracks = PVBsignalTracks(plate, signal.id);
     place->mixes[static_cast<std::size_t>(signal.index)] =
@@ -101,17 +125,32 @@ char PreviousStates::trackEffect(PlateEffects& effects, const PVBtimePlate& plat
     }
     effect.known = true;
   }
-  return effect.letter[kDataLetters.find(value)];
+  return effect.letter[placeOfLetter(value)];
 }
 
 char PreviousStates::behind(const TpSignal& signal, const PVBtimePlate& plate, const TpRow& row) {
+  PlateEffects& effects = effectsOf(plate);
+  const char effect = isTold(signal) ? effectOfCode(effects, signal, plate, row)
+                                     : effectOf(effects, signal, plate, row);
+  return effect == kSameLetter ? letter(signal) : effect;
+}
+
+char PreviousStates::effectOfCode(PlateEffects& effects, const TpSignal& signal,
+                                  const PVBtimePlate& plate, const TpRow& row) const {
+  const auto code = static_cast<std::size_t>(tpRowCode(row, signal.inColumn));
+  char& effect = effects.ofCode[static_cast<std::size_t>(signal.index)][code % kRowCodes];
+  if (effect == kNotAsked) effect = effectOf(effects, signal, plate, row);
+  return effect;
+}
+
+char PreviousStates::effectOf(PlateEffects& effects, const TpSignal& signal,
+                              const PVBtimePlate& plate, const TpRow& row) const {
   int direction = kUndefinedDirection;
   const std::int32_t track = tpRowTrack(signal, plate, row, direction);
-  if (track == kNoTrack) return letter(signal);
-  PlateEffects& effects = effectsOf(plate);
+  if (track == kNoTrack) return kSameLetter;
   const char effect = trackEffect(effects, plate, track, tpRowLetter(signal, row));
   const bool mixed = effects.mixes[static_cast<std::size_t>(signal.index)];
   const bool expects = direction == OUTPUT || (mixed && direction == INPUT);
   if (expects && effect != kSameLetter && !dataDecide(tpRun.pmode)) return kUnknownLetter;
-  return effect == kSameLetter ? letter(signal) : effect;
+  return effect;
 }

@@ -45,6 +45,8 @@ class PreviousStates {
   char behind(const TpSignal& signal, const PVBtimePlate& plate, const TpRow& row);
 
  private:
+  static constexpr std::size_t kRowCodes = 16;
+
   // By the letter of the data, in the order of kDataLetters.
   struct TrackEffect {
     bool known = false;
@@ -54,8 +56,15 @@ class PreviousStates {
     std::vector<TrackEffect> tracks;
     // By signal: there are input and output tracks, and a row may use both.
     std::vector<bool> mixes;
+    // By signal and its code in the row; the codes that were asked for.
+    std::vector<std::array<char, kRowCodes>> ofCode;
   };
   PlateEffects& effectsOf(const PVBtimePlate& plate);
+  // What the row leaves the signal at, or that it leaves it.
+  char effectOf(PlateEffects& effects, const TpSignal& signal, const PVBtimePlate& plate,
+                const TpRow& row) const;
+  char effectOfCode(PlateEffects& effects, const TpSignal& signal, const PVBtimePlate& plate,
+                    const TpRow& row) const;
   char trackEffect(PlateEffects& effects, const PVBtimePlate& plate, std::int32_t track,
                    char value) const;
 

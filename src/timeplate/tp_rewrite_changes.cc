@@ -11,6 +11,7 @@ namespace {
 
 // Answers of a change; others are codes, `in` in the low half, and how they were shown.
 constexpr std::int16_t kForbidden = -1;
+constexpr std::int16_t kNotAsked = -2;
 constexpr int kWavesBit = 256;
 constexpr std::size_t kMostAnswers = 64;
 
@@ -115,6 +116,7 @@ RowChanges::RowChanges(const PVBtimePlate& owner, const PVBtimePlate& after, int
 void RowChanges::addChange(const TpSignal& signal, bool usesPrevious) {
   Change& change = changes_.emplace_back();
   change.signal = &signal;
+  change.answersOfCodes.fill(kNotAsked);
   change.byWaves = false;
   change.byRows = false;
   for (const int direction : kDirections) {
@@ -157,18 +159,26 @@ bool RowChanges::rewrite(TpRow& row, ShownBy way) {
 
 std::optional<RowChanges::Answer> RowChanges::answerFor(Change& change, TpRow& row) {
   const std::uint32_t key = keyOf(*change.signal, row, change.usesPrevious);
-  const auto known = std::find_if(change.answers.begin(), change.answers.end(),
-                                  [key](const auto& answer) { return answer.first == key; });
-  std::int16_t answer = kForbidden;
-  if (known != change.answers.end() && !change.signal->selects) {
-    answer = known->second;
-  } else {
-    answer = workOut(change, row);
-    if (change.answers.size() < kMostAnswers) change.answers.emplace_back(key, answer);
-  }
+  // Rows that hold selectors differ in more than the key says.
+  const std::int16_t answer =
+      change.signal->selects ? workOut(change, row) : knownOrWorkedOut(change, key, row);
   if (answer == kForbidden) return std::nullopt;
   return Answer{{answer & 15, answer >> 4 & 15},
                 (answer & kWavesBit) != 0 ? ShownBy::waves : ShownBy::rows};
+}
+
+std::int16_t RowChanges::knownOrWorkedOut(Change& change, std::uint32_t key, TpRow& row) {
+  if (key < kRowCodePairs) {
+    std::int16_t& answer = change.answersOfCodes[key];
+    if (answer == kNotAsked) answer = workOut(change, row);
+    return answer;
+  }
+  const auto known = std::find_if(change.answers.begin(), change.answers.end(),
+                                  [key](const auto& answer) { return answer.first == key; });
+  if (known != change.answers.end()) return known->second;
+  const std::int16_t answer = workOut(change, row);
+  if (change.answers.size() < kMostAnswers) change.answers.emplace_back(key, answer);
+  return answer;
 }
 
 std::int16_t RowChanges::workOut(const Change& change, TpRow& row) {

@@ -22,6 +22,8 @@ struct RowCodes {
 
   friend bool operator==(const RowCodes&, const RowCodes&) = default;
 };
+// Both codes are 4 bits.
+inline constexpr std::size_t kRowCodePairs = 256;
 RowCodes tpRowCodes(const TpSignal& signal, const TpRow& row);
 void tpSetRowCodes(const TpSignal& signal, TpRow& row, RowCodes codes);
 
@@ -73,7 +75,9 @@ class RowChanges {
     bool byRows;
     bool usesPrevious;
     bool sharesData;  // with other signals, so that they can't be changed
-    // By what a row's answer depends on; the first ones that were asked for.
+    // By the row's codes, where these are all that an answer depends on.
+    std::array<std::int16_t, kRowCodePairs> answersOfCodes;
+    // By what else it depends on; the first ones that were asked for.
     std::vector<std::pair<std::uint32_t, std::int16_t>> answers;
   };
   // What a row gets for a signal.
@@ -83,6 +87,7 @@ class RowChanges {
   };
 
   std::optional<Answer> answerFor(Change& change, TpRow& row);
+  std::int16_t knownOrWorkedOut(Change& change, std::uint32_t key, TpRow& row);
   std::int16_t workOut(const Change& change, TpRow& row);
   void addChange(const TpSignal& signal, bool usesPrevious);
   std::optional<RowCodes> search(const Change& change, TpRow& row);
