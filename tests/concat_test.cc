@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "support/operation_world.h"
 #include "support/pattern_model.h"
 
@@ -58,30 +56,6 @@ TEST_F(ConcatTest, PutsTheRowsBehindEachOtherAndMarksBothStretches) {
     EXPECT_EQ(sectionOf("dest", "timeplate "), sectionOf("A", "timeplate "));
     EXPECT_EQ(linesOf("dest", "signal "), linesOf("A", "signal "));
   }
-}
-
-TEST_F(ConcatTest, TakesRegionsAndReportsTheirBounds) {
-  build("A", smallChip().rows(steps("tp", {"10", "01", "11"})));
-  const Outcome outcome = runOperations(
-      "#% regionname pvbname start stop\n early A begin 10ns\n late ./A/ 14ns end\n"
-      "#% operation operand1 operand2 operand3\n concat late early dest\n");
-  expectDone(outcome);
-  EXPECT_THAT(
-      outcome.report,
-      HasSubstr(regionTable({{"late", "./A/", "14nS", "end"}, {"early", "A", "begin", "10nS"}})));
-  EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_4nS\" |01\n" + property(4, "A_PATTERN_BEGIN") +
-                                "  row \"tp\" |11\n" + property(4, "A_PATTERN_END") +
-                                "  row \"tp\" |10\n" + property(4, "A_PATTERN_BEGIN") +
-                                property(4, "A_PATTERN_END"));
-  EXPECT_EQ(linesOf("dest", "timeplate "),
-            "timeplate 0 \"tp_4nS\" period=6nS\ntimeplate 1 \"tp\" period=10nS\n");
-}
-
-TEST_F(ConcatTest, ADatabaseBehindItselfComesTwice) {
-  build("A", smallChip().rows(steps("tp", {"10", "01"})));
-  expectDone(runOperations("concat A A dest"));
-  EXPECT_EQ(linesOf("dest", "timeplate "), linesOf("A", "timeplate "));
-  EXPECT_EQ(modelOf(dump("dest")).cycles.size(), 4U);
 }
 
 TEST_F(ConcatTest, OneTimeplateForEachContent) {
@@ -248,8 +222,14 @@ TEST_F(ConcatTest, TheModeOfTheDestinationFollowsTheSourceThatUsesIt) {
                {{"a", uses ? "0pS P 4nS S" : "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
     return text.rows(steps("tp", {"10"}));
   };
-  const Modes table[] = {{1, 1, true, true, 1},  {2, 2, false, true, 2},  {1, 2, true, false, 1},
-                         {1, 2, false, true, 2}, {1, 2, false, false, 1}, {1, 2, true, true, 0}};
+  constexpr int kFlag = 0x40000000;  // carried from either source
+  const Modes table[] = {{1, 1, true, true, 1},
+                         {2, 2, false, true, 2},
+                         {1, 2, true, false, 1},
+                         {1, 2, false, true, 2},
+                         {1, 2, false, false, 1},
+                         {1, 2, true, true, 0},
+                         {1, kFlag | 1, true, true, kFlag | 1}};
   for (const Modes& row : table) {
     SCOPED_TRACE(testing::Message() << row.a << row.b << row.aUses << row.bUses);
     build("A", moded(row.a, row.aUses));
@@ -267,14 +247,6 @@ TEST_F(ConcatTest, TheModeOfTheDestinationFollowsTheSourceThatUsesIt) {
   }
 }
 
-TEST_F(ConcatTest, CarriesTheFlagOfEitherSource) {
-  const int flag = 0x40000000 | 1;
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  build("B", smallChip().mode(flag).rows(steps("tp", {"10"})));
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "timeplates "), "timeplates mode=" + std::to_string(flag) + "\n");
-}
-
 TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
   build("A", smallChip().rows(steps("tp", {"10"})));
   build("B", smallChip().rows(steps("tp", {"10"})));
@@ -285,9 +257,7 @@ TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
     std::string lines;
   };
   const Refused table[] = {
-      {"none B dest", "concat: PVB: (none) does not exist.\n"},
       {"A none dest", "concat: PVB: (none) does not exist.\n"},
-      {"broken B dest", "concat: Unable to open PVB: (broken)\n"},
       {"A broken dest", "concat: Unable to open PVB: (broken)\n"},
       // A path whose last component names a region means that region.
       {"A B ./A", "concat: Destination PVB (A) is the same as source PVB (A)\n"},
@@ -300,20 +270,6 @@ TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
     EXPECT_EQ(outcome.exitCode, 1) << operands;
     EXPECT_FALSE(exists("dest"));
   }
-}
-
-TEST_F(ConcatTest, RefusesRegionsWithoutRowsAndMultiplexedSignals) {
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  build("B", smallChip());
-  expectRefused(concatAB(),
-                "concatRegion: No pattern rows in source region of PVB (B).\n"
-                "concat: Detected internal error while concatenating PVB (B) to destination.\n" +
-                    std::string(kFailed));
-  build("B", smallChip().signal("m", "input", "mux").rows(steps("tp", {"10"})));
-  expectRefused(concatAB(),
-                "categorizeSignals: (1) multiplexed signal(s) found in PVB region (B), multiplexed "
-                "signals currently not supported.\n"
-                "Internal Error. Save input files and contact KORVANE representative.\n");
 }
 
 // --- Insert --------------------------------------------------------------------------
@@ -337,16 +293,6 @@ TEST_F(ConcatTest, InsertPutsTheRowsInFrontOfACopy) {
   EXPECT_EQ(linesOf("dest", "timeplate "), linesOf("B", "timeplate "));
   EXPECT_EQ(linesOf("dest", "label "), "label \"mine\" row=4 text=\"kept\"\n");
   EXPECT_EQ(directory().read("dest/pvb.pg"), directory().read("B/pvb.pg"));
-}
-
-TEST_F(ConcatTest, InsertKeepsStructuresOfBoth) {
-  const std::string rows =
-      "  loop x2\n    row \"tp\" x3 |01\n    loop x4\n      row \"tp\" |11\n    end\n  end\n"
-      "  call \"sub\" x2\n";
-  build("A", smallChip().rows(rows).subroutine("sub", steps("tp", {"10"})));
-  build("B", smallChip().rows("  row \"tp\" |00\n" + rows).subroutine("sub", steps("tp", {"10"})));
-  expectDone(insertAB({"DestinationPVB=dest"}));
-  EXPECT_EQ(rowsOf("dest"), "rows main\n" + rows + "  row \"tp\" |00\n" + rows);
 }
 
 TEST_F(ConcatTest, InsertNeedsADestinationOfItsOwn) {

@@ -14,8 +14,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr char kSplit[] = "\n\nTotal run time";
 constexpr char kCopied[] = "Copying source PVB (A) to destination PVB (dest)\n";

@@ -126,23 +126,6 @@ TEST(RowTransferBits, CharactersGoByHalves) {
   }
 }
 
-TEST(RowProperties, ValuesKeepTheirOrderAndKindsRunAgainstThem) {
-  RegionDatabase a("first");
-  RegionDatabase b("second");
-  RegionDatabase dest("dest");
-  const RowHandle row1 = newRow(a);
-  const RowHandle row2 = newRow(b);
-  give(a, *row1, {{1, "x"}, {2, "y"}, {3, "z"}});
-  give(b, *row2, {{4, "v"}, {5, "w"}});
-  const RowHandle copy = newRow(dest);
-  copyRowProperties(*copy, *row1, dest.handle(), a.handle());
-  EXPECT_EQ(propertiesOf(dest, *copy), (Properties{{3, "x"}, {2, "y"}, {1, "z"}}));
-  const RowHandle merged = newRow(dest);
-  mergeRowProperties(*merged, dest.handle(), *row1, a.handle(), *row2, b.handle());
-  EXPECT_EQ(propertiesOf(dest, *merged),
-            (Properties{{5, "v"}, {4, "w"}, {3, "x"}, {2, "y"}, {1, "z"}}));
-}
-
 TEST(RowProperties, EmptyListsAreNotCarriedAndLongOnesAreWhole) {
   RegionDatabase src("src");
   RegionDatabase dest("dest");
