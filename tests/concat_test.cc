@@ -58,29 +58,6 @@ TEST_F(ConcatTest, PutsTheRowsBehindEachOtherAndMarksBothStretches) {
   }
 }
 
-TEST_F(ConcatTest, OneTimeplateForEachContent) {
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  // The same name with other timing, the same timing with another name, both.
-  DatabaseText other;
-  other.signal("a", "input").signal("y", "output");
-  other.plate("tp", "20nS", {{"a", "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.plate("twin", "10nS", {{"a", "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.plate("tp_1", "10nS", {{"a", "0pS D 5nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.rows(steps("tp", {"01"}) + steps("twin", {"11"}) + steps("tp_1", {"00"}));
-  build("B", other);
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "timeplate "),
-            "timeplate 0 \"tp\" period=10nS\ntimeplate 1 \"tp_1\" period=20nS\n"
-            "timeplate 2 \"tp_1_1\" period=10nS\n");
-  EXPECT_EQ(linesOf("dest", "  row "),
-            "  row \"tp\" |10\n  row \"tp_1\" |01\n  row \"tp\" |11\n  row \"tp_1_1\" |00\n");
-  EXPECT_THAT(concatAB({"TPGenLimit=2"}).err,
-              HasSubstr("Number of generated timeplates (3) exceeds limit (2)\n"
-                        "concat: Detected internal error while concatenating PVB (B) to "
-                        "destination.\n" +
-                        std::string(kFailed)));
-}
-
 TEST_F(ConcatTest, SignalsMeetByNameWhateverTheirOrder) {
   build("A", smallChip().rows(steps("tp", {"1X"})));
   DatabaseText turned;
@@ -124,23 +101,6 @@ TEST_F(ConcatTest, SubroutinesOfOneNameAreThoseOfTheFirstSource) {
   expectDone(concatAB());
   EXPECT_EQ(linesOf("dest", "  call "), "  call \"sub\"\n  call \"sub\" x2\n");
   EXPECT_EQ(sectionOf("dest", "rows 0"), "rows 0\n  row \"tp\" |10\n");
-}
-
-TEST_F(ConcatTest, CopiesScanChainsRunsAndVectors) {
-  const auto scanned = [](const std::string& vector, const std::string& cells) {
-    DatabaseText text = smallChip();
-    text.signalRecords(
-        "signal 9:1 \"chain\" type=chain\n  members 5:1 5:2 5:3\n  ate-pins 1 2\n"
-        "signal 5:1 \"c1\" type=cell\nsignal 5:2 \"c2\" type=cell\nsignal 5:3 \"c3\" type=cell\n");
-    text.beforeRows("vector \"" + vector + "\" value=0\n  cells |" + cells + "\n");
-    return text.rows("  scan \"tp\" x3 |10\n    run in 9:1 \"" + vector + "\"\n");
-  };
-  build("A", scanned("load", "X011"));
-  build("B", scanned("check", "X1ZX"));
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "    run "), "    run in 9:1 \"load\"\n    run in 9:1 \"check\"\n");
-  EXPECT_EQ(sectionOf("dest", "vector \"load\""), "vector \"load\"\n  cells |X011\n");
-  EXPECT_THAT(linesOf("dest", "signal 9:"), StartsWith("signal 9:1 \"chain\" type=chain"));
 }
 
 TEST_F(ConcatTest, FormsBusesAndTellsWhichItCannot) {

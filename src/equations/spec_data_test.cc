@@ -63,14 +63,6 @@ TEST_F(SpecFile, ComesBackAsItWas) {
   EXPECT_EQ(sheet.sets[0].items.at(1).minimum.text, std::nullopt);
 }
 
-TEST_F(SpecFile, OfANewDatabaseHasOneSheet) {
-  const auto data = ssOpen(directory());
-  ASSERT_TRUE(data);
-  EXPECT_FALSE(ssExists(directory()));
-  EXPECT_EQ(ssSave(*data, directory()), 0);
-  EXPECT_EQ(read(), "SDB 1\nsheet \"Sheet1\" selected\n  set \"Set1\" selected\nend\n");
-}
-
 // Blanks, comments, line ends and what is usual may be written in other ways.
 TEST_F(SpecFile, IsWrittenInOneForm) {
   EXPECT_EQ(reread("# by hand\r\n\n SDB 1 \r\nsheet \"a\"\n# more\nvariable\t\"\" any \"\"\nset "
