@@ -69,8 +69,8 @@ TEST_F(EquationOperations, TheDestinationGetsTheSheetsOfBoth) {
   };
   const Sources table[] = {
       {"", "", ""},
-      {kSpeed, "", equations(kSpeed)},
-      {"", kSpeed, equations(kSpeed)},
+      {"sheet \"empty\"\n", kSpeed, equations(kSpeed)},
+      {kSpeed, "sheet \"empty\"\n", equations(kSpeed)},
       {kSpeed, kSpeed, equations(kSpeed)},
   };
   for (const Sources& row : table) {
@@ -79,18 +79,6 @@ TEST_F(EquationOperations, TheDestinationGetsTheSheetsOfBoth) {
     buildWith(row.a, row.b);
     for (const Outcome& outcome : runAll()) expectDone(outcome);
     for (const std::string& sheets : sheets_) EXPECT_EQ(sheets, row.dest);
-  }
-}
-
-TEST_F(EquationOperations, DifferentSheetsStandBehindEachOther) {
-  buildWith(kSpeed, kLevels);
-  for (const char* operation : {"merge A B dest", "concat A B dest"}) {
-    expectDone(runOperations(operation));
-    const std::string sheets = sheetsOfDest();
-    EXPECT_LT(sheets.find("sheet \"speed\""), sheets.find("sheet \"levels\""));
-    EXPECT_THAT(sheets, HasSubstr("    value \"rate\" expr=\"50MHz\" measured=2:\"late\"\n"));
-    EXPECT_THAT(sheets, HasSubstr("  variable \"vdd\" voltage \"3.3V\"\n"));
-    EXPECT_EQ(sheets.find("Sheet1"), std::string::npos);
   }
 }
 

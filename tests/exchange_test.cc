@@ -92,16 +92,4 @@ TEST_F(ExchangeTest, ImportedPatternsAreConcatenatedAndMerged) {
   expectSame("destChip", "C");
 }
 
-TEST_F(ExchangeTest, LoopsAreConcatenatedButNotMerged) {
-  importExample("M", "memory.stil");
-  importExample("R", "bus.stil", {"--exec", "readback"});
-  importExample("W", "bus.stil", {"--exec", "walking"});
-  expectDone(runOperations("concat R W dest"));
-  expectSame("R", "dest", {"--b-to", "30300ns"});
-  expectSame("W", "dest", {"--b-from", "30300ns"});
-  const Outcome refused = runOperations("merge M R dest2");
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_THAT(refused.err, HasSubstr("main: Merge operation failed.\n"));
-}
-
 }  // namespace

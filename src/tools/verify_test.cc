@@ -91,14 +91,10 @@ TEST_F(VerifyTest, FindsNothingInASoundDatabase) { EXPECT_THAT(findings(), IsEmp
 
 // Such calls stand for no time.
 TEST_F(VerifyTest, TakesSubroutinesThatCallThemselves) {
-  ASSERT_TRUE(
-      directory_.build("pvb-dump 1\ndatabase version=501 row-width=8\n"
-                       "timeplate 0 \"tp\" period=1nS\nsubroutine 0 \"a\"\n"
-                       "subroutine 1 \"b\"\nrows main\n  call \"a\" x3\n  loop x2\n"
-                       "    call \"b\"\n  end\nrows 0\n  row \"tp\"\n"
-                       "  call \"b\" x2\nrows 1\n  row \"tp\" x7\n  call \"a\"\ndone\n",
-                       "circle"))
-      << directory_.firstMessage();
+  DatabaseText text = smallChip().rows("  call \"a\" x3\n  loop x2\n    call \"b\"\n  end\n");
+  text.subroutine("a", "  row \"tp\"\n  call \"b\" x2\n");
+  text.subroutine("b", "  row \"tp\" x7\n  call \"a\"\n");
+  ASSERT_TRUE(directory_.build(text.text(), "circle")) << directory_.firstMessage();
   const VerifyCounts counts = verifyDatabase(
       directory_.path("circle"), [](const Message& message) { ADD_FAILURE() << message.text; });
   EXPECT_EQ(counts.faults, 0);
