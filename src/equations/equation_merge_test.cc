@@ -93,7 +93,7 @@ TEST_F(EquationMerge, KnowsWhichSheetsAreIdentical) {
       {sheet("s", "v", "min=0"), sheet("s", "v", "min=-0"), true},
       {sheet("s", "v", "max=nan"), sheet("s", "v", "max=nan"), false},
       {sheet("s", "v", "max=2:none"), sheet("s", "v", "max=2:none"), true},
-      {sheet("s", "v", "max=2:none"), sheet("s", "v", "max=2:\"\""), false},
+      {sheet("s", "v", "measured=2:none"), sheet("s", "v", "measured=2:\"\""), false},
       {sheet("s", "v", "expr=\"\""), sheet("s", "v", ""), false},
       {variable, variable + "  set \"a\"\n", false},
       {variable, "sheet \"s\"\n  variable \"v\" any \"2\"\n", false},

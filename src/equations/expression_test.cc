@@ -85,6 +85,7 @@ TEST(Expressions, HaveTheseValuesAndErrors) {
       {"floor(tck, 3nS) + ceil(tck, 3nS) + round(tck, 3nS)", "30nS"},
       {"mod(tck, 3nS)", "1nS"},
       {"sqrt(4nS * 1nS)", "2nS"},
+      {"sqrt(2) - sqrt(2)", "0"},
       {"pow(2, 10) + pow(4, 0.5)", "1026"},
       {"pow(tck, -1)", "100MHz"},
       {"zero + 5nS", "5nS"},
