@@ -14,7 +14,6 @@
 
 namespace {
 
-using testing::HasSubstr;
 using testing::StartsWith;
 
 std::string contentOf(const std::string& path) {

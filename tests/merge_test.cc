@@ -266,7 +266,7 @@ TEST_F(MergeTest, RefusesStructures) {
   }
 }
 
-TEST_F(MergeTest, ModesMustFit) {
+TEST_F(MergeTest, ModesAndMultiplexedSignalsMustFit) {
   const auto previous = [](const std::string& signal, int mode) {
     DatabaseText text;
     text.mode(mode).signal(signal, "input");
@@ -279,6 +279,10 @@ TEST_F(MergeTest, ModesMustFit) {
   build("B", chip("b", "y", "tb", "20nS").mode(2).rows(steps("tb", {"10"})));
   expectDone(mergeAB());
   EXPECT_EQ(linesOf("dest", "timeplates "), "timeplates mode=1\n");
+  build("B", chip("b", "y", "tb", "20nS").signal("m", "input", "mux").rows(steps("tb", {"10"})));
+  expectRefused(mergeAB(),
+                "categorizeSignals: (1) multiplexed signal(s) found in PVB region (B), multiplexed "
+                "signals currently not supported.\n");
 }
 
 TEST_F(MergeTest, RefusesWhatItCannotOpenOrOverwrite) {

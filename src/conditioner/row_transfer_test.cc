@@ -68,6 +68,26 @@ TEST(RowTransferBits, CharactersGoByHalves) {
   }
 }
 
+TEST(RowTransferBits, ColumnsOfAListGoOneByOne) {
+  RegionDatabase src("src", true);
+  RegionDatabase dest("dest", true);
+  dest.add("other");
+  for (const RegionDatabase* in : {&src, &dest}) {
+    in->add("c");
+    ASSERT_EQ(PVBsignalAllocBits(in->handle(), in->named("c"), 3), 0);
+  }
+  const RowHandle source = newRow(src);
+  const RowHandle copy = newRow(dest);
+  const auto column = [](const RegionDatabase& in, std::size_t bit) {
+    return static_cast<std::uint32_t>(in.named("c").bitTracks.at(bit));
+  };
+  for (int bit : {0, 1, 2}) setRowCode(source->states(), column(src, std::size_t(bit)), bit + 1);
+  copyRowStates(*copy, *source,
+                buildScalarPairs(signalTableOf(src.region), src.region, dest.region));
+  for (int bit : {0, 1, 2})
+    EXPECT_EQ(rowCode(copy->states(), column(dest, std::size_t(bit))), bit + 1);
+}
+
 TEST(RowProperties, EmptyListsAreNotCarriedAndLongOnesAreWhole) {
   RegionDatabase src("src");
   RegionDatabase dest("dest");

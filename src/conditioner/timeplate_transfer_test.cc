@@ -97,6 +97,24 @@ class TimePlateTransfer : public testing::Test {
   SignalTable table_;
 };
 
+TEST_F(TimePlateTransfer, ExpandsBusesAndGroupsInMemoryOnly) {
+  auto bus = PVBsignalNew();
+  bus->name = "d";
+  bus->type = MEM_BUS;
+  bus->direction = INPUT;
+  bus->leftIndex = 1;
+  bus->rightIndex = 0;
+  const PVBid id = PVBsignalAdd(source_.handle(), std::move(bus));
+  const PVBidList bits = PVBsignalInqByID(source_.handle(), id)->members;
+  PVBtimePlateInsert(source_.handle(), plateOf({{INPUT, {1}, "S"}, {INPUT, {id}, "P"}}));
+  source_.slot().timePlates->changed = false;
+  expandTimePlates(source_.handle());
+  const PVBtimePlate& plate = *PVBtimePlateInqByID(source_.handle(), 0);
+  EXPECT_THAT(slotsOf(plate), ElementsAre(Slot{INPUT, {1}, "S"}, Slot{INPUT, bits, "P"}));
+  EXPECT_NE(PVBsignalTracks(plate, bits[0]), nullptr);
+  EXPECT_FALSE(source_.slot().timePlates->changed);
+}
+
 TEST_F(TimePlateTransfer, BidirectionalSignalsGetASlotForEachOfTheSource) {
   const Slot in = {INPUT, {1}, "D"};
   const Slot out = {OUTPUT, {2}, "X"};

@@ -187,6 +187,14 @@ done
 )");
 }
 
+TEST_F(PatternWriterTest, GroupsHoldTheirSignals) {
+  const std::vector<std::uint32_t> members = {kOut, kIn};
+  EXPECT_TRUE(writer_->addGroup("g", members));
+  EXPECT_FALSE(writer_->addGroup("g", members));
+  EXPECT_FALSE(writer_->addGroup("a", members));
+  EXPECT_THAT(result(), HasSubstr("\"g\" type=group\n  members 3 2\n"));
+}
+
 TEST_F(PatternWriterTest, WhatADatabaseCanNotHoldIsTold) {
   struct Case {
     std::string failure;

@@ -89,6 +89,22 @@ TEST_F(StilNamesTest, TellsWhatIsWrong) {
   for (const auto& [text, told] : cases) EXPECT_EQ(found(text), told) << text;
 }
 
+TEST_F(StilNamesTest, AttributesAreThoseOfTheGroupOrTheSignal) {
+  model_.signals[0].attributes.scanIn = 3;
+  group("g", "a + b");
+  model_.groups[0].attributes.scanIn = 5;
+  StilNames names(model_, {});
+  std::string problem;
+  StilReference reference;
+  reference.text = "a";
+  EXPECT_EQ(names.find(reference, problem)->attributes->scanIn, 3U);
+  reference.text = "g";
+  reference.number = 1;
+  EXPECT_EQ(names.find(reference, problem)->attributes->scanIn, 5U);
+  EXPECT_EQ(names.signal("c"), 2);
+  EXPECT_EQ(names.signal("g"), -1);
+}
+
 TEST_F(StilNamesTest, BoundsDepthAndWork) {
   group("g0", "a");
   for (int i = 1; i < 100; ++i) group(fmt::format("g{}", i), fmt::format("g{}", i - 1));

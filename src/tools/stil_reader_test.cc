@@ -161,6 +161,26 @@ TEST(StilReader, ReadsTimingAndItsValues) {
   EXPECT_EQ(reading.model().selectors.at(0).entries.at(1).second, StilSelected::meas);
 }
 
+TEST(StilReader, ReadsBurstsExecsAndRoutines) {
+  Reading reading(
+      "PatternBurst b { SignalGroups g; PatList { p; \"q r\" { MacroDefs m; Procedures n; } }\n"
+      " ParallelPatList LockStep { s; } }\n"
+      "PatternExec { Timing t; Category c; Selector l; PatternBurst b; }\n"
+      "Procedures d { \"load\" { W w; C { a=0; } Shift { V { a=#; } } } }\n"
+      "MacroDefs { m { Ann {* x *} V { g=%; } } }");
+  ASSERT_TRUE(reading.good);
+  EXPECT_THAT(reading.told, IsEmpty());
+  const StilBurst& burst = reading.model().bursts.at(0);
+  ASSERT_EQ(burst.entries.size(), 3U);
+  EXPECT_THAT(burst.domains.signalGroups, ElementsAre("g"));
+  EXPECT_EQ(burst.entries[1].name, "q r");
+  EXPECT_THAT(burst.entries[1].domains.procedures, ElementsAre("n"));
+  EXPECT_EQ(reading.model().execs.at(0).timing, "t");
+  EXPECT_EQ(reading.model().procedures.at(0).domain, "d");
+  EXPECT_EQ(described(reading.model().procedures[0].body), "W w C a=0 Shift ( V a=# ) ");
+  EXPECT_EQ(described(reading.model().macros.at(0).body), "Ann  x  V g=% ");
+}
+
 TEST(StilReader, ReadsTheStatementsOfPatterns) {
   EXPECT_THAT(
       statementsOf("l: W w; \"a b\": V { a=01; 'b + c'=1; } V { } ; Vector { Bus[0..3]=\n01\n10; }"

@@ -149,6 +149,36 @@ TEST(StilScanner, RefusesTokensWithoutBound) {
   EXPECT_EQ(bad.message().substr(0, 8), "1:3 703 ");
 }
 
+class FailingSource : public ByteSource {
+ public:
+  std::ptrdiff_t read(char* to, std::size_t /*size*/) override {
+    if (given_) return -1;
+    given_ = true;
+    std::string_view("a {\nb").copy(to, 5);
+    return 5;
+  }
+  bool seek(std::uint64_t /*offset*/) override { return false; }
+  std::int64_t size() const override { return -1; }
+  std::int64_t consumed() const override { return -1; }
+  FailingSource() { reason_ = "the disk is gone"; }
+
+ private:
+  bool given_ = false;
+};
+
+TEST(StilScanner, TellsWhatTheSourceSays) {
+  for (const bool skip : {false, true}) {
+    std::vector<std::string> told;
+    StilScanner scanner(std::make_unique<FailingSource>(), [&](const Message& message) {
+      told.push_back(fmt::format("{} {}", message.line, message.text));
+    });
+    scanner.next();
+    scanner.next();
+    EXPECT_TRUE(skip ? !scanner.skipBlock() : scanner.next().kind == StilTokenKind::end);
+    EXPECT_THAT(told, ElementsAre("2 the text can't be read: the disk is gone"));
+  }
+}
+
 // --- Laws ----------------------------------------------------------------------------
 
 // What has a meaning of its own next to some of its neighbours.
