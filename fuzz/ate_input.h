@@ -4,31 +4,27 @@
 // where the system has one, and what holds of tables that were read.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/errors.h"
 #include "base/platform.h"
+#include "require.h"
 #include "timeplate/ate.h"
 #include "timeplate/tp_settings.h"
 
-inline void check(bool holds) {
-  if (!holds) std::abort();
-}
-
 inline void writeInput(const std::string& path, std::string_view text) {
   StreamPtr file = openStream(path, "w");
-  check(file != nullptr);
+  require(file != nullptr);
   std::fwrite(text.data(), 1, text.size(), file.get());
-  check(closeStream(std::move(file)) == 0);
+  require(closeStream(std::move(file)) == 0);
 }
 
 inline void readParameters(const std::vector<std::string>& texts) {
   std::vector<const char*> arguments;
   for (const std::string& text : texts) arguments.push_back(text.c_str());
-  check(tpReadSettings(arguments) == 0);
+  require(tpReadSettings(arguments) == 0);
 }
 
 // Each shape offered is one of its table's, and the walk ends.
@@ -38,16 +34,16 @@ inline void checkWalk(int table, PVBid signal) {
   for (const Wave* shape = ateFirstShape(walk, table, signal); shape != nullptr;
        shape = ateNextShape(walk)) {
     ++offered;
-    check(!shape->states.empty() && shape->states.size() == shape->times.size());
-    check(tpShapeSimple(shape->states) == (table == kSimpleShapes) || table == kMuxShapes);
+    require(!shape->states.empty() && shape->states.size() == shape->times.size());
+    require(tpShapeSimple(shape->states) == (table == kSimpleShapes) || table == kMuxShapes);
     const int id = ateShapeId(table, shape->states);
-    check(id >= 0 && id < ateShapeCount(table));
+    require(id >= 0 && id < ateShapeCount(table));
     const Wave* forced = ateForcedMap(shape->states, signal);
-    check(forced == nullptr || (table == kSimpleShapes) || table == kMuxShapes);
-    check(forced == nullptr || ateShapeId(kComplexShapes, forced->states) >= 0);
+    require(forced == nullptr || (table == kSimpleShapes) || table == kMuxShapes);
+    require(forced == nullptr || ateShapeId(kComplexShapes, forced->states) >= 0);
   }
-  check(ateNextShape(walk) == nullptr);
-  check(table == kComplexShapes || offered == ateShapeCount(table));
+  require(ateNextShape(walk) == nullptr);
+  require(table == kComplexShapes || offered == ateShapeCount(table));
 }
 
 inline void forgetErrors() {

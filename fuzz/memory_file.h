@@ -5,17 +5,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 #include <string_view>
+
+#include "require.h"
 
 class MemoryFile {
  public:
   explicit MemoryFile(std::string_view content) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
     const auto size = static_cast<ssize_t>(content.size());
-    if (descriptor_ < 0 || ::write(descriptor_, content.data(), content.size()) != size) {
-      std::abort();
-    }
+    require(descriptor_ >= 0 && ::write(descriptor_, content.data(), content.size()) == size);
   }
   ~MemoryFile() { ::close(descriptor_); }
   MemoryFile(const MemoryFile&) = delete;
@@ -26,7 +25,3 @@ class MemoryFile {
  private:
   int descriptor_;
 };
-
-inline void require(bool holds) {
-  if (!holds) std::abort();
-}

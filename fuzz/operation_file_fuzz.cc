@@ -1,40 +1,24 @@
 // The whole road of an operation file: rows into regions, lists and the queue.
 
 #include <strings.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "base/errors.h"
-#include "base/platform.h"
 #include "base/srf.h"
 #include "conditioner/op_file.h"
 #include "conditioner/run.h"
+#include "memory_file.h"
 
 namespace {
-
-// A file in memory where the system has one, made once for the process.
-const std::string& inputPath() {
-  static const std::string path = (directoryExists("/dev/shm") ? "/dev/shm/" : "/tmp/") +
-                                  std::string("operation_file_fuzz.") + std::to_string(getpid());
-  return path;
-}
-
-void writeInput(const std::uint8_t* data, std::size_t size) {
-  StreamPtr file = openStream(inputPath(), "w");
-  std::fwrite(data, 1, size, file.get());
-  if (closeStream(std::move(file)) != 0) std::abort();
-}
 
 // A queued operation is one of the file's words with at least one operand.
 void checkQueue() {
   for (const OpSpec& op : run.opList) {
     const auto kind = static_cast<std::size_t>(op.type);
-    if (kind >= operations().size() || operations()[kind].fileName == nullptr) std::abort();
-    if (op.src1 == nullptr && op.src2 == nullptr && op.type != kOpAddCompression) std::abort();
+    require(kind < operations().size() && operations()[kind].fileName != nullptr);
+    require(op.src1 != nullptr || op.src2 != nullptr || op.type == kOpAddCompression);
   }
 }
 
@@ -50,9 +34,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::size_t at = 0; at + 10 <= text.size(); ++at) {
     if (isAddSigName(text.substr(at, 10))) return -1;
   }
-  writeInput(data, size);
+  const MemoryFile file(text);
   run = Run();
-  readOperationFile(inputPath(), {"", "AUTO_INDEX", "1", "tp", "", ""});
+  readOperationFile(file.path(), {"", "AUTO_INDEX", "1", "tp", "", ""});
   checkQueue();
   PBerrClear();
   PBdiscardErrors();

@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     readParameters({"ATEFamily=other", "Pmode=ims", "ShapeFile=" + inputPath(), "TmpPrefix=."});
     return true;
   }();
-  check(ready);
+  require(ready);
   writeInput(inputPath(), {reinterpret_cast<const char*>(data), size});
   if (ateInit() == 0) {
     for (const int table : {kSimpleShapes, kComplexShapes, kMuxShapes}) checkWalk(table, UNDEF);

@@ -25,12 +25,12 @@ void addSignal(int database, const char* name, std::int32_t type) {
     signal->leftIndex = 3;
     signal->rightIndex = 0;
   }
-  check(PVBsignalAdd(database, std::move(signal)) >= 0);
+  require(PVBsignalAdd(database, std::move(signal)) >= 0);
 }
 
 int openDatabase() {
   const int database = PVBopen(directory().path("db"), true, 32, 4, kSectionSignals);
-  check(database >= 0);
+  require(database >= 0);
   for (const char* name : {"a", "b", "clk"}) addSignal(database, name, MEM_SIGNAL);
   addSignal(database, "bus", MEM_BUS);
   return database;
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       checkWalk(kComplexShapes, id);
       checkWalk(kSimpleShapes, id);
     }
-    check(!bound || !ateNoMapping("nosuch"));
+    require(!bound || !ateNoMapping("nosuch"));
   }
   ateBindSignals(-1);
   forgetErrors();

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "base/errors.h"
 #include "base/platform.h"
 #include "base/srf.h"
+#include "require.h"
 
 namespace {
 
@@ -25,47 +25,43 @@ constexpr std::string_view kColumns[] = {
 
 using Row = std::vector<std::pair<std::string, std::string>>;
 
-void check(bool holds) {
-  if (!holds) std::abort();
-}
-
 std::vector<Row> collect(std::string_view text, bool& sound) {
   std::vector<Row> rows;
   const auto hook = [&](const SRFtuple& row) {
     std::uint32_t mask = 0;
     Row& copy = rows.emplace_back();
     for (const SRFitem& item : row.items) {
-      check(SRF_get(row, item.keyword) == item.value);
+      require(SRF_get(row, item.keyword) == item.value);
       copy.emplace_back(item.keyword, item.value);
       mask |= item.attribute;
     }
-    check(mask == row.mask && mask != 0);
+    require(mask == row.mask && mask != 0);
     return true;
   };
   SRF_setRowHook(hook);
   sound = SRF_parseBuffer(text, "fuzz", {});
   int failed = 0;
   while (const auto message = SRF_nextMessage()) {
-    check(message->ends_with('\n') && message->find('\n') == message->size() - 1);
+    require(message->ends_with('\n') && message->find('\n') == message->size() - 1);
     ++failed;
   }
-  check(failed == 0 || !sound);
+  require(failed == 0 || !sound);
   return rows;
 }
 
 // What the writer refuses (values too long) is taken out of `rows`.
 std::string write(std::vector<Row>& rows) {
   static const std::string path = "/tmp/srf_fuzz." + std::to_string(getpid());
-  check(SRF_openSrf(path));
+  require(SRF_openSrf(path));
   std::erase_if(rows, [](const Row& row) {
     SRFtuple tuple;
-    for (const auto& [keyword, value] : row) check(SRF_set(tuple, keyword, value));
+    for (const auto& [keyword, value] : row) require(SRF_set(tuple, keyword, value));
     return !SRF_putTpl(tuple);
   });
-  check(SRF_closeSrf());
+  require(SRF_closeSrf());
   std::string text;
   const StreamPtr stream = openStream(path, "r");
-  check(stream != nullptr);
+  require(stream != nullptr);
   for (int c = std::fgetc(stream.get()); c != EOF; c = std::fgetc(stream.get())) {
     text += static_cast<char>(c);
   }
@@ -81,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SRF_resetModes();
   SRF_setKeywords(kColumns);
   SRF_setNoteHook([](std::string_view note) {
-    check(note.ends_with('\n'));
+    require(note.ends_with('\n'));
     return false;
   });
   SRF_setRawEscapes(raw);
@@ -91,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (raw || rows.empty()) return 0;
   const std::string written = write(rows);
   const std::vector<Row> again = collect(written, sound);
-  check(sound && again == rows);
+  require(sound && again == rows);
   PBdiscardErrors();
   return 0;
 }

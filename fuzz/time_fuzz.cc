@@ -5,16 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 
 #include "base/errors.h"
 #include "base/time.h"
+#include "require.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void checkTime(std::string_view text) {
   TIME time = TIME_MAX;

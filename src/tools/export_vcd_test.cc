@@ -56,7 +56,6 @@ class VcdExportTest : public testing::Test {
     });
     return exportVcd(database.handle(), options, out, keep()) ? text : "failed: " + message_;
   }
-  const DumpDirectory& directory() const { return directory_; }
 
  private:
   MessageSink keep() {

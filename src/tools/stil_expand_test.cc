@@ -166,12 +166,6 @@ TEST_F(StilExpandTest, BeyondTheMostVariantsRowsStandInPlace) {
   EXPECT_EQ(counts_.rows, 2 * StilExpand::kMostVariants + 1);
 }
 
-TEST_F(StilExpandTest, MacrosLeaveTheirStatesAndProceduresDont) {
-  const std::string body = "m { W t; C { y = L; } V { a = #; } V { a = #; b = %; } V { b = %; } }";
-  EXPECT_THAT(rows("MacroDefs {" + body + "}", "Macro m { a = 10; b = 1; } V { }"),
-              ElementsAre("1000", "0100", "0100", "0100"));
-}
-
 TEST_F(StilExpandTest, PatternsOfABurstFollowEachOther) {
   EXPECT_THAT(rows("PatternBurst b { PatList { p; q; p; } } PatternExec { PatternBurst b; } "
                    "Pattern q { W t; C { all = 11H1; } l: V { } Stop; V { } }",
@@ -196,17 +190,6 @@ TEST_F(StilExpandTest, AFirstPassThatDiffersStandsInFront) {
   EXPECT_THAT(rows("C { io = H; } Loop 2 { V { } Loop 2 { V { a = 1; } V { y = L; } } }"),
               ElementsAre("00X-1", "10X-1", "100-1", "100-1", "100-1", "100-1", "loop x2", "100-1",
                           "100-1", "end"));
-}
-
-TEST_F(StilExpandTest, FlatImportsAreTheSameCycles) {
-  const std::string blocks = "Procedures { s { V { a = 1; } } }";
-  const std::string statements = "Loop 3 { Call s; V { } } Loop 2 { V { b = 1; } }";
-  ImportOptions flat;
-  flat.flat = true;
-  EXPECT_THAT(rows(blocks, statements, flat),
-              ElementsAre("10X0", "00X0", "10X0", "00X0", "10X0", "00X0", "01X0", "01X0"));
-  rows(blocks, statements);
-  EXPECT_EQ(counts_.cycles, 8U);
 }
 
 // --- Data ----------------------------------------------------------------------------

@@ -218,19 +218,6 @@ TEST(StilReader, WritesDataOut) {
   }
 }
 
-TEST(StilReader, GivesEqualReferencesOneNumber) {
-  Reading reading("Pattern p { V { a=0; 'a'=1; b=0; a=1; } }");
-  StilStatement statement;
-  ASSERT_TRUE(reading.reader.beginPattern(reading.model().patterns.at(0)));
-  ASSERT_TRUE(reading.reader.nextStatement(statement));
-  const auto& list = statement.assignments;
-  EXPECT_EQ(list[0].signals.number, list[3].signals.number);
-  EXPECT_NE(list[0].signals.number, list[1].signals.number);
-  EXPECT_NE(list[0].signals.number, list[2].signals.number);
-  EXPECT_EQ(reading.reader.referenceNumber("b", false), list[2].signals.number);
-  EXPECT_EQ(reading.model().references, 3U);
-}
-
 TEST(StilReader, WarnsOnceOfWhatItPassesOver) {
   Reading reading(
       "UserKeywords mine;\nmine x { { } }\nmine;\nEnvironment e { }\nOdd \"x\" { y; }\n"

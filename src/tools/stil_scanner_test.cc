@@ -7,7 +7,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // A scanner over a text with all that it told.
 struct Scan {

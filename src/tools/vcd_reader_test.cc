@@ -73,21 +73,6 @@ VcdHeader headOf(const std::string& text) {
   return reader.header();
 }
 
-TEST(VcdReader, ReadsDefinitions) {
-  const VcdHeader head = headOf(kHead);
-  EXPECT_EQ(head.stepFemtoseconds, 10000U);
-  ASSERT_EQ(head.vars.size(), 5U);
-  EXPECT_EQ(head.vars[1].name, "bus");
-  EXPECT_EQ(head.vars[1].left, 7);
-  EXPECT_EQ(head.vars[2].kind, VcdKind::real);
-  EXPECT_EQ(head.vars[4].width, 2U);
-  EXPECT_EQ(head.vars[4].right, 2);
-  EXPECT_TRUE(head.hasPorts);
-  std::string path;
-  vcdScopePath(head, head.vars[1].scope, path);
-  EXPECT_EQ(path, "top");
-}
-
 TEST(VcdReader, SplitsRangesOffNames) {
   struct Row {
     const char* words;
