@@ -62,20 +62,10 @@ bool equalTracks(const PVBtrack& a, const PVBtrack& b) {
   return true;
 }
 
-bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
-  if (!tpSettings.tpoCheckEquations) return true;
-  const std::size_t edges = std::min(a.eventExprs.size(), b.eventExprs.size());
-  for (std::size_t edge = 0; edge < edges; ++edge) {
-    if (a.eventExprs[edge] && b.eventExprs[edge] && a.eventExprs[edge] != b.eventExprs[edge]) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool unselected(const PVBtrack& track) { return tpSameOutsideWaves(track, PVBtrack()); }
 
-bool identicalEverywhere(const PlateView& first, const PlateView& second, const TpSignal& signal) {
+// Of the directions in which both have a track.
+bool identicalTracks(const PlateView& first, const PlateView& second, const TpSignal& signal) {
   for (int d = 0; d < 3; ++d) {
     const PVBtrack* a = tpTrack(*first.plate, trackIn(first, signal, d));
     const PVBtrack* b = tpTrack(*second.plate, trackIn(second, signal, d));
@@ -142,7 +132,7 @@ Verdict takeOver(const TrackPair& pair, const PlateView& owner, const PlateView&
       (pair.direction == 2 || bidirectionalTrack(other, pair.signal) != nullptr)) {
     return apart(pair, "bidirectional tracks are kept");
   }
-  if (pair.signal.muxed && !identicalEverywhere(pair.first, pair.second, pair.signal)) {
+  if (pair.signal.muxed && !identicalTracks(pair.first, pair.second, pair.signal)) {
     return apart(pair, "multiplexed");
   }
   const PVBtrack* source = tpTrack(*owner.plate, track);
@@ -214,7 +204,7 @@ bool isIdentical(const TrackPair& pair) {
   const PVBtrack& a = pair.waveA();
   if (tpRun.trackPass && tpShapeSimple(a.stateChars)) return false;
   return equalTracks(a, pair.waveB()) && a.stateCounts == pair.waveB().stateCounts &&
-         expressionsAgree(a, pair.waveB());
+         (!tpSettings.tpoCheckEquations || tpExpressionsAgree(a, pair.waveB()));
 }
 
 Verdict reduce(const TrackPair& pair) {

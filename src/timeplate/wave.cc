@@ -120,6 +120,16 @@ bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b) {
          a.cycleOffset == b.cycleOffset && a.cycleLength == b.cycleLength;
 }
 
+bool tpExpressionsAgree(const PVBtrack& a, const PVBtrack& b) {
+  const std::size_t edges = std::min(a.eventExprs.size(), b.eventExprs.size());
+  for (std::size_t edge = 0; edge < edges; ++edge) {
+    if (a.eventExprs[edge] && b.eventExprs[edge] && a.eventExprs[edge] != b.eventExprs[edge]) {
+      return false;
+    }
+  }
+  return true;
+}
+
 void tpTakeWave(Wave& wave, const PVBtrack& track) {
   wave.states = track.stateChars;
   wave.times = track.eventTimes;
