@@ -69,10 +69,8 @@ bool identicalTracks(const PlateView& first, const PlateView& second, const TpSi
   for (int d = 0; d < 3; ++d) {
     const PVBtrack* a = tpTrack(*first.plate, trackIn(first, signal, d));
     const PVBtrack* b = tpTrack(*second.plate, trackIn(second, signal, d));
-    if ((a == nullptr) != (b == nullptr)) return false;
-    if (a != nullptr && (a->stateChars != b->stateChars || a->eventTimes != b->eventTimes)) {
-      return false;
-    }
+    if (a == nullptr || b == nullptr) continue;
+    if (a->stateChars != b->stateChars || a->eventTimes != b->eventTimes) return false;
   }
   return true;
 }
