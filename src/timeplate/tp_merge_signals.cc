@@ -98,8 +98,9 @@ Verdict apart(const TrackPair& pair, const char* reason) {
   return Verdict::kApart;
 }
 
-// Counts the failure and moves the signal up, behind the last that failed as often.
-void promote(std::size_t position) {
+// Counts the failure and moves the signal up, behind the last that failed as often: its
+// place from now on.
+std::size_t promote(std::size_t position) {
   std::vector<int>& order = tpRun.tpoSignals;
   const auto failures = [&](std::size_t at) {
     return tpRun.signals[static_cast<std::size_t>(order[at])].failCount;
@@ -111,6 +112,7 @@ void promote(std::size_t position) {
     return order.begin() + static_cast<std::ptrdiff_t>(place);
   };
   std::rotate(at(to), at(position), at(position + 1));
+  return to;
 }
 
 // --- Taking over ---------------------------------------------------------------------
@@ -207,7 +209,8 @@ bool isIdentical(const TrackPair& pair) {
 
 Verdict reduce(const TrackPair& pair) {
   if (!tpIsPlainTrack(pair.waveA()) || !tpIsPlainTrack(pair.waveB())) {
-    return apart(pair, "states of several cycles");
+    apart(pair, "states of several cycles");
+    return Verdict::kNotReduced;
   }
   if (tpTraces(2)) tpReport(fmt::sprintf(" signal %s\n", pair.signal.name));
   const auto reduceTracks = pair.first.isProtected ? tpReduceTracksConservative : tpReduceTracks;
@@ -262,11 +265,8 @@ bool compareSignal(PlateView& first, PlateView& second, std::size_t position) {
                             first.plate->name.value_or(""), second.plate->name.value_or(""),
                             signal.name));
     }
-    promote(position);
+    position = promote(position);
     if (!tpRun.trackPass) return false;
-    position = static_cast<std::size_t>(
-        std::find(tpRun.tpoSignals.begin(), tpRun.tpoSignals.end(), signal.index) -
-        tpRun.tpoSignals.begin());
   }
   return true;
 }
