@@ -9,6 +9,7 @@
 
 #include "base/errors.h"
 #include "conditioner/run.h"
+#include "pvb/timeplate_expand.h"
 #include "pvb/timeplate_match.h"
 #include "support/database.h"
 
