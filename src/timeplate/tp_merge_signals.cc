@@ -249,15 +249,23 @@ Verdict compareDirection(const TrackPair& pair) {
   return compareBoth(pair);
 }
 
+// What the rows of a signal that isn't plain do is known from equal tracks only.
+Verdict compareWhole(const TrackPair& pair) {
+  if (tpRun.trackPass || (pair.a == kNoTrack && pair.b == kNoTrack)) return Verdict::kOn;
+  const bool same = isTrack(pair.a) && isTrack(pair.b) && equalTracks(pair.waveA(), pair.waveB()) &&
+                    pair.waveA().stateCounts == pair.waveB().stateCounts &&
+                    tpSameOutsideWaves(pair.waveA(), pair.waveB());
+  return same ? Verdict::kOn : apart(pair, "multiplexed as a whole");
+}
+
 // False when the signal keeps the pair apart.
 bool compareSignal(PlateView& first, PlateView& second, std::size_t position) {
   const auto index = static_cast<std::size_t>(tpRun.tpoSignals[position]);
   const TpSignal& signal = tpRun.signals[index];
-  if (!signal.plain) return true;
   for (int d = 0; d < 3; ++d) {
     const TrackPair pair = {
         first, second, signal, d, trackIn(first, signal, d), trackIn(second, signal, d)};
-    const Verdict verdict = compareDirection(pair);
+    const Verdict verdict = signal.plain ? compareDirection(pair) : compareWhole(pair);
     if (verdict == Verdict::kOn) continue;
     if (verdict == Verdict::kApart) return false;
     if (tpTraces(2)) {

@@ -228,6 +228,18 @@ TEST_F(TpPairs, PartsOfAMultiplexedSignalAreTakenOverBesideEqualOnes) {
   EXPECT_NE(PVBtimePlateInqByID(world_.handle(), other), nullptr);
 }
 
+TEST_F(TpPairs, SignalsThatAreNotLookedAtKeepDifferentTracksApart) {
+  auto whole = PVBsignalNew();
+  whole->name = "mux";
+  whole->type = MEM_MUX;
+  const PVBid mux = PVBsignalAdd(world_.handle(), std::move(whole));
+  for (const char* states : {"DU", "DU", "UD"}) {
+    const PVBid id = world_.plate({{0, INPUT, states}, {1, INPUT, "S"}});
+    PVBtrackSetSignals(*PVBtimePlateInqByID(world_.handle(), id), 0, {mux});
+  }
+  EXPECT_EQ(left(), 2U);
+}
+
 // --- What became of timeplates -------------------------------------------------------
 
 TEST(TpSuccessors, LeadToWhatStandsForATimeplate) {
