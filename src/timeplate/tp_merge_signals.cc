@@ -4,7 +4,6 @@
 #include <fmt/printf.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_pair.h"
@@ -41,13 +40,6 @@ bool isTrack(int track) { return track != kNoTrack && track != kSeveralTracks; }
 
 // --- Equal tracks --------------------------------------------------------------------
 
-bool sameTime(TIME a, TIME b) {
-  if (a == b) return true;
-  if (tpSettings.tpoTolerance == TIME_ZERO) return false;
-  return std::abs(PBtimeToSeconds(a) - PBtimeToSeconds(b)) <=
-         PBtimeToSeconds(tpSettings.tpoTolerance);
-}
-
 // What the copy of a wave would hold: a track may have fewer times than states.
 TIME timeOf(const PVBtrack& track, std::size_t edge) {
   return edge < track.eventTimes.size() ? track.eventTimes[edge] : TIME_ZERO;
@@ -57,7 +49,7 @@ bool equalTracks(const PVBtrack& a, const PVBtrack& b) {
   if (a.stateChars != b.stateChars) return false;
   if (a.eventTimes == b.eventTimes) return true;
   for (std::size_t edge = 0; edge < a.stateChars.size(); ++edge) {
-    if (!sameTime(timeOf(a, edge), timeOf(b, edge))) return false;
+    if (!tpTimesEqual(timeOf(a, edge), timeOf(b, edge))) return false;
   }
   return true;
 }

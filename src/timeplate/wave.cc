@@ -136,14 +136,15 @@ void tpTakeWave(Wave& wave, const PVBtrack& track) {
   wave.times.resize(wave.states.size());
 }
 
+bool tpTimesEqual(TIME a, TIME b) {
+  if (tpSettings.tpoTolerance == TIME_ZERO) return a == b;
+  return std::fabs(PBtimeToSeconds(a) - PBtimeToSeconds(b)) <=
+         PBtimeToSeconds(tpSettings.tpoTolerance);
+}
+
 bool tpWavesEqual(const Wave& a, const Wave& b) {
-  if (a.states != b.states) return false;
-  if (tpSettings.tpoTolerance == TIME_ZERO) return a.times == b.times;
-  const double tolerance = PBtimeToSeconds(tpSettings.tpoTolerance);
-  return std::equal(a.times.begin(), a.times.end(), b.times.begin(), b.times.end(),
-                    [&](TIME t1, TIME t2) {
-                      return std::fabs(PBtimeToSeconds(t1) - PBtimeToSeconds(t2)) <= tolerance;
-                    });
+  return a.states == b.states &&
+         std::equal(a.times.begin(), a.times.end(), b.times.begin(), b.times.end(), tpTimesEqual);
 }
 
 namespace {

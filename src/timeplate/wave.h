@@ -59,8 +59,9 @@ bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b);
 bool tpExpressionsAgree(const PVBtrack& a, const PVBtrack& b);
 // Copies states and times of a track; a track with fewer times than states gets zeros.
 void tpTakeWave(Wave& wave, const PVBtrack& track);
-// The same states, the times within the settings' tolerance, in seconds as doubles
-// (zero: exactly).
+// Within the settings' tolerance, in seconds as doubles (zero: exactly).
+bool tpTimesEqual(TIME a, TIME b);
+// The same states at equal times.
 bool tpWavesEqual(const Wave& a, const Wave& b);
 // Whether two times can be the same edge: one is zero, or their femtoseconds as wrapping
 // 32-bit numbers differ by no more than the tolerance.
