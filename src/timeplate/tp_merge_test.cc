@@ -228,6 +228,16 @@ TEST_F(TpPairs, PartsOfAMultiplexedSignalAreTakenOverBesideEqualOnes) {
   EXPECT_NE(PVBtimePlateInqByID(world_.handle(), other), nullptr);
 }
 
+TEST_F(TpPairs, NoTwoProtectedTimeplatesAreFolded) {
+  const PVBid first = world_.plate({{0, INPUT, "S"}});
+  const PVBid second = world_.plate({{0, INPUT, "S"}});
+  const PVBid third = world_.plate({{0, INPUT, "S"}});
+  tpProtect(std::vector<PVBid>{first, second});
+  EXPECT_EQ(left(), 2U);
+  EXPECT_EQ(PVBtimePlateInqByID(world_.handle(), third), nullptr);
+  EXPECT_FALSE(tpIsProtected(first));
+}
+
 TEST_F(TpPairs, SignalsThatAreNotLookedAtKeepDifferentTracksApart) {
   auto whole = PVBsignalNew();
   whole->name = "mux";
