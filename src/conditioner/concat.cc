@@ -17,6 +17,7 @@
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/bus.h"
 #include "pvb/database.h"
+#include "pvb/timeplate_expand.h"
 
 namespace {
 

@@ -23,6 +23,7 @@
 #include "pvb/label.h"
 #include "pvb/property.h"
 #include "pvb/state_vector.h"
+#include "pvb/timeplate_expand.h"
 
 namespace {
 

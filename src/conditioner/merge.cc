@@ -18,6 +18,7 @@
 #include "conditioner/run.h"
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/database.h"
+#include "pvb/timeplate_expand.h"
 #include "timeplate/optimizer.h"
 #include "timeplate/tp_rewrite.h"
 

@@ -8,6 +8,7 @@
 #include "conditioner/timeplate_transfer.h"
 #include "pvb/pattern.h"
 #include "pvb/property.h"
+#include "pvb/timeplate_expand.h"
 
 namespace {
 

@@ -1,9 +1,7 @@
 #include "conditioner/timeplate_transfer.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
-#include <vector>
 
 #include "base/errors.h"
 #include "conditioner/messages.h"
@@ -13,51 +11,6 @@
 #include "pvb/timeplate_match.h"
 #include "timeplate/optimizer.h"
 #include "timeplate/tp_rewrite.h"
-
-namespace {
-
-bool isCompound(const PVBsignal& signal) {
-  return signal.type == MEM_BUS || signal.type == MEM_GROUP || signal.type == MEM_MUX_BUS;
-}
-
-// The buses and groups of a database as a set of ids.
-std::vector<bool> compoundSignals(int database) {
-  std::vector<bool> compound;
-  for (const PVBid id : PVBsignalInqAll(database)) {
-    const PVBsignal* signal = PVBsignalInqByID(database, id);
-    if (id < 0 || signal == nullptr || !isCompound(*signal)) continue;
-    const auto place = static_cast<std::size_t>(id);
-    if (place >= compound.size()) compound.resize(place + 1);
-    compound[place] = true;
-  }
-  return compound;
-}
-
-// Whether a slot of the plate had a list to be taken apart.
-bool expandSlots(int database, PVBtimePlate& plate, const std::vector<bool>& compound) {
-  const auto isIn = [&compound](PVBid id) {
-    return id >= 0 && static_cast<std::size_t>(id) < compound.size() &&
-           compound[static_cast<std::size_t>(id)];
-  };
-  bool expanded = false;
-  for (int slot = 0; slot < PVBslotCount(plate); ++slot) {
-    const PVBidList& signals = PVBtrackSignals(plate, slot);
-    if (std::none_of(signals.begin(), signals.end(), isIn)) continue;
-    PVBtrackSetSignals(plate, slot, PVBsignalListToScalars(database, signals));
-    expanded = true;
-  }
-  return expanded;
-}
-
-}  // namespace
-
-void expandTimePlates(int database) {
-  const std::vector<bool> compound = compoundSignals(database);
-  for (const PVBid id : PVBtimePlateInqAll(database)) {
-    PVBtimePlate& plate = *PVBtimePlateInqByID(database, id);
-    if (expandSlots(database, plate, compound)) PVBtimePlateRebuildMaps(plate);
-  }
-}
 
 std::unique_ptr<PVBtimePlate> baseTimePlate(int database) {
   auto plate = PVBtimePlateNew();

@@ -13,9 +13,6 @@
 #include "conditioner/signal_transfer.h"
 #include "pvb/timeplate.h"
 
-// Takes every bus and group in the slots of the database's plates apart into scalars and
-// rebuilds the plates' maps, in memory.
-void expandTimePlates(int database);
 // A blank plate with a track for each signal of the database's "ALL" list, in its order.
 std::unique_ptr<PVBtimePlate> baseTimePlate(int database);
 // Fills a plate that was copied from the base with the waves of `srcPlate` for the

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/errors.h"
+#include "pvb/timeplate_expand.h"
 #include "pvb/timeplate_match.h"
 #include "support/database.h"
 

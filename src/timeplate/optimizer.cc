@@ -12,6 +12,7 @@
 #include "pvb/database.h"
 #include "pvb/database_replace.h"
 #include "pvb/timeplate.h"
+#include "pvb/timeplate_expand.h"
 #include "timeplate/ate.h"
 #include "timeplate/pstate_store.h"
 #include "timeplate/row_lists.h"
@@ -77,6 +78,10 @@ bool mergeAll(int database) {
   if (ateBindSignals(database) != 0) return false;
   const PVBidList ids = PVBtimePlateInqAll(database);
   for (const PVBid id : ids) PVBtimePlateRebuildMaps(*PVBtimePlateInqByID(database, id));
+  if (!expandTimePlates(database)) {
+    tpNotice(kNoticeText, "too many signals on tracks");
+    return false;
+  }
   if (tpRunBegin(database) != 0 || !tpCheckShapes()) return false;
   bool failed = false;
   tpMergeAll(ids, true, failed);

@@ -1,6 +1,5 @@
 // The passes over the database of a merge.
 
-#include <algorithm>
 #include <vector>
 
 #include "pvb/database.h"
@@ -8,6 +7,7 @@
 #include "timeplate/ate.h"
 #include "timeplate/optimizer.h"
 #include "timeplate/tp_merge_internal.h"
+#include "timeplate/tp_rows.h"
 #include "timeplate/tp_settings.h"
 #include "timeplate/tp_successor.h"
 
@@ -20,20 +20,6 @@ struct Passes {
   bool trackPassEntered = false;  // the second of two passes is under way
 };
 Passes passes;
-
-bool isBlank(const PVBtimePlate& plate, int slot) {
-  return std::all_of(plate.levels.begin(), plate.levels.end(), [slot](const PVBlevel& level) {
-    const auto place = static_cast<std::size_t>(slot);
-    return place >= level.tracks.size() || level.tracks[place].stateChars.empty();
-  });
-}
-
-// Multiplexed signals are looked up by the maps of what has a wave.
-void dropEmptyTracks(PVBtimePlate& plate) {
-  for (int slot = PVBslotCount(plate); slot-- > 0;) {
-    if (isBlank(plate, slot)) PVBtimePlateDeleteTrack(plate, slot);
-  }
-}
 
 std::vector<PVBid> listTimePlates(int database) {
   const PVBidList& all = PVBtimePlateInqAll(database);
@@ -92,12 +78,9 @@ int tpOptimizeGenerated(bool finish) {
   if (tpOptimizerBegin() != 0) return -2;
   // After the last pass there are no rows to come.
   tpKeepOriginals(!finish);
-  if (tpSettings.useMuxTiming && ateUseMux()) {
-    for (const PVBid id : listTimePlates(passes.database)) {
-      dropEmptyTracks(*PVBtimePlateInqByID(passes.database, id));
-    }
-  }
   rebuildMaps(passes.database);
+  // Multiplexed signals are looked up by the maps of what has a wave.
+  if (ateUseMux()) tpRemoveEmptyTracks(listTimePlates(passes.database), false);
   const bool trackPassFollows = tpSettings.tpoTrackPassWanted && !passes.trackPassEntered;
   const int left = runPass(finish && !trackPassFollows);
   if (left < 0 || !finish || !trackPassFollows) return left;

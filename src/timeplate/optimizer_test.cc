@@ -7,6 +7,8 @@
 
 #include <filesystem>
 
+#include "pvb/database.h"
+#include "pvb/signal.h"
 #include "pvb/timeplate.h"
 #include "support/database.h"
 #include "support/fault_platform.h"
@@ -91,6 +93,31 @@ TEST_F(OptimizerDatabase, IsExchangedWhole) {
   }
   EXPECT_FALSE(std::filesystem::exists(database_.path() + "_"));
   EXPECT_FALSE(std::filesystem::exists("unused"));
+}
+
+// What a bus does is what its signals do.
+TEST_F(Optimizer, TakesBusesOnTracksApart) {
+  TestDatabase database;
+  auto bus = PVBsignalNew();
+  bus->name = "bus";
+  bus->type = MEM_BUS;
+  bus->direction = INPUT;
+  bus->leftIndex = 1;
+  bus->rightIndex = 0;
+  const PVBid id = PVBsignalAdd(database.handle(), std::move(bus));
+  for (const char state : {'D', 'Z', 'D'}) {
+    auto plate = PVBtimePlateNew();
+    PVBallocAsNecessary(*plate, 0);
+    PVBallocLevelAsNecessary(*plate, 0, 0, -1, TIME_ZERO, state, 1);
+    PVBtrackSetSignals(*plate, 0, {id});
+    ASSERT_GE(PVBtimePlateInsert(database.handle(), std::move(plate)), 0);
+  }
+  database.close();
+  dir_.write("own.shp", "#% shape\nPS\n");
+  EXPECT_TRUE(start({"ShapeFile=" + dir_.path("own.shp"), "Optimize=2", "DestinationPVB=unused",
+                     "WaveSource=" + database.path()}));
+  ASSERT_TRUE(database.open());
+  EXPECT_EQ(PVBtimePlateCount(database.handle()), 2);
 }
 
 }  // namespace

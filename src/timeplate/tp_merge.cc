@@ -139,7 +139,7 @@ class PairLoop {
       if (views_[i].plate == nullptr) continue;
       PBprogressUpdate(kPercent * static_cast<std::int64_t>(i) / static_cast<std::int64_t>(count));
       // Those that survived the last pass have been compared with each other.
-      for (std::size_t j = last > i ? std::max(last, i + 1) : i + 1; j < count; ++j) {
+      for (std::size_t j = std::max(last, i + 1); j < count; ++j) {
         if (views_[j].plate != nullptr && canMeet(i, j)) tryPair(i, j);
       }
     }

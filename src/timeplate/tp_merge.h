@@ -15,7 +15,8 @@
 // run, after which tables are written, forced mappings done, and the stores closed. -2 in
 // `failed` when the rows couldn't be read or written back.
 std::vector<PVBid> tpMergeAll(std::span<const PVBid> ids, bool finish, bool& failed);
-// Timeplates that are never given up or changed.
+// Timeplates of which no two are folded, and none gets another wave when it comes first;
+// until the last pass is over.
 void tpProtect(std::span<const PVBid> ids);
 bool tpIsProtected(PVBid id);
 // Forgets all that is kept.

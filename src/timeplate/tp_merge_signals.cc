@@ -4,7 +4,6 @@
 #include <fmt/printf.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_pair.h"
@@ -41,13 +40,6 @@ bool isTrack(int track) { return track != kNoTrack && track != kSeveralTracks; }
 
 // --- Equal tracks --------------------------------------------------------------------
 
-bool sameTime(TIME a, TIME b) {
-  if (a == b) return true;
-  if (tpSettings.tpoTolerance == TIME_ZERO) return false;
-  return std::abs(PBtimeToSeconds(a) - PBtimeToSeconds(b)) <=
-         PBtimeToSeconds(tpSettings.tpoTolerance);
-}
-
 // What the copy of a wave would hold: a track may have fewer times than states.
 TIME timeOf(const PVBtrack& track, std::size_t edge) {
   return edge < track.eventTimes.size() ? track.eventTimes[edge] : TIME_ZERO;
@@ -57,32 +49,20 @@ bool equalTracks(const PVBtrack& a, const PVBtrack& b) {
   if (a.stateChars != b.stateChars) return false;
   if (a.eventTimes == b.eventTimes) return true;
   for (std::size_t edge = 0; edge < a.stateChars.size(); ++edge) {
-    if (!sameTime(timeOf(a, edge), timeOf(b, edge))) return false;
-  }
-  return true;
-}
-
-bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
-  if (!tpSettings.tpoCheckEquations) return true;
-  const std::size_t edges = std::min(a.eventExprs.size(), b.eventExprs.size());
-  for (std::size_t edge = 0; edge < edges; ++edge) {
-    if (a.eventExprs[edge] && b.eventExprs[edge] && a.eventExprs[edge] != b.eventExprs[edge]) {
-      return false;
-    }
+    if (!tpTimesEqual(timeOf(a, edge), timeOf(b, edge))) return false;
   }
   return true;
 }
 
 bool unselected(const PVBtrack& track) { return tpSameOutsideWaves(track, PVBtrack()); }
 
-bool identicalEverywhere(const PlateView& first, const PlateView& second, const TpSignal& signal) {
+// Of the directions in which both have a track.
+bool identicalTracks(const PlateView& first, const PlateView& second, const TpSignal& signal) {
   for (int d = 0; d < 3; ++d) {
     const PVBtrack* a = tpTrack(*first.plate, trackIn(first, signal, d));
     const PVBtrack* b = tpTrack(*second.plate, trackIn(second, signal, d));
-    if ((a == nullptr) != (b == nullptr)) return false;
-    if (a != nullptr && (a->stateChars != b->stateChars || a->eventTimes != b->eventTimes)) {
-      return false;
-    }
+    if (a == nullptr || b == nullptr) continue;
+    if (a->stateChars != b->stateChars || a->eventTimes != b->eventTimes) return false;
   }
   return true;
 }
@@ -110,8 +90,9 @@ Verdict apart(const TrackPair& pair, const char* reason) {
   return Verdict::kApart;
 }
 
-// Counts the failure and moves the signal up, behind the last that failed as often.
-void promote(std::size_t position) {
+// Counts the failure and moves the signal up, behind the last that failed as often: its
+// place from now on.
+std::size_t promote(std::size_t position) {
   std::vector<int>& order = tpRun.tpoSignals;
   const auto failures = [&](std::size_t at) {
     return tpRun.signals[static_cast<std::size_t>(order[at])].failCount;
@@ -123,6 +104,7 @@ void promote(std::size_t position) {
     return order.begin() + static_cast<std::ptrdiff_t>(place);
   };
   std::rotate(at(to), at(position), at(position + 1));
+  return to;
 }
 
 // --- Taking over ---------------------------------------------------------------------
@@ -142,7 +124,7 @@ Verdict takeOver(const TrackPair& pair, const PlateView& owner, const PlateView&
       (pair.direction == 2 || bidirectionalTrack(other, pair.signal) != nullptr)) {
     return apart(pair, "bidirectional tracks are kept");
   }
-  if (pair.signal.muxed && !identicalEverywhere(pair.first, pair.second, pair.signal)) {
+  if (pair.signal.muxed && !identicalTracks(pair.first, pair.second, pair.signal)) {
     return apart(pair, "multiplexed");
   }
   const PVBtrack* source = tpTrack(*owner.plate, track);
@@ -214,12 +196,13 @@ bool isIdentical(const TrackPair& pair) {
   const PVBtrack& a = pair.waveA();
   if (tpRun.trackPass && tpShapeSimple(a.stateChars)) return false;
   return equalTracks(a, pair.waveB()) && a.stateCounts == pair.waveB().stateCounts &&
-         expressionsAgree(a, pair.waveB());
+         (!tpSettings.tpoCheckEquations || tpExpressionsAgree(a, pair.waveB()));
 }
 
 Verdict reduce(const TrackPair& pair) {
   if (!tpIsPlainTrack(pair.waveA()) || !tpIsPlainTrack(pair.waveB())) {
-    return apart(pair, "states of several cycles");
+    apart(pair, "states of several cycles");
+    return Verdict::kNotReduced;
   }
   if (tpTraces(2)) tpReport(fmt::sprintf(" signal %s\n", pair.signal.name));
   const auto reduceTracks = pair.first.isProtected ? tpReduceTracksConservative : tpReduceTracks;
@@ -258,15 +241,23 @@ Verdict compareDirection(const TrackPair& pair) {
   return compareBoth(pair);
 }
 
+// What the rows of a signal that isn't plain do is known from equal tracks only.
+Verdict compareWhole(const TrackPair& pair) {
+  if (tpRun.trackPass || (pair.a == kNoTrack && pair.b == kNoTrack)) return Verdict::kOn;
+  const bool same = isTrack(pair.a) && isTrack(pair.b) && equalTracks(pair.waveA(), pair.waveB()) &&
+                    pair.waveA().stateCounts == pair.waveB().stateCounts &&
+                    tpSameOutsideWaves(pair.waveA(), pair.waveB());
+  return same ? Verdict::kOn : apart(pair, "multiplexed as a whole");
+}
+
 // False when the signal keeps the pair apart.
 bool compareSignal(PlateView& first, PlateView& second, std::size_t position) {
   const auto index = static_cast<std::size_t>(tpRun.tpoSignals[position]);
   const TpSignal& signal = tpRun.signals[index];
-  if (!signal.plain) return true;
   for (int d = 0; d < 3; ++d) {
     const TrackPair pair = {
         first, second, signal, d, trackIn(first, signal, d), trackIn(second, signal, d)};
-    const Verdict verdict = compareDirection(pair);
+    const Verdict verdict = signal.plain ? compareDirection(pair) : compareWhole(pair);
     if (verdict == Verdict::kOn) continue;
     if (verdict == Verdict::kApart) return false;
     if (tpTraces(2)) {
@@ -274,11 +265,8 @@ bool compareSignal(PlateView& first, PlateView& second, std::size_t position) {
                             first.plate->name.value_or(""), second.plate->name.value_or(""),
                             signal.name));
     }
-    promote(position);
+    position = promote(position);
     if (!tpRun.trackPass) return false;
-    position = static_cast<std::size_t>(
-        std::find(tpRun.tpoSignals.begin(), tpRun.tpoSignals.end(), signal.index) -
-        tpRun.tpoSignals.begin());
   }
   return true;
 }

@@ -8,8 +8,11 @@
 #include "pvb/database.h"
 #include "pvb/signal.h"
 #include "support/database.h"
+#include "support/optimizer_report.h"
+#include "support/plate_database.h"
 #include "timeplate/tp_merge_internal.h"
 #include "timeplate/tp_pair.h"
+#include "timeplate/tp_settings.h"
 #include "timeplate/tp_successor.h"
 
 namespace {
@@ -166,6 +169,85 @@ TEST_F(TpCandidates, ExpressionsStayWithTheirTimes) {
   tpApplyCandidates(plate_);
   EXPECT_EQ(wave.eventExprs,
             (std::vector<std::optional<std::string>>{std::nullopt, std::nullopt, "t1", "t2"}));
+}
+
+// --- Pairs ---------------------------------------------------------------------------
+
+class TpPairs : public testing::Test {
+ protected:
+  ~TpPairs() override {
+    tpSettings = {};
+    tpMergeReset();
+  }
+
+  std::size_t left() {
+    for (const PVBid id : PVBtimePlateInqAll(world_.handle())) world_.row(id, {1, 1});
+    world_.begin();
+    bool failed = false;
+    const std::size_t count = tpMergeAll(PVBtimePlateInqAll(world_.handle()), true, failed).size();
+    EXPECT_FALSE(failed);
+    return count;
+  }
+  PVBtrack& track(PVBid plate, std::size_t index) {
+    return PVBtimePlateInqByID(world_.handle(), plate)->levels[0].tracks[index];
+  }
+
+  OptimizerReport report_;
+  PlateDatabase world_{{INPUT, INPUT}};
+};
+
+TEST_F(TpPairs, CheckedExpressionsAgreeOrAreTakenOver) {
+  tpSettings.tpoCheckEquations = true;
+  const PVBid first = world_.plate({{0, INPUT, "DUD"}});
+  const PVBid second = world_.plate({{0, INPUT, "DUD"}});
+  const PVBid other = world_.plate({{0, INPUT, "DUD"}});
+  track(first, 0).eventExprs = {std::nullopt, "t1", std::nullopt};
+  track(second, 0).eventExprs = {std::nullopt, "t1", "t2"};
+  track(other, 0).eventExprs = {std::nullopt, "t3", std::nullopt};
+  PVBtimePlateInqByID(world_.handle(), second)->family = "one";
+  EXPECT_EQ(left(), 2U);
+  EXPECT_EQ(track(first, 0).eventExprs,
+            (std::vector<std::optional<std::string>>{std::nullopt, "t1", "t2"}));
+  EXPECT_EQ(PVBtimePlateInqByID(world_.handle(), first)->family, "one");
+}
+
+TEST_F(TpPairs, PartsOfAMultiplexedSignalAreTakenOverBesideEqualOnes) {
+  auto whole = PVBsignalNew();
+  whole->name = "mux";
+  whole->type = MEM_MUX;
+  whole->muxChildren = {world_.id(0)};
+  ASSERT_GT(PVBsignalAdd(world_.handle(), std::move(whole)), 0);
+  world_.plate({{0, INPUT, "DS?"}, {1, INPUT, "S"}});
+  world_.plate({{1, INPUT, "S"}});
+  // Where it is expected otherwise, it isn't driven as there.
+  const PVBid expects = world_.plate({{0, INPUT, "DS?"}, {0, OUTPUT, "XQ?"}, {1, INPUT, "S"}});
+  const PVBid other = world_.plate({{0, OUTPUT, "QX?"}, {1, INPUT, "S"}});
+  EXPECT_EQ(left(), 2U);
+  EXPECT_EQ(track(0, 0).stateChars, "DS?");
+  EXPECT_EQ(PVBtimePlateInqByID(world_.handle(), expects), nullptr);
+  EXPECT_NE(PVBtimePlateInqByID(world_.handle(), other), nullptr);
+}
+
+TEST_F(TpPairs, NoTwoProtectedTimeplatesAreFolded) {
+  const PVBid first = world_.plate({{0, INPUT, "S"}});
+  const PVBid second = world_.plate({{0, INPUT, "S"}});
+  const PVBid third = world_.plate({{0, INPUT, "S"}});
+  tpProtect(std::vector<PVBid>{first, second});
+  EXPECT_EQ(left(), 2U);
+  EXPECT_EQ(PVBtimePlateInqByID(world_.handle(), third), nullptr);
+  EXPECT_FALSE(tpIsProtected(first));
+}
+
+TEST_F(TpPairs, SignalsThatAreNotLookedAtKeepDifferentTracksApart) {
+  auto whole = PVBsignalNew();
+  whole->name = "mux";
+  whole->type = MEM_MUX;
+  const PVBid mux = PVBsignalAdd(world_.handle(), std::move(whole));
+  for (const char* states : {"DU", "DU", "UD"}) {
+    const PVBid id = world_.plate({{0, INPUT, states}, {1, INPUT, "S"}});
+    PVBtrackSetSignals(*PVBtimePlateInqByID(world_.handle(), id), 0, {mux});
+  }
+  EXPECT_EQ(left(), 2U);
 }
 
 // --- What became of timeplates -------------------------------------------------------

@@ -168,18 +168,15 @@ bool replaceWave(PVBtrack& track, const Wave& candidate, const TpSignal& signal,
   return true;
 }
 
+// The whole track: spans that are left open belong to what is driven.
 void takeOver(PVBtimePlate& plate, const TpSignal& signal, int direction,
               const Candidate& candidate) {
   const int track = addTrack(plate, signal.id, direction);
   if (track == kNoTrack) return;
   PVBtrack& taken = firstLevelTrack(plate, track);
-  if (candidate.source != nullptr) {
-    taken = *candidate.source;
-    taken.propList = UNDEF;
-    taken.signals = {signal.id};
-  } else {
-    replaceWave(taken, candidate.wave, signal, true, plate.period);
-  }
+  taken = *candidate.source;
+  taken.propList = UNDEF;
+  taken.signals = {signal.id};
 }
 
 // A candidate for a track that the plate has.

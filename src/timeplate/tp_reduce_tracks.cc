@@ -18,12 +18,8 @@ constexpr char kUndefinedSpan = '?';
 constexpr char kStrobe = 'Q';
 // --- What is reduced at all ----------------------------------------------------------
 
-bool expressionsAgree(const PVBtrack& a, const PVBtrack& b) {
-  if (a.eventExprs.size() != b.eventExprs.size()) return false;
-  for (std::size_t i = 0; i < a.eventExprs.size(); ++i) {
-    if (a.eventExprs[i] && b.eventExprs[i] && *a.eventExprs[i] != *b.eventExprs[i]) return false;
-  }
-  return true;
+std::ptrdiff_t expressionCount(const PVBtrack& track) {
+  return std::ranges::count_if(track.eventExprs, [](const auto& text) { return text.has_value(); });
 }
 
 bool isUndefined(const Wave& wave) { return wave.edges() == 1 && wave.states[0] == kUndefinedSpan; }
@@ -41,7 +37,8 @@ bool takeTracks(const PVBtrack& a, const PVBtrack& b) {
   if (isUndefined(tracks.wholeA) || isUndefined(tracks.wholeB)) {
     return tpRefuse("One contains ?, cannot reduce", "One contains ?, cannot reduce\n");
   }
-  if (tpSettings.tpoCheckEquations && !expressionsAgree(a, b)) {
+  if (tpSettings.tpoCheckEquations &&
+      (expressionCount(a) != expressionCount(b) || !tpExpressionsAgree(a, b))) {
     return tpRefuse("expressions of edges differ");
   }
   if (!tpIsSound(tracks.wholeA) || !tpIsSound(tracks.wholeB)) {

@@ -88,15 +88,6 @@ bool removeEmptyTracks(PVBtimePlate& plate) {
   return true;
 }
 
-void removeEmptyTracks(std::span<const PVBid> ids, bool withProgress) {
-  Meter meter(withProgress, static_cast<std::int64_t>(ids.size()), "...Remove Empty Tracks");
-  for (const PVBid id : ids) {
-    PVBtimePlate* plate = PVBtimePlateInqByID(tpRun.database, id);
-    if (plate != nullptr && removeEmptyTracks(*plate)) tpMemoForgetAll(id);
-    meter.step();
-  }
-}
-
 void rebuildMaps(std::span<const PVBid> ids) {
   for (const PVBid id : ids) {
     PVBtimePlate* plate = PVBtimePlateInqByID(tpRun.database, id);
@@ -272,11 +263,20 @@ int refreshRows(std::span<const PVBid> ids, bool withProgress) {
 
 }  // namespace
 
+void tpRemoveEmptyTracks(std::span<const PVBid> ids, bool withProgress) {
+  Meter meter(withProgress, static_cast<std::int64_t>(ids.size()), "...Remove Empty Tracks");
+  for (const PVBid id : ids) {
+    PVBtimePlate* plate = PVBtimePlateInqByID(tpRun.database, id);
+    if (plate != nullptr && removeEmptyTracks(*plate)) tpMemoForgetAll(id);
+    meter.step();
+  }
+}
+
 int tpPrepareRows(std::span<const PVBid> ids, bool withProgress) {
   tpRun.pmode = PVBpmode(tpRun.database);
   if (tpRun.trackPass) tpStatus("Track Reduction Pass\n");
   rebuildMaps(ids);
-  if (!ateUseMux()) removeEmptyTracks(ids, withProgress);
+  if (!ateUseMux()) tpRemoveEmptyTracks(ids, withProgress);
   const int result =
       tpRowStoreIsOpen() ? refreshRows(ids, withProgress) : loadRows(ids, withProgress);
   if (result == 0) markQuestions();

@@ -12,6 +12,9 @@
 // those not seen before. 0 or -2.
 int tpPrepareRows(std::span<const PVBid> ids, bool withProgress);
 
+// Takes empty tracks out of timeplates whose maps are right, but those that rows choose.
+void tpRemoveEmptyTracks(std::span<const PVBid> ids, bool withProgress);
+
 // The letter that a signal's wave left at the end of the row before `row`, 'N' when that
 // isn't known; in P modes up to 2 for row 0 only. Reads the P state store, not the rows.
 char loadPrevious(std::int32_t row, const TpSignal& signal);

@@ -120,20 +120,31 @@ bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b) {
          a.cycleOffset == b.cycleOffset && a.cycleLength == b.cycleLength;
 }
 
+bool tpExpressionsAgree(const PVBtrack& a, const PVBtrack& b) {
+  const std::size_t edges = std::min(a.eventExprs.size(), b.eventExprs.size());
+  for (std::size_t edge = 0; edge < edges; ++edge) {
+    if (a.eventExprs[edge] && b.eventExprs[edge] && a.eventExprs[edge] != b.eventExprs[edge]) {
+      return false;
+    }
+  }
+  return true;
+}
+
 void tpTakeWave(Wave& wave, const PVBtrack& track) {
   wave.states = track.stateChars;
   wave.times = track.eventTimes;
   wave.times.resize(wave.states.size());
 }
 
+bool tpTimesEqual(TIME a, TIME b) {
+  if (tpSettings.tpoTolerance == TIME_ZERO) return a == b;
+  return std::fabs(PBtimeToSeconds(a) - PBtimeToSeconds(b)) <=
+         PBtimeToSeconds(tpSettings.tpoTolerance);
+}
+
 bool tpWavesEqual(const Wave& a, const Wave& b) {
-  if (a.states != b.states) return false;
-  if (tpSettings.tpoTolerance == TIME_ZERO) return a.times == b.times;
-  const double tolerance = PBtimeToSeconds(tpSettings.tpoTolerance);
-  return std::equal(a.times.begin(), a.times.end(), b.times.begin(), b.times.end(),
-                    [&](TIME t1, TIME t2) {
-                      return std::fabs(PBtimeToSeconds(t1) - PBtimeToSeconds(t2)) <= tolerance;
-                    });
+  return a.states == b.states &&
+         std::equal(a.times.begin(), a.times.end(), b.times.begin(), b.times.end(), tpTimesEqual);
 }
 
 namespace {

@@ -55,10 +55,13 @@ int tpClassifyDirection(std::string_view states);
 bool tpIsPlainTrack(const PVBtrack& track);
 // What a wave doesn't tell is the same: selectors, repeats, place in a longer cycle.
 bool tpSameOutsideWaves(const PVBtrack& a, const PVBtrack& b);
+// Wherever both tracks have an expression for an edge it is the same.
+bool tpExpressionsAgree(const PVBtrack& a, const PVBtrack& b);
 // Copies states and times of a track; a track with fewer times than states gets zeros.
 void tpTakeWave(Wave& wave, const PVBtrack& track);
-// The same states, the times within the settings' tolerance, in seconds as doubles
-// (zero: exactly).
+// Within the settings' tolerance, in seconds as doubles (zero: exactly).
+bool tpTimesEqual(TIME a, TIME b);
+// The same states at equal times.
 bool tpWavesEqual(const Wave& a, const Wave& b);
 // Whether two times can be the same edge: one is zero, or their femtoseconds as wrapping
 // 32-bit numbers differ by no more than the tolerance.

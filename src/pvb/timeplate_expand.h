@@ -1,0 +1,9 @@
+#pragma once
+
+// Tracks that name buses and groups. Who goes by the maps of timeplates finds a signal there
+// by its own id only, and has them taken apart first.
+
+// Takes every bus and group in the slots of the database's plates apart into scalars and
+// rebuilds the plates' maps, in memory. False when some stay, because they stand on so many
+// tracks that the database is damaged.
+bool expandTimePlates(int database);
