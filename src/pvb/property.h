@@ -114,3 +114,6 @@ int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList
 PVBid PVBpropListCarry(int database, int fromDatabase, PVBid fromList);
 // Whether `list` is a list in use.
 bool PVBpropListExists(int database, PVBid list);
+// Whether nothing was put into the list yet, what is dead by now included. No record is
+// read, so that what waits to be written may wait on.
+bool PVBpropListIsUnused(int database, PVBid list);
