@@ -11,10 +11,11 @@
 //   16   the operation works on its source itself
 //   32   the second database is of the same kind as the first
 //   64   short names of timeplates
-//   128  both sources are one; of an operation with one source: the source is kPlates
+//   128  both sources are one; of an operation with one source: the source is that of platesText
 //
 // An operation may end the process, so each runs in a child.
 
+#include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -143,10 +144,47 @@ rows main
 done
 )";
 
+// A timeplate of the clock, an output, bidirectional signals and others.
+std::string clockPlate(int number, std::string_view name, std::string_view others) {
+  return fmt::format(R"(timeplate {0} "{1}" period=10nS
+  slot input
+    of 1
+  slot input
+    of 1
+  slot output
+    of 2
+  slot bidir
+    of 3 4
+  slot input
+    of {2}
+  level 0pS
+    track selector="1"
+    event 0pS P
+    event 2nS U
+    event 5nS D
+    on 1
+    track selector="2"
+    event 0pS D
+    on 1
+    track
+    event 8nS Q
+    on 2
+    track
+    event 0pS S
+    event 8nS Q
+    on 3 4
+    track
+    event 0pS S
+    on {2}
+)",
+                     number, name, others);
+}
+
 // What the passes over timeplates work on: a clock with flat tracks that rows select, a
 // duplicate of its timeplate, one without rows, one with an expression, columns in a list,
 // parts of a multiplexed signal, pins, a bus and groups, a subroutine that nothing calls.
-constexpr std::string_view kPlates = R"(pvb-dump 1
+std::string platesText() {
+  constexpr std::string_view kSignals = R"(pvb-dump 1
 database version=1501 row-width=32
 signals next-column=12 next-id=12
   groups 100000 100001 100002 100003 100004
@@ -176,67 +214,8 @@ signal 100003 "ALLBIDIR" type=group
   members 3 4
 signal 100004 "ALLMUX" type=group
   members 7
-timeplate 0 "tp" period=10nS
-  slot input
-    of 1
-  slot input
-    of 1
-  slot output
-    of 2
-  slot bidir
-    of 3 4
-  slot input
-    of 7 10
-  level 0pS
-    track selector="1"
-    event 0pS P
-    event 2nS U
-    event 5nS D
-    on 1
-    track selector="2"
-    event 0pS D
-    on 1
-    track
-    event 8nS Q
-    on 2
-    track
-    event 0pS S
-    event 8nS Q
-    on 3 4
-    track
-    event 0pS S
-    on 7 10
-timeplate 1 "tp again" period=10nS
-  slot input
-    of 1
-  slot input
-    of 1
-  slot output
-    of 2
-  slot bidir
-    of 3 4
-  slot input
-    of 7 8 9
-  level 0pS
-    track selector="1"
-    event 0pS P
-    event 2nS U
-    event 5nS D
-    on 1
-    track selector="2"
-    event 0pS D
-    on 1
-    track
-    event 8nS Q
-    on 2
-    track
-    event 0pS S
-    event 8nS Q
-    on 3 4
-    track
-    event 0pS S
-    on 7 8 9
-timeplate 2 "idle" period=20nS
+)";
+  constexpr std::string_view kRest = R"(timeplate 2 "idle" period=20nS
   slot output
     of 11
   level 0pS
@@ -265,6 +244,9 @@ sheet "main"
   variable "t" time "7nS"
 done
 )";
+  return fmt::format("{}{}{}{}", kSignals, clockPlate(0, "tp", "7 10"),
+                     clockPlate(1, "tp again", "7 8 9"), kRest);
+}
 
 void require(bool ok) {
   if (!ok) std::abort();
@@ -506,7 +488,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   PBsetTempDirectory(scratch.path("tmp"));
   const std::string first = scratch.path("first");
   const std::string second = scratch.path("second");
-  build(hasOneSource(how) && how.oneSource() ? kPlates : kFirst, first);
+  build(hasOneSource(how) && how.oneSource() ? platesText() : std::string(kFirst), first);
   build(how.sameKind() ? kFirst : kSecond, second);
   for (std::size_t at = 3; at + 5 <= size && at < 60; at += 5) {
     const std::span<const std::uint8_t, 5> change(data + at, 5);

@@ -264,6 +264,7 @@ TEST_F(ConcatTest, InsertNeedsADestinationOfItsOwn) {
                       ")\n" + kInsertFailed);
   }
   expectRefused(insertAB(),
+                "concat: Parameter (destinationPVB) not specified.\n"
                 "Internal Error. Save input files and contact KORVANE representative.\n");
 }
 

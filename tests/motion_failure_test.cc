@@ -17,6 +17,7 @@ namespace {
 
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr const char* kOperations[] = {"copy A dest -", "concat A B dest", "merge A C dest"};
 
@@ -40,7 +41,9 @@ DatabaseText wideChip(const std::string& prefix) {
     all += prefix + std::to_string(i) + " ";
   }
   text.plate("tp", "10nS", {{all, "0pS D 4nS S", ""}});
-  return text.rows(manyRows("tp", 700) + "    prop 1 \"the last row\"\n")
+  const std::string first =
+      steps("tp", {std::string(24, '0')}) + "    prop 1 \"" + std::string(500, '-') + "\"\n";
+  return text.rows(first + manyRows("tp", 700) + "    prop 1 \"the last row\"\n")
       .more("label \"begin\" row=0\n");
 }
 
@@ -90,6 +93,8 @@ TEST_F(MotionFailure, AFullDiskIsToldAndLeavesTheSources) {
         if (outcome.exitCode == 0) break;
         EXPECT_EQ(outcome.exitCode, 1);
         EXPECT_THAT(outcome.err, ContainsRegex("(dest|A|B|C)/pvb"));
+        EXPECT_THAT(outcome.err,
+                    Not(ContainsRegex("seekAndRead|Internal Error.*\n.*PVBpropertyClose")));
         expectRecovery(expected);
       }
       EXPECT_TRUE(dump("dest") == expected);

@@ -36,6 +36,8 @@ inline constexpr TIME TIME_MAX = {999999999, 999999999};
 int parseTIME(std::string_view text, TIME& out, std::size_t* end = nullptr);
 // The same for a text that may be null, which is no time.
 int parseTIME(const char* text, TIME& out, std::size_t* end = nullptr);
+// Whether a text is a time and nothing else.
+bool parseWholeTIME(std::string_view text, TIME& out);
 
 // Replaces `buffer` by the text of a time and returns its length. `unit` is one
 // of "fpnum", ' ' for seconds, or '?' for the largest that leaves a digit before

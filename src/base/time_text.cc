@@ -337,6 +337,11 @@ int parseTIME(const char* text, TIME& out, std::size_t* end) {
   return parseTIME(std::string_view(text != nullptr ? text : ""), out, end);
 }
 
+bool parseWholeTIME(std::string_view text, TIME& out) {
+  std::size_t end = 0;
+  return parseTIME(text, out, &end) == 0 && end == text.size();
+}
+
 int PBformatTIME(std::string& buffer, char unit, int width, int precision, TIME time) {
   if (formatterInForce != nullptr) return formatterInForce(buffer, unit, width, precision, time);
   if (time >= TIME_ZERO && time <= TIME_MAX)

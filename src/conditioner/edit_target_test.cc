@@ -3,18 +3,9 @@
 
 #include "conditioner/edit_target.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <filesystem>
-#include <set>
+#include <vector>
 
-#include "base/errors.h"
-#include "base/platform.h"
-#include "base/progress.h"
-#include "base/temp_directory.h"
 #include "conditioner/add.h"
 #include "conditioner/cut.h"
 #include "conditioner/rename.h"
@@ -23,8 +14,7 @@
 #include "pvb/pattern.h"
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
-#include "support/fault_platform.h"
-#include "support/temp_dir.h"
+#include "support/in_place.h"
 
 namespace {
 
@@ -50,29 +40,12 @@ using NoExchangeNoLinks = PoorPlatform<EINVAL, false>;
 using MountedDisk = PoorPlatform<EBUSY, true>;
 using MountedDiskNoLinks = PoorPlatform<EBUSY, false>;
 
-struct Edit {
-  int (*run)(PVBregion& dest, PVBregion& src, const PVBregion& listCarrier);
-  const char* result;  // names of the signals
-};
-constexpr Edit kEdits[] = {{adds, "old other more "}, {cut, "old "}, {renameSignal, "new other "}};
-constexpr Edit kRename = kEdits[2];
 constexpr const char* kBefore = "old other ";
 
-// Exit codes of an edit.
-constexpr int kFailed = 2;
-constexpr int kTolerated = 3;  // done, though a call failed
-constexpr int kCrashed = 255;
-
-class EditInPlace : public testing::Test {
+class EditInPlace : public InPlaceTest {
  protected:
   EditInPlace() {
-    fs::create_directory(dir_.path("tmp"));
-    PBsetTempDirectory(dir_.path("tmp"));
-    PBprogressEnable(false);
     buildSource(dir_.path("whole"));
-    dir_.write("whole/notes.txt", "mine");
-    fs::create_directory(dir_.path("whole/waves"));
-    dir_.write("whole/waves/one", "wave");
     run.lists.addListTable.select("list");
     run.lists.addListTable.append({"more", "in", "", ""});
     run.lists.cutListTable.select("list");
@@ -81,12 +54,17 @@ class EditInPlace : public testing::Test {
     run.lists.sigListTable.append({"old", "new"});
     listCarrier_.listName = "list";
   }
-  ~EditInPlace() override {
-    PBprogressEnable(true);
-    PBsetTempDirectory("");
-    run.lists = {};
-    PBdiscardErrors();
-    PBerrClear();
+  ~EditInPlace() override { run.lists = {}; }
+
+  // The results are the names of the signals. What is done already is refused by the lists.
+  template <typename Edit>
+  InPlaceOperation operation(const Edit& edit, const char* result) const {
+    return {[this, edit] {
+              PVBregion source;
+              PVBregionInit(source, "A", path(), TIME_ZERO, TIME_MAX);
+              return edit(source, source, listCarrier_);
+            },
+            result};
   }
 
   static void buildSource(const std::string& path) {
@@ -114,36 +92,8 @@ class EditInPlace : public testing::Test {
     ASSERT_EQ(PVBclose(db), 0);
   }
 
-  void restoreSource() const {
-    for (const char* name : {"A", "A_", "A_old"}) fs::remove_all(dir_.path(name));
-    fs::copy(dir_.path("whole"), path(), fs::copy_options::recursive);
-  }
-  std::string path() const { return dir_.path("A"); }
-
-  // The edit in a process of its own that dies at its n-th file call, or where that call
-  // fails, 0 for never: its exit code.
-  template <typename SomePlatform>
-  int edit(const Edit& edit, int n, bool dies = true) {
-    const pid_t child = fork();
-    if (child == 0) {
-      if (std::freopen("/dev/null", "w", stderr) == nullptr) ::_exit(kCrashed);
-      run.reportFile = openStream("/dev/null", "w");
-      run.reportStream = run.reportFile.get();
-      SomePlatform faults;
-      if (n > 0 && dies) faults.dieAtFileCall(n);
-      if (n > 0 && !dies) faults.failFileCall(n);
-      PVBregion source;
-      PVBregionInit(source, "A", path(), TIME_ZERO, TIME_MAX);
-      const int result = edit.run(source, source, listCarrier_);
-      ::_exit(result != 0 ? kFailed : faults.failed() ? kTolerated : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : kCrashed;
-  }
-
   // The names of the database's signals; empty when anything is wrong.
-  std::string content(const std::string& database) const {
+  std::string content(const std::string& database) const override {
     const int db = PVBopenAny(database, false, 0, 8, kAllSections, false);
     if (db < 0) return "";
     PVBposition sums;
@@ -156,78 +106,42 @@ class EditInPlace : public testing::Test {
     PVBcloseUnsaved(db);
     return sound ? names : "";
   }
-  void expectOthersKept() const {
-    EXPECT_EQ(dir_.read("A/notes.txt"), "mine");
-    EXPECT_EQ(dir_.read("A/waves/one"), "wave");
-    EXPECT_FALSE(fs::exists(dir_.path("A_")));
-    EXPECT_FALSE(fs::exists(dir_.path("A_old")));
-  }
+
   template <typename SomePlatform>
   void expectDoneOn() {
-    restoreSource();
-    EXPECT_EQ(edit<SomePlatform>(kRename, 0), 0);
-    EXPECT_EQ(content(path()), kRename.result);
-    expectOthersKept();
+    restore();
+    expectDone<SomePlatform>(rename_);
   }
 
-  TempDir dir_;
   PVBregion listCarrier_;
+  const InPlaceOperation rename_ = operation(renameSignal, "new other ");
+  const std::vector<InPlaceOperation> edits_ = {operation(adds, "old other more "),
+                                                operation(cut, "old "), rename_};
 };
 
-// The file calls before the source is touched are many, and one much like the other.
-constexpr int kStride = 37;
-constexpr int kLastCalls = 60;
-constexpr int kNextRunEvery = 5;  // of all calls
-
-// Calls the function with every file call of an edit, or with samples and all of the last.
-template <typename Function>
-void atFileCalls(bool all, const Function& endsAt) {
-  int n = 1;
-  while (!endsAt(n)) n += all ? 1 : kStride;
-  if (all) return;
-  for (n -= kLastCalls; !endsAt(n); ++n) {
-  }
+TEST_F(EditInPlace, KilledAnywhereTheSourceIsOldOrNew) {
+  for (const InPlaceOperation& edit : edits_) expectOldOrNewAtEveryCall(edit);
 }
 
-TEST_F(EditInPlace, KilledOrFailingAnywhereTheSourceIsOldOrNewAndTheNextRunSucceeds) {
-  for (const Edit& each : kEdits) {
-    for (const bool dies : {true, false}) {
-      // How they go on when a call fails is the same for all.
-      const bool isRename = each.run == kRename.run;
-      if (!dies && !isRename) continue;
-      std::set<std::string> seen;
-      atFileCalls(dies && isRename, [&](int n) {
-        SCOPED_TRACE(testing::Message() << each.result << n << " dies: " << dies);
-        restoreSource();
-        const int code = edit<FaultPlatform>(each, n, dies);
-        if (code == 0) return true;
-        EXPECT_TRUE(dies ? code == FaultPlatform::kDeathCode : code != kCrashed) << code;
-        const std::string now = content(path());
-        EXPECT_TRUE(code != kTolerated || now == each.result);
-        seen.insert(now);
-        EXPECT_EQ(dir_.read("A/notes.txt"), "mine");
-        if (dies && isRename && n % kNextRunEvery != 0) return false;
-        // What is done already is refused by the lists, not by what the last run left.
-        EXPECT_EQ(edit<FaultPlatform>(each, 0), 0);
-        EXPECT_EQ(content(path()), each.result);
-        expectOthersKept();
-        return false;
-      });
-      EXPECT_THAT(seen, testing::UnorderedElementsAre(each.result, kBefore));
-    }
+TEST_F(EditInPlace, KilledOrFailingTheNextRunSucceeds) {
+  for (const InPlaceOperation& edit : edits_) {
+    seen_.clear();
+    atFileCalls(4, [&](int n) { return endsAt(edit, n, true); });
+    EXPECT_THAT(seen_, testing::UnorderedElementsAre(edit.result, kBefore));
   }
+  // How they go on when a call fails is the same for all.
+  atFileCalls(1, [&](int n) { return endsAt(rename_, n, false); });
 }
 
 TEST_F(EditInPlace, WithoutExchangeTheOldOneIsRenamedFirst) {
-  std::set<std::string> seen;
-  atFileCalls(false, [&](int n) {
+  atFileCalls(1, [&](int n) {
     SCOPED_TRACE(n);
-    restoreSource();
-    if (edit<NoExchange>(kRename, n) == 0) return true;
-    seen.insert(content(fs::exists(path()) ? path() : dir_.path("A_old")));
+    restore();
+    if (runInChild<NoExchange>(rename_, n) == 0) return true;
+    seen_.insert(content(fs::exists(path()) ? path() : dir_.path("A_old")));
     return false;
   });
-  EXPECT_THAT(seen, testing::UnorderedElementsAre(kRename.result, kBefore));
+  EXPECT_THAT(seen_, testing::UnorderedElementsAre(rename_.result, kBefore));
   expectDoneOn<NoExchange>();
   expectDoneOn<NoExchangeNoLinks>();
 }
@@ -235,19 +149,8 @@ TEST_F(EditInPlace, WithoutExchangeTheOldOneIsRenamedFirst) {
 TEST_F(EditInPlace, OfADirectoryThatStaysWhereItIsTheFilesAreMoved) {
   expectDoneOn<MountedDisk>();
   expectDoneOn<MountedDiskNoLinks>();
-  std::set<std::string> seen;
-  atFileCalls(false, [&](int n) {
-    SCOPED_TRACE(n);
-    restoreSource();
-    const int code = edit<MountedDisk>(kRename, n, false);
-    if (code == 0) return true;
-    EXPECT_NE(code, kCrashed);
-    const std::string now = content(path());
-    EXPECT_TRUE(code != kTolerated || now == kRename.result);
-    seen.insert(now);
-    return false;
-  });
-  EXPECT_THAT(seen, testing::UnorderedElementsAre(kRename.result, kBefore));
+  atFileCalls(1, [&](int n) { return endsAt<MountedDisk>(rename_, n, false); });
+  EXPECT_THAT(seen_, testing::UnorderedElementsAre(rename_.result, kBefore));
 }
 
 }  // namespace

@@ -122,7 +122,7 @@ void addProperties(PVBrow& destRow, int destDatabase, const PVBrow& srcRow, int 
 }
 
 void dropEmptyList(PVBrow& row, int database) {
-  if (row.tag == UNDEF || PVBpropInqFirst(database, row.tag) != nullptr) return;
+  if (row.tag == UNDEF || !PVBpropListIsUnused(database, row.tag)) return;
   PVBpropListFree(database, row.tag);
   row.tag = UNDEF;
 }

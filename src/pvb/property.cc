@@ -234,13 +234,12 @@ int PVBpropertyClose(int database) {
   }
   const bool closed = closeFiles(*data) == 0;
   if (flushed && !closed) PBpostError("PVBpropertyClose", 85, files.lists);
-  bool good = flushed && closed;
-  if (good && rewrite) {
-    const std::string newValues = files.values + std::string(kRewriteEnding);
-    good = propStrip(files.lists, files.values, newValues) == 0;
-  }
-  if (!good) PBflushErrors();
-  return good ? 0 : -2;
+  if (!flushed || !closed) return -2;
+  if (!rewrite) return 0;
+  const std::string newValues = files.values + std::string(kRewriteEnding);
+  if (propStrip(files.lists, files.values, newValues) == 0) return 0;
+  PBflushErrors();
+  return -2;
 }
 
 int stripGarbage(const std::string& directory, const std::string& tempPath) {

@@ -78,7 +78,7 @@ int PVBpropertyOpen(int database, int numBuffers);
 // Dead records go at the close, or at once from a copy in another directory.
 int PVBpropertySave(int database, const std::string& directory);
 // Rewrites the values when lists were made or records have died. A rewrite that
-// fails leaves the files as they were.
+// fails leaves the files as they were, and its posts are printed at once.
 int PVBpropertyClose(int database);
 // Rewrites the values of a database directory's "pvb.l" and "pvb.v" without the
 // dead records, through a file at `tempPath`. The order of each list reverses. The
@@ -114,3 +114,6 @@ int PVBpropListAppend(int database, PVBid list, int fromDatabase, PVBid fromList
 PVBid PVBpropListCarry(int database, int fromDatabase, PVBid fromList);
 // Whether `list` is a list in use.
 bool PVBpropListExists(int database, PVBid list);
+// Whether nothing was put into the list yet, what is dead by now included. No record is
+// read, so that what waits to be written may wait on.
+bool PVBpropListIsUnused(int database, PVBid list);

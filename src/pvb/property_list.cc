@@ -213,6 +213,13 @@ bool PVBpropListExists(int database, PVBid id) {
   return data != nullptr && getList(*data, id);
 }
 
+bool PVBpropListIsUnused(int database, PVBid id) {
+  const PVBpropertyData* data = sectionOf(database);
+  if (data == nullptr) return true;
+  const ListHandle list = getList(*data, id);
+  return !list || list->head == kNoRecord;
+}
+
 int PVBputProp(int database, PVBid id, const PVBproperty& property) {
   PVBpropertyData* data = sectionOf(database);
   if (data == nullptr) return -2;

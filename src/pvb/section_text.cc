@@ -159,8 +159,7 @@ bool SectionReader::lineEnd() {
 bool SectionReader::time(TIME& out) {
   std::string text;
   if (!word(text)) return false;
-  std::size_t end = 0;
-  return (parseTIME(text, out, &end) == 0 && end == text.size()) || fail();
+  return parseWholeTIME(text, out) || fail();
 }
 
 bool SectionReader::characters(std::string& out, std::size_t count) {

@@ -17,11 +17,7 @@ using Scalars = std::vector<const PVBsignal*>;
 
 bool tellFailure(const MessageSink& sink, MessageCode code, std::string text,
                  const std::string& file) {
-  Message message;
-  message.code = code;
-  message.text = std::move(text);
-  message.file = file;
-  sink(message);
+  sink(errorMessage(code, std::move(text), file));
   return false;
 }
 

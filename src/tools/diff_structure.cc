@@ -184,11 +184,7 @@ bool StructureFile::write(int database, const MessageSink& sink) {
   flushRecords();
   if (dumped && good_ && closeStream(std::move(stream_)) == 0) return true;
   if (dumped || !stream_ || !good_) {
-    Message message;
-    message.code = kCantWrite;
-    message.text = std::strerror(errno);
-    message.file = path;
-    sink(message);
+    sink(errorMessage(kCantWrite, std::strerror(errno), path));
   }
   return false;
 }
@@ -362,11 +358,6 @@ DiffResult diffStructures(int databaseA, int databaseB, const DifferenceSink& to
   LineWindow b(fileB.read());
   result.differences = LineDiff(a, b, told).run();
   result.done = !a.failed() && !b.failed();
-  if (!result.done) {
-    Message message;
-    message.code = kCantRead;
-    message.text = takePostedReasons();
-    sink(message);
-  }
+  if (!result.done) sink(errorMessage(kCantRead, takePostedReasons()));
   return result;
 }

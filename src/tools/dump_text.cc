@@ -53,8 +53,7 @@ bool parseTime(std::string_view text, TIME& out) {
     return wholeNumber(text.substr(0, colon), out.major) &&
            wholeNumber(text.substr(colon + 1), out.minor);
   }
-  std::size_t end = 0;
-  return parseTIME(text, out, &end) == 0 && end == text.size();
+  return parseWholeTIME(text, out);
 }
 
 }  // namespace

@@ -226,18 +226,15 @@ bool chooseSignals(int database, const ExportOptions& options, const MessageSink
     names.push_back(*signal->name);
     if (options.signals.empty() || wanted.erase(*signal->name) > 0) chosen.push_back(signal);
   }
-  Message message;
-  message.file = PVBpath(database);
-  message.code = wanted.empty() ? kExportRefused : kNoSuchSignal;
-  message.text = "there are no signals";
+  std::string text = "there are no signals";
   for (const std::string& name : options.signals) {
     if (!wanted.contains(name)) continue;
-    message.text =
-        fmt::format("'{}' is no signal of the database{}", name, didYouMean(name, names));
+    text = fmt::format("'{}' is no signal of the database{}", name, didYouMean(name, names));
     break;
   }
   if (wanted.empty() && !chosen.empty()) return true;
-  sink(message);
+  const MessageCode code = wanted.empty() ? kExportRefused : kNoSuchSignal;
+  sink(errorMessage(code, std::move(text), PVBpath(database)));
   return false;
 }
 

@@ -66,8 +66,7 @@ bool unknownLine(DumpScanner& in, const Word& keyword) {
 
 bool takeTime(DumpScanner& in, const Word& word, std::optional<TIME>& out) {
   TIME time;
-  std::size_t end = 0;
-  if (parseTIME(word.text, time, &end) != 0 || end != word.text.size()) {
+  if (!parseWholeTIME(word.text, time)) {
     return in.failColumn(kBadTime, fmt::format("'{}' is no time", word.text), word.column);
   }
   if (!out) out = time;
@@ -102,11 +101,8 @@ bool takeLine(DumpScanner& in, ImportOptions& options) {
 bool readImportOptions(const std::string& file, ImportOptions& options, const MessageSink& sink) {
   TextFilePtr text = PBopenCompressedTextFile(file, "r", false, 0);
   if (!text) {
-    Message message;
-    message.code = kCantRead;
-    message.text = fmt::format("the options can't be read: {}", takePostedReasons());
-    message.file = file;
-    sink(message);
+    const std::string reasons = takePostedReasons();
+    sink(errorMessage(kCantRead, "the options can't be read: " + reasons, file));
     return false;
   }
   DumpScanner in(std::move(text), file, sink);

@@ -133,12 +133,16 @@ std::string takePostedReasons() {
   return reasons;
 }
 
-Message failureMessage(MessageCode code, std::string text, std::string file) {
-  const std::string reasons = takePostedReasons();
-  if (!reasons.empty()) text += ": " + reasons;
+Message errorMessage(MessageCode code, std::string text, std::string file) {
   Message message;
   message.code = code;
   message.text = std::move(text);
   message.file = std::move(file);
   return message;
+}
+
+Message failureMessage(MessageCode code, std::string text, std::string file) {
+  const std::string reasons = takePostedReasons();
+  if (!reasons.empty()) text += ": " + reasons;
+  return errorMessage(code, std::move(text), std::move(file));
 }

@@ -173,5 +173,7 @@ void setMessageColor(ColorMode mode);
 // The numbered error stack as one text, newest first, cleared: why a call failed.
 // Empty when nothing was posted.
 std::string takePostedReasons();
-// A message about `file`, with these reasons behind the text.
+// An error about a file as a whole, or about none.
+Message errorMessage(MessageCode code, std::string text, std::string file = {});
+// The same with the reasons posted behind the text.
 Message failureMessage(MessageCode code, std::string text, std::string file);

@@ -18,10 +18,9 @@ struct StretchTexts {
 bool readTime(const std::string& text, std::int64_t& out) {
   if (text.empty()) return true;
   TIME time;
-  std::size_t end = 0;
-  const bool good = parseTIME(text, time, &end) == 0 && end == text.size();
-  if (good) out = PBtimeToLong(time);
-  return good;
+  if (!parseWholeTIME(text, time)) return false;
+  out = PBtimeToLong(time);
+  return true;
 }
 
 // An exit code when the texts make no stretch.

@@ -296,11 +296,7 @@ bool StilReader::open(const std::string& path) {
   std::unique_ptr<ByteSource> source = ByteSource::open(path, true, reason);
   if (source != nullptr) return parts_->readFirst(std::move(source));
   parts_->notOpened = true;
-  Message message;
-  message.code = kCantRead;
-  message.text = reason;
-  message.file = path;
-  parts_->sink(message);
+  parts_->sink(errorMessage(kCantRead, std::move(reason), path));
   return false;
 }
 

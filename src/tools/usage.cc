@@ -68,19 +68,14 @@ std::vector<DeclaredOption> declaredOptions(int (*run)(std::span<const std::stri
 }
 
 int refuse(MessageCode code, std::string text, std::string file) {
-  Message message;
-  message.code = code;
-  message.text = std::move(text);
-  message.file = std::move(file);
-  printMessage(message);
+  printMessage(errorMessage(code, std::move(text), std::move(file)));
   return kExitFailed;
 }
 
 bool readTimeOption(const std::string& text, std::string_view option, std::optional<TIME>& out) {
   if (text.empty()) return true;
   TIME time;
-  std::size_t end = 0;
-  if (parseTIME(text, time, &end) != 0 || end != text.size()) {
+  if (!parseWholeTIME(text, time)) {
     refuse(kBadUsage, fmt::format("--{} {}: a time such as 100nS is expected", option, text));
     return false;
   }
