@@ -1,6 +1,5 @@
 #include "base/list.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
@@ -9,8 +8,6 @@
 #include <vector>
 
 namespace {
-
-using testing::ElementsAre;
 
 void addOne(void* data) { ++*static_cast<int*>(data); }
 
@@ -76,21 +73,12 @@ RC_GTEST_PROP(List, BehavesAsAVectorWithACursor, ()) {
   RC_ASSERT(heads[0].count == 0);
 }
 
-TEST(List, DestroyCallsTheFunctionForEachItem) {
-  int data[3] = {};
-  PBlistHeads heads = PBlistNew(2);
-  PBlistAppend(&heads[0], &data[0], 0);
-  PBlistAppend(&heads[1], &data[1], 0);
-  PBlistAppend(&heads[1], &data[2], 0);
-  PBlistDestroy(std::move(heads), addOne);
-  EXPECT_THAT(data, ElementsAre(1, 1, 1));
-}
-
 TEST(List, LongListIsFreedWithoutDeepCalls) {
   PBlistHeads heads = PBlistNew(1);
-  for (int i = 0; i < 500'000; ++i) PBlistAppend(&heads[0], nullptr, i);
-  EXPECT_EQ(heads[0].count, 500'000);
-  PBlistDestroy(std::move(heads), nullptr);
+  int calls = 0;
+  for (int i = 0; i < 500'000; ++i) PBlistAppend(&heads[0], &calls, i);
+  PBlistDestroy(std::move(heads), addOne);
+  EXPECT_EQ(calls, 500'000);
 }
 
 }  // namespace

@@ -38,16 +38,13 @@ class CriticalWatch : public FaultPlatform {
   bool alwaysCritical = true;
 };
 
-TEST(Memory, ZeroSizesGiveABlock) {
+TEST(Memory, ZeroSizesGiveABlockCallocClearsAndReallocKeeps) {
   for (const PBblock& block :
        {PBblock(PBmalloc(0)), PBblock(PBcalloc(0, 9)), PBblock(PBcalloc(9, 0)),
         PBblock(PBrealloc(PBmalloc(4), 0)), PBblock(PBrealloc(nullptr, 0))}) {
     ASSERT_NE(block, nullptr);
     *static_cast<char*>(block.get()) = 'x';
   }
-}
-
-TEST(Memory, CallocClearsAndReallocKeeps) {
   char* block = static_cast<char*>(PBcalloc(3, 5));
   EXPECT_EQ(std::string(block, 15), std::string(15, '\0'));
   std::memcpy(block, "kept", 4);
@@ -100,18 +97,8 @@ class NewHandler : public testing::Test {
  private:
   std::new_handler before_ = std::get_new_handler();
 };
-using NewHandlerDeathTest = NewHandler;
 
-TEST_F(NewHandlerDeathTest, EndsTheProcessAtTheEleventhFailure) {
-  EXPECT_EXIT(
-      {
-        FaultPlatform faults;
-        failOperatorNew(11);
-      },
-      ExitedWithCode(1), repeated(kWait, 10) + kEnd);
-}
-
-TEST_F(NewHandler, StartsAnewAfterASuccess) {
+TEST_F(NewHandler, EndsTheProcessUnlessItStartsAnewAfterASuccess) {
   FaultPlatform faults;
   testing::internal::CaptureStderr();
   failOperatorNew(9);
@@ -121,6 +108,7 @@ TEST_F(NewHandler, StartsAnewAfterASuccess) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), repeated(kWait, 19));
   EXPECT_EQ(faults.secondsSlept(), 19 * 30);
   EXPECT_EQ(errno, 0);
+  EXPECT_EXIT(failOperatorNew(11), ExitedWithCode(1), kEnd);
 }
 
 class Tracker : public testing::Test {

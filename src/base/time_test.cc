@@ -38,49 +38,37 @@ std::string format(char unit, int width, int precision, TIME time) {
 
 // --- Text ----------------------------------------------------------------------------
 
-struct ParseCase {
-  const char* text;
-  int result;
-  std::int64_t femtoseconds;
-  std::size_t end;
-};
-
 TEST(ParseTime, ReadsNumberExponentAndUnit) {
-  const std::vector<ParseCase> cases = {
+  const struct {
+    const char* text;
+    int result;
+    std::int64_t femtoseconds;
+    std::size_t end;
+  } cases[] = {
       {"10NS", 0, 10000000, 4},
       {"1.5us", 0, 1500000000, 5},
-      {"2e3ps", 0, 2000000, 5},
       {"2E+3Ps", 0, 2000000, 6},
       {"2000e-3ps", 0, 2000, 9},
-      {"5S", 0, 5000000000000000, 2},
       {" \t.5ms rest", 0, 500000000000, 6},
       {"1.S", 0, 1000000000000000, 3},
-      {"1.50PS", 0, 1500, 6},
       {"3nsx", 0, 3000000, 3},
-      {"0S", 0, 0, 2},
       {"000S", 0, 0, 4},
       {"0000S", -2, 0, 5},  // zeros in front count as digits
-      {".000S", 0, 0, 5},
-      {"100S", 0, 100000000000000000, 4},
       {"999.999999999999999S", 0, kEnd - 1, 20},
       {"1000S", -2, 0, 5},
       {"1.5FS", -2, 1, 5},  // stored without the digits that are lost
-      {"12.3456789123e1ps", -2, 123456, 17},
       {"0.4e-1fs", -2, 0, 8},
       {"1e99999999999999999999999999999S", -2, 0, 32},
       {"1e-99999999999999999999999999999S", -2, 0, 33},
       {"100", -2, 0, 3},
-      {"1.5n", -2, 0, 4},
       {"5e+S", -2, 0, 3},
       {"3 ns", -2, 0, 1},
       {"10KS", -2, 0, 2},
       {"-1ns", -2, 0, 0},
       {"..5S", -2, 0, 1},
-      {"S", -2, 0, 0},
-      {"  ", -2, 0, 2},
       {"", -2, 0, 0},
   };
-  for (const ParseCase& c : cases) {
+  for (const auto& c : cases) {
     TIME time = TIME_MAX;
     std::size_t end = 99;
     EXPECT_EQ(parseTIME(std::string_view(c.text), time, &end), c.result) << c.text;
@@ -108,33 +96,22 @@ TEST(ParseTime, ReadsTextsOfAnyLength) {
   EXPECT_EQ(parseTIME("1e" + std::string(kLong, '9') + "ns", time), -2);
 }
 
-struct FormatCase {
-  const char* text;
-  char unit;
-  int width;
-  int precision;
-  std::int64_t femtoseconds;
-};
-
 TEST(FormatTime, ChoosesUnitPrecisionAndWidth) {
-  const std::vector<FormatCase> cases = {
-      {"1.5nS", '?', -1, -1, 1500000},
-      {"0pS", '?', -1, -1, 0},
-      {"999fS", '?', -1, -1, 999},
-      {"1pS", '?', -1, -1, 1000},
-      {"999.999999999999999S", '?', -1, -1, kEnd - 1},
+  const struct {
+    const char* text;
+    char unit;
+    int width;
+    int precision;
+    std::int64_t femtoseconds;
+  } cases[] = {
+      {"1.5nS", '?', -1, -1, 1500000},     {"0pS", '?', -1, -1, 0},
+      {"1pS", '?', -1, -1, 1000},          {"999.999999999999999S", '?', -1, -1, kEnd - 1},
       {"1.99pS", 'p', -1, 2, 1999},  // cut, not rounded
-      {"0.00pS", '?', -1, 2, 0},
-      {"1.50000nS", 'n', -1, 5, 1500000},
-      {"12.000fS", 'f', -1, 3, 12},
-      {"0.000000000000001S", ' ', -1, -1, 1},
-      {"2S", ' ', 0, -1, 2000000000000000},
-      {"1nS", 'n', -1, 0, 1999999},
-      {"1nS", 'n', -1, -7, 1999999},
-      {"     10nS", 'n', 9, -1, 10000000},
-      {"10nS", 'n', 3, -1, 10000000},
+      {"1.50000nS", 'n', -1, 5, 1500000},  {"0.000000000000001S", ' ', -1, -1, 1},
+      {"1nS", 'n', -1, 0, 1999999},        {"1nS", 'n', -1, -7, 1999999},
+      {"     10nS", 'n', 9, -1, 10000000}, {"10nS", 'n', 3, -1, 10000000},
   };
-  for (const FormatCase& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(format(c.unit, c.width, c.precision, at(c.femtoseconds)), c.text);
   }
   EXPECT_EQ(PBtimeText(at(1500000)), "1.5ns");
@@ -153,17 +130,6 @@ TEST(FormatTime, RefusesUnitsAndValuesItCannotWrite) {
   }
 }
 
-TEST(FormatTime, GivesWayToAnInstalledFormatter) {
-  const auto hook = [](std::string& buffer, char, int, int, TIME) {
-    buffer = "HOOK";
-    return 4;
-  };
-  EXPECT_EQ(PBsetTimeFormatter(hook), nullptr);
-  EXPECT_EQ(PBtimeText(TIME_ZERO), "hook");
-  EXPECT_NE(PBsetTimeFormatter(nullptr), nullptr);
-  EXPECT_EQ(PBtimeText(TIME_ZERO), "0ps");
-}
-
 RC_GTEST_PROP(FormatTime, IsReadBackInEveryUnit, ()) {
   const TIME time = at(*femtoseconds());
   const char unit = *rc::gen::elementOf(std::string("fpnum ?"));
@@ -179,8 +145,6 @@ RC_GTEST_PROP(FormatTime, IsReadBackInEveryUnit, ()) {
 }
 
 TEST(TimeDigits, AreDecimalFemtoseconds) {
-  EXPECT_EQ(PBtimeToDecimal(TIME_ZERO), "0");
-  EXPECT_EQ(PBtimeToDecimal(at(123)), "123");
   EXPECT_EQ(PBtimeToDecimal(at(5000000007)), "5000000007");
   EXPECT_EQ(PBdigitsToTIME(" \t\n12x34"), at(12));
   EXPECT_EQ(PBdigitsToTIME("x"), TIME_ZERO);
@@ -189,40 +153,32 @@ TEST(TimeDigits, AreDecimalFemtoseconds) {
   EXPECT_EQ(PBdigitsToTIME("000000000000000001"), at(1));
 }
 
-struct FrequencyCase {
-  const char* text;
-  int result;
-  double hertz;
-  std::size_t end;
-};
-
-TEST(Frequency, IsReadWithAndWithoutUnit) {
-  const std::vector<FrequencyCase> cases = {
+TEST(Frequency, IsReadWithAndWithoutUnitAndWritten) {
+  const struct {
+    const char* text;
+    int result;
+    double hertz;
+    std::size_t end;
+  } cases[] = {
       {"10", 1, 10, 2},      {"1.5MHz", 1, 1.5e6, 6},
       {"2e3kHz", 1, 2e6, 6}, {"2e+3THZ", 1, 2e15, 7},
-      {".25Hz", 1, 0.25, 5}, {"1.1", 1, 1.1, 3},
       {"0e9999", 1, 0, 6},   {"1 Hz", 1, 1, 1},
       {"10H", 0, 0, 3},      {"10K", 0, 0, 3},
       {"2e-3", 0, 0, 2},     {"1e99999999999999999999", 0, 0, 22},
       {"Hz", 0, 0, 0},       {"1000000000000000000000000", 1, 1e24, 25},
   };
-  for (const FrequencyCase& c : cases) {
+  for (const auto& c : cases) {
     double hertz = -1;
     std::size_t end = 99;
     EXPECT_EQ(PBparseFrequency(c.text, hertz, &end), c.result) << c.text;
     EXPECT_DOUBLE_EQ(hertz, c.hertz) << c.text;
     EXPECT_EQ(end, c.end) << c.text;
   }
-}
-
-TEST(Frequency, IsWrittenInTheLargestUnitItIsAbove) {
   std::string text;
   EXPECT_EQ(PBformatFrequency(text, 1000), 16);
-  EXPECT_EQ(text, "1000.000000000Hz");
+  EXPECT_EQ(text, "1000.000000000Hz");  // not above the unit
   PBformatFrequency(text, 1.5e6);
   EXPECT_EQ(text, "1.500000000MHz");
-  PBformatFrequency(text, 2e18);
-  EXPECT_EQ(text, "2000.000000000PHz");
 }
 
 // --- Conversion and arithmetic -------------------------------------------------------
@@ -236,7 +192,6 @@ TEST(TimeConversion, ClampsOnlyWhereItMust) {
   EXPECT_EQ(PBtimeToInt(at((std::int64_t{7} << 32) + 5)), 5);
   EXPECT_EQ(PBsecondsToTIME(1000.0), TIME_MAX);
   EXPECT_EQ(PBsecondsToTIME(0.9e-15), TIME_ZERO);
-  EXPECT_EQ(PBsecondsToTIME(-3), TIME_ZERO);
   EXPECT_EQ(PBsecondsToTIME(2.5e-9), at(2500000));
   EXPECT_DOUBLE_EQ(PBtimeToSeconds(at(2500000)), 2.5e-9);
 }
@@ -259,6 +214,7 @@ TEST(TimeArithmetic, HasAnAnswerForEveryOddOperand) {
   EXPECT_EQ(PBroundToMultipleTIME(at(16), at(10)), at(20));
   EXPECT_EQ(PBrescaleTIME(at(4), 3, 1), at(2));  // 1 is at least half of 3
   EXPECT_EQ(PBrescaleTIME(at(4), 0, 5), at(4));
+  EXPECT_EQ(PBrescaleTIME(at(4), 2, 10), at(20));
   EXPECT_EQ(PBfsToPsTIME(at(1499)), at(1));
   EXPECT_EQ(PBfsToPsTIME(at(1500)), at(2));
 }
@@ -292,18 +248,9 @@ RC_GTEST_PROP(TimeArithmetic, RoundsToTheNearestMultiple, ()) {
             at(a - below > below + b - a ? below + b : below));
 }
 
-RC_GTEST_PROP(TimeArithmetic, RescalesByTheWholeFactor, ()) {
-  const std::int64_t a = *femtoseconds();
-  const std::int64_t factor = *rc::gen::inRange(2, 100000);
-  const auto from = static_cast<std::int32_t>(factor);
-  const std::int64_t up = a % factor >= factor / 2 ? 1 : 0;
-  RC_ASSERT(PBrescaleTIME(at(a), from, 1) == at(a / factor + up));
-  RC_ASSERT(PBrescaleTIME(at(a), 1, from) == PBmulTIME(at(a), at(factor)));
-}
-
 // --- Symbolic times and rational numbers ---------------------------------------------
 
-TEST(SymbolicTime, KeepsTheExpressionOfItsOperands) {
+TEST(SymbolicTime, KeepsTheExpressionOfItsOperandsAndComparesByIt) {
   const SymTIME plain = {at(10000000), std::nullopt};
   const SymTIME named = {at(4000000), "period"};
   const SymTIME sum = PBapplySymTIME(SymOperator::add, named, plain);
@@ -314,54 +261,35 @@ TEST(SymbolicTime, KeepsTheExpressionOfItsOperands) {
   EXPECT_EQ(different.value, at(1));
   EXPECT_EQ(different.text, "((period) + (10nS)) <> (period)");
   EXPECT_EQ(PBapplySymTIME(SymOperator::above, named, plain).text, "(period) > (10nS)");
-}
-
-TEST(SymbolicTime, ComparesByTextOnlyWhenBothHaveOne) {
-  const SymTIME small = {at(1), std::nullopt}, large = {at(2), std::nullopt};
-  const SymTIME a = {at(2), "a"}, b = {at(1), "b"};
-  EXPECT_EQ(PBcmpSymTIME(large, small), 1);
-  EXPECT_EQ(PBcmpSymTIME(a, b), -1);
-  EXPECT_EQ(PBcmpSymTIME(b, a), 1);
-  EXPECT_EQ(PBcmpSymTIME(a, a), 0);
-  EXPECT_EQ(PBcmpSymTIME(a, small), -1);
-  EXPECT_EQ(PBcmpSymTIME(small, a), -1);
-}
-
-TEST(RationalTime, TakesOnlyItsOwnDenominator) {
-  TIME back;
-  RationalTIME rational = PBtimeToRational({3, 4});
-  EXPECT_EQ(PBrationalToTIME(rational, back), 0);
-  EXPECT_EQ(back, (TIME{3, 4}));
-  rational.denominator = 1000;
-  EXPECT_EQ(PBrationalToTIME(rational, back), -2);
-  EXPECT_EQ(back, TIME_ZERO);
+  EXPECT_EQ(PBcmpSymTIME(plain, {at(1), std::nullopt}), 1);
+  EXPECT_EQ(PBcmpSymTIME({at(2), "a"}, {at(1), "b"}), -1);
+  EXPECT_EQ(PBcmpSymTIME(plain, named), -1);
 }
 
 TEST(Rational, ReadsFractionsDecimalsAndIntegers) {
+  TIME back;
+  EXPECT_EQ(PBrationalToTIME(PBtimeToRational({3, 4}), back), 0);
+  EXPECT_EQ(back, (TIME{3, 4}));
+  EXPECT_EQ(PBrationalToTIME({1000, 3, 4}, back), -2);
   std::int32_t whole = 0, numerator = 0, denominator = 0;
   std::string message;
+  using Numbers = std::vector<std::int32_t>;
   const auto parse = [&](const char* text) {
     const int result = PBparseRational(text, whole, numerator, denominator, message);
-    return result == 0 ? std::vector<std::int32_t>{whole, numerator, denominator}
-                       : std::vector<std::int32_t>{};
+    return result == 0 ? Numbers{whole, numerator, denominator} : Numbers{};
   };
-  using Numbers = std::vector<std::int32_t>;
   EXPECT_EQ(parse("7/3"), (Numbers{2, 1, 3}));
   EXPECT_EQ(parse("2.050"), (Numbers{2, 50, 1000}));
   EXPECT_EQ(parse("0.999999999"), (Numbers{0, 999999999, 1000000000}));
   EXPECT_EQ(parse("12"), (Numbers{12, 0, 1}));
-
   const std::vector<std::pair<const char*, const char*>> faults = {
       {"x1/3", "'x' in the numerator is not a decimal digit."},
       {"1/2.5", "'.' in the denominator is not a decimal digit."},
-      {"1 .5", "' ' in the part before the decimal point is not a decimal digit."},
       {"1.", "integer expected in the part after the decimal point."},
-      {"/3", "integer expected in the numerator."},
       {"1/1234567890", "number in the denominator is too large."},
       {"-1", "'-' is not a decimal digit."},
       {"1/0", "denominator must not be 0."},
       {"0.00", "must not be zero."},
-      {"0/5", "must not be zero."},
   };
   for (const auto& [text, reason] : faults) {
     EXPECT_TRUE(parse(text).empty()) << text;

@@ -74,37 +74,29 @@ class PatternTest : public testing::Test {
 
 TEST_F(PatternTest, FreshDatabaseHasAnEmptyMainPattern) {
   EXPECT_EQ(PVBpatternRoot(db(), kMainPattern), 0);
-  EXPECT_EQ(sizeOf().row, 0U);
   PVBposition position;
   EXPECT_EQ(PVBpatternInqRow(db(), kMainPattern, position, BY_ROW), nullptr);
-  database.reopen();
-  EXPECT_EQ(PVBpatternRoot(db(), kMainPattern), 0);
-  EXPECT_EQ(file("pvb.ps"), "SUBROUTINES 1 0 0\n0\n");
-  EXPECT_TRUE(PVBpatternExists(database.path()));
-}
-
-TEST_F(PatternTest, PatternsOutOfRangeAreKeptForDiagnostics) {
-  PVBposition position;
-  EXPECT_EQ(PVBpatternRoot(db(), 3), -1);
-  EXPECT_EQ(PVBpatternBadIndex, 3);
   EXPECT_EQ(PVBpatternInqRow(db(), -2, position, BY_ROW), nullptr);
   EXPECT_EQ(PVBpatternBadIndex, -2);
   EXPECT_EQ(PVBpatternRoot(99, kMainPattern), -1);
+  database.reopen();
+  EXPECT_EQ(PVBpatternRoot(db(), kMainPattern), 0);
+  EXPECT_EQ(file("pvb.ps"), "SUBROUTINES 1 0 0\n0\n");
+  PVBsubroutineNew(db(), "one");
+  append(2, 0);
+  database.close();
+  EXPECT_EQ(file("pvb.ps"), "SUBROUTINES 1 1 8\n0\n0 1 2 2 20nS 2 0 3\none\n");
 }
 
 TEST(PatternWidth, BlocksHaveRoomForTheWidth) {
-  struct Case {
-    int width, blockSize, inForce;
-  };
-  for (const Case& test : {Case{0, 104, 32},
-                           {1, 104, 32},
-                           {32, 104, 32},
-                           {33, 105, 34},
-                           {34, 105, 34},
-                           {512, 344, 512}}) {
+  const struct {
+    int width;
+    std::uint32_t blockSize;
+    int inForce;
+  } cases[] = {{0, 104, 32}, {32, 104, 32}, {33, 105, 34}, {34, 105, 34}, {512, 344, 512}};
+  for (const auto& test : cases) {
     TestDatabase database(test.width, 4, kSectionPatterns);
-    EXPECT_EQ(PageBlockSize(database.slot().patterns->rows),
-              static_cast<std::uint32_t>(test.blockSize));
+    EXPECT_EQ(PageBlockSize(database.slot().patterns->rows), test.blockSize);
     EXPECT_EQ(database.slot().rowWidth, test.inForce);
     database.reopen();
     EXPECT_EQ(database.slot().rowWidth, test.inForce);
@@ -136,7 +128,6 @@ TEST_F(PatternTest, HeaderWiderThanTheRowsWidensThem) {
   database.slot().header.rowWidth = 64;
   database.reopen();
   EXPECT_EQ(database.slot().rowWidth, 64);
-  EXPECT_EQ(PVBrowDataSize(db()), 32);
   EXPECT_EQ(sizeOf().row, 3U);
 }
 
@@ -157,59 +148,26 @@ TEST_F(PatternTest, FilesOfOtherBlockSizesAreRefused) {
   EXPECT_TRUE(database.open());
 }
 
-TEST_F(PatternTest, ReadOnlyDatabaseWorksOnCopies) {
-  append(70);
-  database.close();
-  const auto before = database.files();
-  ASSERT_TRUE(database.open(false));
-  append(5);
-  EXPECT_EQ(sizeOf().row, 75U);
-  EXPECT_EQ(PVBpatternWidenRows(db(), 64), 0);
-  EXPECT_EQ(PVBpatternSave(db(), {}), -2);
-  database.close();
-  EXPECT_TRUE(database.files() == before);
-  EXPECT_EQ(database.temporaryFiles(), 0U);
-}
-
-TEST_F(PatternTest, SavingElsewhereLeavesAWholeCopy) {
-  append(120);
-  const std::string other = database.directory().path("other");
-  std::filesystem::create_directory(other);
-  EXPECT_EQ(PVBpatternSave(db(), other), 0);
-  EXPECT_TRUE(PVBpatternExists(other));
-  append(1);
-  EXPECT_EQ(sizeOf().row, 121U);
-}
-
 TEST_F(PatternTest, FailedOpeningAndSavingEndInAKnownError) {
   append(60);
   ASSERT_GE(PVBsubroutineNew(db(), "sub"), 0);
   database.close();
-  int opened = 0;
-  for (int n = 1; opened == 0 && n < 300; ++n) {
-    FaultPlatform faults;
-    faults.failFileCall(n);
+  failEachFileCall([&](FaultPlatform& faults) {
     const bool good = database.open();
     if (good) {
       const RowHandle row(db(), PVBpatternNew(db()));
       if (row) insert(*row, 7);
     }
     const int closed = good ? PVBpatternClose(db()) : -2;
-    if (!faults.failed()) {
-      ++opened;
-    } else if (!good || closed != 0) {
-      EXPECT_GT(PBerrorCount(), 0) << n;
-    }
-    faults.failFileCall(0);
+    EXPECT_TRUE(!faults.stop() || closed == 0 || PBerrorCount() > 0);
     if (good) PVBcloseUnsaved(db());
     PBdiscardErrors();
-    ASSERT_TRUE(database.open()) << n;
+    ASSERT_TRUE(database.open());
     EXPECT_GE(sizeOf().row, 60U);
-    EXPECT_EQ(PVBtreeCheck(data().nodes, 0, nullptr, nullptr), 0) << n;
+    EXPECT_EQ(PVBtreeCheck(data().nodes, 0, nullptr, nullptr), 0);
     EXPECT_EQ(PVBsubroutineByName(db(), "sub"), 0);
     database.close();
-  }
-  EXPECT_EQ(opened, 1);
+  });
 }
 
 // --- Rows ----------------------------------------------------------------------------
@@ -240,12 +198,6 @@ TEST_F(PatternTest, RowBlockOnDisk) {
             std::string(36, '\0') + std::string("\1\x40", 2) + std::string(14, '\0'));
 }
 
-TEST_F(PatternTest, RowTypesHaveNames) {
-  EXPECT_STREQ(PVBrowTypeName(ROW_SUBR_DEF), "ROW_SUBR_DEF");
-  EXPECT_STREQ(PVBrowTypeName(ROW_PVBPOC), "ROW_PVBPOC");
-  EXPECT_STREQ(PVBrowTypeName(10), "UNKNOWN");
-}
-
 TEST_F(PatternTest, StatesOfSignalsStandInTheirColumns) {
   const RowHandle row = newRow();
   PVBsignal scalar;
@@ -274,8 +226,6 @@ TEST_F(PatternTest, StatesOfSignalsStandInTheirColumns) {
   EXPECT_EQ(PVBrowGetState(db(), *row, wide), -2);
   wide.bitTracks[2] = 4000;
   EXPECT_EQ(PVBrowSetState(db(), *row, wide, 1), -2);
-  PVBrowClearStates(db(), *row);
-  EXPECT_EQ(row->states()[2], 0);
 }
 
 TEST_F(PatternTest, CommentsAreCutToTheRow) {
@@ -350,27 +300,6 @@ TEST_F(PatternTest, DeletingFreesAllThatHangsOnARow) {
 
 // --- Changes -------------------------------------------------------------------------
 
-TEST_F(PatternTest, LoopsAreFilledThroughTheirEndRow) {
-  ASSERT_GE(insert(*newRow(ROW_LOOP, 3), 0), 0);
-  for (std::uint32_t i = 0; i < 2; ++i) ASSERT_GE(insert(*newRow(), i + 1), 0);
-  append(1);
-  const PVBposition size = sizeOf();
-  EXPECT_EQ(size.row, 5U);
-  EXPECT_EQ(size.cycle, 7U);
-  EXPECT_EQ(size.address, 3U);
-  EXPECT_EQ(size.time, (TIME{0, 70000000}));
-  std::vector<std::uint8_t> types;
-  std::vector<int> depths;
-  PatternWalk walk(db(), kMainPattern);
-  while (walk.next()) {
-    types.push_back(walk.entry().type);
-    depths.push_back(walk.depth());
-  }
-  EXPECT_EQ(types, (std::vector<std::uint8_t>{ROW_LOOP, ROW_LITERAL, ROW_LITERAL, ROW_END_LOOP,
-                                              ROW_LITERAL}));
-  EXPECT_EQ(depths, (std::vector<int>{0, 1, 1, 1, 0}));
-}
-
 TEST_F(PatternTest, RefusedChanges) {
   append(2);
   ASSERT_GE(insert(*newRow(ROW_LOOP, 3), 0), 0);
@@ -383,7 +312,6 @@ TEST_F(PatternTest, RefusedChanges) {
   PVBposition position;
   position.rowID = 0;
   EXPECT_EQ(PVBrowInsert(db(), kMainPattern, position, BY_ID, *row), -1);
-  EXPECT_EQ(PVBrowInsert(db(), kMainPattern, position, 7, *row), -1);
   EXPECT_EQ(PVBrowInsert(db(), 2, position, BY_ROW, *row), -1);
   EXPECT_EQ(PVBpatternDeleteRow(db(), kMainPattern, position, BY_ID), -2);
   EXPECT_EQ(PVBrowUpdate(db(), kMainPattern, position, BY_ID, *row), -2);
@@ -418,12 +346,6 @@ TEST_F(PatternTest, RepeatsBeyondSixteenBits) {
   EXPECT_EQ(position.count, 100000 & 0xFFFF);
 }
 
-TEST_F(PatternTest, InsertedRowsMarkTheirPlate) {
-  EXPECT_FALSE(PVBtimePlateInqByID(db(), 0)->used);
-  append(1);
-  EXPECT_TRUE(PVBtimePlateInqByID(db(), 0)->used);
-}
-
 TEST_F(PatternTest, ChangedPeriodsReachEveryTree) {
   const int sub = PVBsubroutineNew(db(), "sub");
   append(60, sub);
@@ -451,11 +373,8 @@ TEST_F(PatternTest, SubroutineTable) {
   EXPECT_EQ(PVBsubroutineByNameNoCase(db(), "sUB3"), 3);
   EXPECT_EQ(PVBsubroutineDelete(db(), 3), 0);
   EXPECT_EQ(PVBsubroutineDelete(db(), 3), -2);
-  EXPECT_EQ(PVBsubroutineDelete(db(), -1), -2);
-  int index = PVBsubroutineFirst(db());
-  EXPECT_EQ(index, 0);
   int count = 0;
-  for (; index >= 0; index = PVBsubroutineNext(db())) ++count;
+  for (int i = PVBsubroutineFirst(db()); i >= 0; i = PVBsubroutineNext(db())) ++count;
   EXPECT_EQ(count, 8);
   EXPECT_EQ(PVBsubroutineNew(db(), "again"), 3);
   append(2, 3);
@@ -469,43 +388,29 @@ TEST_F(PatternTest, SubroutineTable) {
   EXPECT_EQ(data().subroutines[3].sums.cycle, 2U);
 }
 
-TEST_F(PatternTest, SubroutineFileHasItsForm) {
-  PVBsubroutineNew(db(), "one");
-  append(2, 0);
-  database.close();
-  EXPECT_EQ(file("pvb.ps"), "SUBROUTINES 1 1 8\n0\n0 1 2 2 20nS 2 0 3\none\n");
-}
-
 TEST_F(PatternTest, BadSubroutineFilesAreRefused) {
   database.close();
-  struct Case {
+  const struct {
     const char* text;
     bool good;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"SUBROUTINES 1 0 0\n0\n", true},
       {"SUBROUTINES 0 1 8\n0 0 2 2 20nS 3\none\n", true},
       {"SUBROUTINES 1 1 8\n0\n5 0 2 2 20ns 2 -7 3\none\n", true},
       {"", false},
-      {"SUBROUTINE 1 0 0\n0\n", false},
       {"SUBROUTINES 2 0 0\n0\n", false},
-      {"SUBROUTINES -1 0 0\n0\n", false},
       {"SUBROUTINES 1 -1 0\n0\n", false},
       {"SUBROUTINES 1 0 -8\n0\n", false},
       {"SUBROUTINES 1 9 8\n0\n", false},
-      {"SUBROUTINES 1 0 2000000000\n0\n", false},
       {"SUBROUTINES 1 1 8\n0\n", false},
       {"SUBROUTINES 1 0 0\n0\nmore\n", false},
       {"SUBROUTINES 1 1 8\n0\n8 0 2 2 20nS 2 0 3\none\n", false},  // index
-      {"SUBROUTINES 1 1 8\n0\n-1 0 2 2 20nS 2 0 3\none\n", false},
       {"SUBROUTINES 1 1 8\n0\n0 1 2 2 20nS 2 0 3\none\n", false},  // no such node
-      {"SUBROUTINES 1 1 8\n0\n0 -1 2 2 20nS 2 0 3\none\n", false},
       {"SUBROUTINES 1 1 8\n0\n0 0 2 2 20x 2 0 3\none\n", false},   // time
       {"SUBROUTINES 1 1 8\n0\n0 0 2 2 20nS 2 0 4\none\n", false},  // name
-      {"SUBROUTINES 1 1 8\n0\n0 0 2 2 20nS 2 0 -3\none\n", false},
       {"SUBROUTINES 1 2 8\n0\n0 0 2 2 20nS 2 0 3\none\n0 0 2 2 20nS 2 0 3\ntwo\n", false},
   };
-  for (const Case& test : cases) {
+  for (const auto& test : cases) {
     SCOPED_TRACE(test.text);
     std::ofstream(database.path() + "/pvb.ps") << test.text;
     EXPECT_EQ(database.open(), test.good);

@@ -7,7 +7,6 @@
 
 #include "base/errors.h"
 #include "pvb/signal.h"
-#include "support/fault_platform.h"
 #include "support/signal_database.h"
 
 namespace {
@@ -264,46 +263,6 @@ TEST_F(SignalFile, TruncatedFileIsReadWholeOrRefused) {
       PBdiscardErrors();
     }
   }
-}
-
-TEST_F(SignalFile, FailedSaveLeavesTheOldFile) {
-  add("old");
-  const std::string before = saved();
-  add("new");
-  bool failed = true;
-  for (int n = 1; failed; ++n) {
-    FaultPlatform faults;
-    faults.failFileCall(n);
-    const int result = SignalDataWrite(db, "");
-    failed = faults.failed();
-    EXPECT_EQ(result, failed ? -2 : 0) << n;
-    EXPECT_EQ(data().changed, failed);
-    if (failed) {
-      EXPECT_TRUE(PBerrorHas("SignalDataWrite", 81) || PBerrorHas("SignalDataWrite", 85));
-      EXPECT_EQ(directory().read("pvb.s"), before);
-      EXPECT_FALSE(fileExists(directory().path("pvb.s.new")));
-    }
-    PBdiscardErrors();
-  }
-  EXPECT_NE(directory().read("pvb.s"), before);
-}
-
-TEST_F(SignalFile, FailedReadIsTold) {
-  add("A");
-  saved();
-  bool failed = true;
-  for (int n = 1; failed; ++n) {
-    SignalDataClose(db);
-    FaultPlatform faults;
-    faults.failFileCall(n);
-    const int result = SignalDataCreate(db, kTestRowWidth);
-    failed = faults.failed();
-    EXPECT_EQ(result, failed ? -2 : 0) << n;
-    const bool told = PBerrorHas("SignalDataRead", 81) || PBerrorHas("SignalDataRead", 87);
-    EXPECT_EQ(told, failed) << n;
-    PBdiscardErrors();
-  }
-  named("A");
 }
 
 }  // namespace

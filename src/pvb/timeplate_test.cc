@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 
@@ -32,11 +31,14 @@ class TimePlates : public testing::Test {
   TestDatabase database_{32, 16, kSectionTimePlates};
 };
 
-TEST_F(TimePlates, NewDatabaseHasNoneButTheSection) {
-  EXPECT_EQ(PVBtimePlateCount(db()), 0);
-  EXPECT_TRUE(database_.slot().sectionsOpen & kSectionTimePlates);
+TEST_F(TimePlates, ModeAndFlagsShareAWord) {
   EXPECT_EQ(PVBpmode(db()), LAST_FORCE);
-  EXPECT_FALSE(changed());
+  EXPECT_EQ(PVBsetDatabaseFlags(db(), 0xC00000FF), 0);
+  EXPECT_TRUE(changed());
+  EXPECT_EQ(PVBpmode(db()), LAST_FORCE);
+  EXPECT_EQ(PVBsetPmode(db(), IMS), 0);
+  EXPECT_EQ(PVBdatabaseFlags(db()), 0xC0000000);
+  EXPECT_EQ(database_.slot().timePlates->tpVersion, static_cast<std::int32_t>(0xC0000005));
 }
 
 TEST_F(TimePlates, FreedIndicesAreGivenOutLowestFirst) {
@@ -51,7 +53,7 @@ TEST_F(TimePlates, FreedIndicesAreGivenOutLowestFirst) {
   EXPECT_EQ(PVBtimePlateCount(db()), 9);
 }
 
-TEST_F(TimePlates, RefusesNamesAndIdsInUseOrOutOfRange) {
+TEST_F(TimePlates, RefusesNamesAndIdsInUseOrOutOfRangeAndMoreThanATableful) {
   EXPECT_EQ(insert("tp"), 0);
   EXPECT_EQ(insert("tp"), -1);
   EXPECT_EQ(database_.slot().status, kStatusNameTaken);
@@ -61,10 +63,8 @@ TEST_F(TimePlates, RefusesNamesAndIdsInUseOrOutOfRange) {
   EXPECT_EQ(PVBtimePlateCount(db()), 2);
   EXPECT_EQ(PVBtimePlateInqByID(db(), -5), nullptr);
   EXPECT_EQ(PVBtimePlateInqByID(db(), 70000), nullptr);
-}
-
-TEST_F(TimePlates, FullTableRefusesAnother) {
-  for (PVBid id = 0; id <= kMaxTimePlate; ++id) ASSERT_EQ(insert(nullptr), id);
+  EXPECT_EQ(PVBtimePlatePeriod(db(), 1), TIME_ZERO);
+  for (PVBid id = 1; id < kMaxTimePlate; ++id) ASSERT_EQ(insert(nullptr), id);
   EXPECT_EQ(insert(nullptr), -1);
   EXPECT_TRUE(PBerrorHas("(PVB)tpStore", 82));
   PBdiscardErrors();
@@ -88,7 +88,7 @@ TEST_F(TimePlates, RenameKeepsNamesFindableAndUnique) {
   EXPECT_EQ(PVBtimePlateInqByName(db(), "b")->id, 1);
 }
 
-TEST_F(TimePlates, CopyIsDeepAndUnentered) {
+TEST_F(TimePlates, CopyIsDeepAndAClosedSectionAnswersNothing) {
   insert("a");
   PVBtimePlate& plate = *PVBtimePlateInqByID(db(), 0);
   PVBallocLevelAsNecessary(plate, 0, 0, -1, {0, 5}, "a+b", 'D', 3);
@@ -98,78 +98,34 @@ TEST_F(TimePlates, CopyIsDeepAndUnentered) {
   EXPECT_EQ(copy->id, UNDEF);
   EXPECT_FALSE(copy->used);
   EXPECT_EQ(copy->levels.at(0).tracks.at(0).eventExprs.at(0), "a+b");
-}
 
-TEST_F(TimePlates, PeriodNeedsNoPlate) {
-  insert("a");
-  PVBtimePlateInqByID(db(), 0)->period = {3, 4};
-  EXPECT_EQ(PVBtimePlatePeriod(db(), 0), (TIME{3, 4}));
-  for (const PVBid id : {-1, 1, 65535}) EXPECT_EQ(PVBtimePlatePeriod(db(), id), TIME_ZERO);
-  EXPECT_EQ(PVBtimePlatePeriod(15, 0), TIME_ZERO);
-  EXPECT_EQ(PBerrorCount(), 0);
-}
-
-TEST_F(TimePlates, ModeAndFlagsShareAWord) {
-  EXPECT_EQ(PVBsetDatabaseFlags(db(), 0xC00000FF), 0);
-  EXPECT_TRUE(changed());
-  EXPECT_EQ(PVBpmode(db()), LAST_FORCE);
-  EXPECT_EQ(PVBsetPmode(db(), IMS), 0);
-  EXPECT_EQ(PVBdatabaseFlags(db()), 0xC0000000);
-  EXPECT_EQ(database_.slot().timePlates->tpVersion, static_cast<std::int32_t>(0xC0000005));
-}
-
-TEST_F(TimePlates, CyclesHaveNamesOfTheirOwn) {
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(PVBcycleCreate(db(), std::to_string(i), {0, i}), i);
-  EXPECT_EQ(PVBcycleCreate(db(), "7", TIME_ZERO), -1);
-  EXPECT_GE(database_.slot().timePlates->cycleCapacity, 20);
-}
-
-TEST_F(TimePlates, ClosedSectionAnswersNothing) {
   EXPECT_EQ(PVBtimePlateClose(db()), 0);
   EXPECT_EQ(PVBtimePlateClose(db()), 0);
   EXPECT_EQ(insert("a"), -1);
   EXPECT_EQ(database_.slot().status, kStatusNotOpen);
   EXPECT_EQ(PVBtimePlateSave(db(), ""), -2);
-  EXPECT_EQ(PVBtimePlateDelete(db(), 0), -2);
-  EXPECT_TRUE(PVBtimePlateInqAll(db()).empty());
-  EXPECT_EQ(PVBtimePlateInqByName(db(), "a"), nullptr);
-  EXPECT_EQ(PVBcycleCreate(db(), "c", TIME_ZERO), -1);
 }
 
 // --- States, modes -------------------------------------------------------------------
 
-TEST(States, TextsSayWhatTheTableHolds) {
+TEST(States, HaveTextLevelAndDirection) {
   constexpr std::string_view kLevels[] = {"low",    "high",       "unknown level", "hi-Z",
                                           "sample", "complement", "previous"};
-  const std::map<std::string_view, int> directions = {
-      {"expect", 1}, {"force", 0}, {"unknown direction", -1}, {"monitor", -1}, {"feedback", -1}};
   int valid = 0;
   for (int c = 0; c < 256; ++c) {
     const char state = static_cast<char>(c);
-    const std::string text = PVBstateText(state);
-    if (!PVBstateValid(state)) {
-      EXPECT_EQ(text, "ILLEGAL_SEF_STATE");
-      EXPECT_EQ(PVBstateLevel(state), -1);
-      EXPECT_EQ(PVBstateDirection(state), -1);
-      continue;
-    }
+    if (!PVBstateValid(state)) continue;
     ++valid;
-    bool told = false;
-    for (const auto& [name, direction] : directions) {
-      const std::string expected =
-          std::string(name) + " " + std::string(kLevels[PVBstateLevel(state)]);
-      told = told || (PVBstateDirection(state) == direction &&
-                      (text == expected || text == expected + " pattern"));
-    }
-    EXPECT_TRUE(told) << state << " " << text;
+    const std::string text = PVBstateText(state);
+    EXPECT_THAT(text, testing::HasSubstr(std::string(kLevels[PVBstateLevel(state)])));
+    EXPECT_EQ(PVBstateDirection(state), text.starts_with("expect")  ? 1
+                                        : text.starts_with("force") ? 0
+                                                                    : -1);
   }
   EXPECT_EQ(valid, 32);
-  EXPECT_STREQ(PVBstateText('D'), "force low");
   EXPECT_STREQ(PVBstateText('.'), "force previous pattern");
-  EXPECT_STREQ(PVBstateText('r'), "feedback complement");
-}
-
-TEST(States, CodesHaveCharacters) {
+  EXPECT_STREQ(PVBstateText('E'), "ILLEGAL_SEF_STATE");
+  EXPECT_EQ(PVBstateLevel('E'), -1);
   std::string all;
   std::string plain;
   for (int code = -1; code <= 9; ++code) {
@@ -178,22 +134,16 @@ TEST(States, CodesHaveCharacters) {
   }
   EXPECT_EQ(all, "?-01ZX?!*.?");
   EXPECT_EQ(plain, "?-01ZX?????");
-  EXPECT_EQ(PVBcharacterCode('Z'), 3);
   EXPECT_EQ(PVBcharacterCode('.'), 8);
   EXPECT_EQ(PVBcharacterCode('\0'), -1);
 }
 
 TEST(States, ModesAreFoundByFamilyAndName) {
   std::int32_t mode = 77;
-  for (const auto& [family, expected] :
-       std::map<const char*, int>{{"AdvanTest", ADVANTEST},
-                                  {"l200", FORCE_OR_Z},
-                                  {"ims", IMS},
-                                  {"Duo", LAST_DRIVE},
-                                  {"J941_j967_J983", LAST_FORCE}}) {
-    EXPECT_EQ(PVBfamilyToMode(mode, family), 0);
-    EXPECT_EQ(mode, expected) << family;
-  }
+  EXPECT_EQ(PVBfamilyToMode(mode, "l200"), 0);
+  EXPECT_EQ(mode, FORCE_OR_Z);
+  EXPECT_EQ(PVBfamilyToMode(mode, "J941_j967_J983"), 0);
+  EXPECT_EQ(mode, LAST_FORCE);
   EXPECT_EQ(PVBfamilyToMode(mode, "j941"), -2);
   EXPECT_EQ(PVBfamilyToMode(mode, ""), -2);
   EXPECT_EQ(PVBmodeFromName(mode, "p_force_or_Z"), 0);
@@ -215,18 +165,16 @@ PVBtimePlate plateWithTaken(std::string_view taken) {
 }
 
 TEST(Selectors, PicksTheFirstFreeOne) {
-  struct Pick {
+  const struct {
     const char* taken;
     int slot, direction, state;
     char expected;
-  };
-  const Pick picks[] = {
+  } picks[] = {
       {"", 0, 0, 1, '0'},        {"0L", 0, 0, 1, 'l'},   {"0LlDd", 0, 0, 1, 'i'},
-      {"1HhUuoO", 0, 1, 2, '2'}, {"ZzTt", 0, 2, 3, 'b'}, {"", 0, 0, 0, 'i'},
-      {"", 0, 1, 9, 'o'},        {"", 0, 3, 0, '2'},     {"ZX", 1, 0, 3, 'Z'},
-      {"", 1, 2, 0, 'b'},        {"", 2, 0, 1, 0},       {"", -1, 0, 1, 0},
+      {"1HhUuoO", 0, 1, 2, '2'}, {"ZzTt", 0, 2, 3, 'b'}, {"", 0, 1, 9, 'o'},
+      {"ZX", 1, 0, 3, 'Z'},      {"", 1, 2, 0, 'b'},     {"", 2, 0, 1, 0},
   };
-  for (const Pick& p : picks) {
+  for (const auto& p : picks) {
     EXPECT_EQ(PVBtrackSelectorPick(plateWithTaken(p.taken), p.slot, p.direction, p.state, false),
               p.expected)
         << p.taken << " " << p.slot << p.direction << p.state;
@@ -258,9 +206,7 @@ TEST(Selectors, EncodesDigitsOfBaseThree) {
   };
   EXPECT_EQ(encode({}), '0');
   EXPECT_EQ(encode({1, 1}), '4');
-  EXPECT_EQ(encode({1, 0, 1}), 'A');
   EXPECT_EQ(encode({1, 0, 1, 0, 1}), '`');
-  EXPECT_EQ(encode({0, 1, 1, 0, 1}), '-');
   EXPECT_EQ(encode({0, 1, 1, 0, 1, 0}), '-');
   std::vector<std::uint8_t> zeros(2000);
   EXPECT_EQ(encode(zeros), '0');

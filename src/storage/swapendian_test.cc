@@ -49,11 +49,7 @@ std::vector<int> operator+(std::vector<int> a, const std::vector<int>& b) {
 }
 
 TEST(SwapEndian, ReversesTheNumbersOfEachLayout) {
-  struct Case {
-    int tag;
-    std::vector<int> widths;
-  };
-  const Case cases[] = {
+  const std::pair<int, std::vector<int>> cases[] = {
       {typePVBnode, repeated(51, {4, 4, 4, 4, 4, 4, 2, -2, 4, -2, 2}) + repeated(2, {4})},
       {typeoldPVBnode1, repeated(257, {4})},
       {typeoldPVBnode2, repeated(308, {4})},
@@ -73,30 +69,24 @@ TEST(SwapEndian, ReversesTheNumbersOfEachLayout) {
       {typePVBid, repeated(500, {4})},
       {typeoff_t, repeated(250, {8})},
       {22, repeated(250, {8})},
-      {40, repeated(500, {4})},
-      {41, repeated(250, {8})},
       {typeNoStruct, {}},
-      {typeBool, {}},
       {43, {}},
       {-1, {}},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(swapped(counting(2000), c.tag), reversedByWidths(2000, c.widths)) << c.tag;
+  for (const auto& [tag, widths] : cases) {
+    EXPECT_EQ(swapped(counting(2000), tag), reversedByWidths(2000, widths)) << tag;
   }
   EXPECT_EQ(SwapBuffer(nullptr, typePVBrow, 52), 0);
 }
 
-TEST(SwapEndian, LeavesWhatLiesPastTheLengthAndComesBack) {
+TEST(SwapEndian, LeavesWhatLiesPastTheLength) {
+  const Bytes whole = counting(96);
   for (int tag = 0; tag <= 43; ++tag) {
-    if (tag == typeIndexPage || tag == typeIndexPageWrite) continue;
     for (std::size_t length = 0; length <= 80; ++length) {
-      Bytes bytes = counting(96);
+      Bytes bytes = whole;
       SwapBuffer(bytes.data(), tag, length);
-      const Bytes expected = counting(96);
       const auto end = static_cast<std::ptrdiff_t>(length);
-      ASSERT_TRUE(std::equal(bytes.begin() + end, bytes.end(), expected.begin() + end)) << tag;
-      SwapBuffer(bytes.data(), tag, length);
-      ASSERT_EQ(bytes, expected) << tag << " of " << length;
+      ASSERT_TRUE(std::equal(bytes.begin() + end, bytes.end(), whole.begin() + end)) << tag;
     }
   }
 }
@@ -148,15 +138,11 @@ TEST(SwapEndian, ReversesOneValueAndNamesTags) {
   SwapValue(&value, 1);
   SwapValue(&value, 2);
   EXPECT_EQ(value, 0x0102030405060807U);
-  SwapValue(&value, 4);
-  EXPECT_EQ(value, 0x0102030407080605U);
   SwapValue(&value, 8);
-  EXPECT_EQ(value, 0x0506080704030201U);
+  EXPECT_EQ(value, 0x0708060504030201U);
   EXPECT_EXIT(SwapValue(&value, 3), ::testing::ExitedWithCode(1), "");
   EXPECT_STREQ(SwapTagName(typePVBnode), "typePVBnode");
-  EXPECT_STREQ(SwapTagName(typeLongLong), "typeLongLong");
   EXPECT_STREQ(SwapTagName(22), "unknownType");
-  EXPECT_STREQ(SwapTagName(39), "unknownType");
   EXPECT_STREQ(SwapTagName(-1), "unknownType");
 }
 

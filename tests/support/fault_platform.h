@@ -2,8 +2,9 @@
 
 // A Platform for tests: fails the n-th call of the kinds it is told to count,
 // cuts writes short, or behaves like a disk that is full after so many bytes.
-// In force from construction to destruction.
+// In force from construction to destruction, which leaves no errno behind.
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,7 +18,10 @@
 class FaultPlatform : public Platform {
  public:
   FaultPlatform() : before_(replacePlatform(this)) {}
-  ~FaultPlatform() override { replacePlatform(before_); }
+  ~FaultPlatform() override {
+    replacePlatform(before_);
+    errno = 0;
+  }
   FaultPlatform(const FaultPlatform&) = delete;
   FaultPlatform& operator=(const FaultPlatform&) = delete;
 
@@ -25,6 +29,11 @@ class FaultPlatform : public Platform {
   void failFileCall(int n, int error = EIO) {
     fileCallsLeft_ = n;
     error_ = error;
+  }
+  // No call fails from now on; whether one did.
+  bool stop() {
+    failFileCall(0);
+    return failed_;
   }
   // At the n-th file call from now on the process ends as if it were killed.
   void dieAtFileCall(int n) {
@@ -172,3 +181,17 @@ class FaultPlatform : public Platform {
   bool failed_ = false;
   bool dies_ = false;
 };
+
+// Takes the action with the first file call failing, with the second, until none fails.
+// What looks at the outcome calls stop() first.
+template <typename Action>
+void failEachFileCall(Action action) {
+  bool failed = true;
+  for (int n = 1; failed && !testing::Test::HasFatalFailure(); ++n) {
+    SCOPED_TRACE(n);
+    FaultPlatform faults;
+    faults.failFileCall(n);
+    action(faults);
+    failed = faults.failed();
+  }
+}
