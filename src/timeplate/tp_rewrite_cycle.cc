@@ -156,14 +156,23 @@ bool agreeThroughout(const Wave& before, const Wave& after, char none, Agree agr
   return true;
 }
 
-// Where nothing was driven, what holds the last state may be; an unknown level is driven,
-// and in some P modes the state before for later rows.
+// An unknown level is driven, too, and in some P modes the state before for later rows.
 bool drivesNothing(const Wave& wave) {
-  return wave.states.find_first_not_of("P?") == std::string::npos;
+  return wave.states.find_first_not_of('?') == std::string::npos;
+}
+
+// The level that later rows keep with a P in mode 2, which an unknown one leaves as it was.
+bool sameLastDrive(const Wave& before, const Wave& after) {
+  const auto lastDrive = [](const Wave& wave) {
+    const std::size_t at = wave.states.find_last_of("DU");
+    return at == std::string::npos ? kNothing : wave.states[at];
+  };
+  return lastDrive(before) == lastDrive(after);
 }
 
 bool sameDriven(const Wave& before, const Wave& after, bool strictly) {
   if (before.states.empty()) return drivesNothing(after);
+  if (tpRun.pmode == LAST_DRIVE && !sameLastDrive(before, after)) return false;
   return agreeThroughout(before, after, kNothing, [&](char a, char b) {
     return a == b || (a == 'N' && !strictly && b != kNothing);
   });
