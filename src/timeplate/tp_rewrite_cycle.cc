@@ -4,6 +4,7 @@
 #include "pvb/row.h"
 #include "timeplate/pstate_store.h"
 #include "timeplate/row_store.h"
+#include "timeplate/tp_reduce_internal.h"
 #include "timeplate/tp_rewrite_internal.h"
 #include "timeplate/tp_rows.h"
 #include "timeplate/tp_settings.h"
@@ -49,7 +50,9 @@ struct Settling {
   const TpSignal& signal;
   const TpRow& row;
   RowCodes codes;
-  char value;     // the letter of the data
+  char value;  // the letter of the data
+  // The output track in force beside the one that drives; null for none.
+  const PVBtrack* beside;
   char incoming;  // what a P at the beginning stands for; P while that isn't known
   char previous;  // the last state of the cycle that counts; 0 before it
 };
@@ -59,9 +62,15 @@ void findIncoming(Settling& at) {
     at.incoming = 'N';
     return;
   }
-  const char letter = tpPState(at.value, tpPStateLetter(at.row.row, at.signal.index),
-                               loadPrevious(at.row.row, at.signal));
+  const RowStart start = tpRowStart(at.signal, at.row.row);
+  const char letter = tpPState(at.value, start.pstate, start.previous);
   at.incoming = letter == 'N' ? 'P' : letter;
+}
+
+// Whether states that are expected in between can decide what a P at this time stands for.
+bool isBehindExpected(const Settling& at, TIME time) {
+  return tpEveryStateCounts() && at.beside != nullptr && !at.beside->eventTimes.empty() &&
+         at.beside->eventTimes.front() < time;
 }
 
 // The states of a track, repeats left out.
@@ -72,7 +81,7 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
   const std::size_t edges = std::min(track.stateChars.size(), track.eventTimes.size());
   for (std::size_t i = 0; i < edges; ++i) {
     char state = withData(track.stateChars[i], at.codes);
-    if (state == 'P') {
+    if (state == 'P' && !isBehindExpected(at, track.eventTimes[i])) {
       state = at.previous == kNothing ? at.incoming : tpPState(at.value, 'N', at.previous);
     }
     if (countsWithin(state)) at.previous = state;
@@ -82,12 +91,12 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
   }
 }
 
-void settleCycle(const PVBtrack* track, const TpSignal& signal, const TpRow& row, RowCodes codes,
-                 Wave& wave) {
+void settleCycle(const PVBtrack* track, const PVBtrack* beside, const TpSignal& signal,
+                 const TpRow& row, RowCodes codes, Wave& wave) {
   wave.states.clear();
   wave.times.clear();
   if (track == nullptr) return;
-  Settling at = {signal, row, codes, tpDataLetter(codes.in), 'P', kNothing};
+  Settling at = {signal, row, codes, tpDataLetter(codes.in), beside, 'P', kNothing};
   if (track->stateChars.find('P') != std::string::npos) findIncoming(at);
   settle(*track, at, wave);
   // A row that follows itself begins with what it ends with, too.
@@ -220,9 +229,10 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
                                 : direction == INPUT ? expectedBeside(plate, signal, own)
                                                      : kNoTrack;
   cycle.unsaid = PVBsignalTracks(plate, signal.id) == nullptr;
-  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), signal, row, codes,
+  const PVBtrack* beside = tpTrack(plate, expected);
+  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), beside, signal, row, codes,
               cycle.driven);
-  settleCycle(tpTrack(plate, expected), signal, row, codes, cycle.expected);
+  settleCycle(beside, nullptr, signal, row, codes, cycle.expected);
 }
 
 bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {

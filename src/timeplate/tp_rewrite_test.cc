@@ -238,7 +238,30 @@ TEST_F(TpRewrite, WhatTheRowsBeforeLeftMustBeKnown) {
     return forbidden(held);
   };
   EXPECT_EQ(hold(1), "");
+  // Before a part of a cycle other parts have driven the pin.
+  tpRun.signals[static_cast<std::size_t>(named("a").index)].muxed = true;
+  EXPECT_EQ(forbidden(held), "a");
   EXPECT_EQ(hold(2), "a");  // the second time, it begins where it has ended
+}
+
+TEST_F(TpRewrite, WhatAPStandsForMustStay) {
+  const PVBid unknown = plate({{"a", INPUT, "D0S10"}});
+  const PVBid compared = plate({{"b", INPUT, "S0"}, {"b", OUTPUT, "X0Q20"}});
+  row(unknown, "0");
+  row(compared, "0021");
+  const auto forbids = [&](int mode, PVBid id, const char* signal, const char* wave) {
+    PVBsetPmode(handle(), mode);
+    begin();
+    beginPair(id, UNDEF);
+    propose(signal, INPUT, wave, byRows);
+    return !forbidden(id).empty();
+  };
+  // Later rows would begin with what was driven in place of an unknown level.
+  EXPECT_FALSE(forbids(LAST_FORCE, unknown, "a", "S0C10"));
+  EXPECT_TRUE(forbids(LAST_DRIVE, unknown, "a", "S0C10"));
+  // What is expected at the same time counts in some modes.
+  EXPECT_FALSE(forbids(LAST_FORCE, compared, "b", "S0P10"));
+  EXPECT_TRUE(forbids(ADVANTEST, compared, "b", "S0P10"));
 }
 
 TEST_F(TpRewrite, ScanRowsForbidEveryChange) {
