@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "pvb/row.h"
@@ -12,6 +13,7 @@
 namespace {
 
 constexpr char kNothing = '\0';  // no state
+constexpr TIME kNever = {std::numeric_limits<std::int32_t>::max(), 0};
 
 enum Code : int { kCodeLow = 1, kCodeHighZ = 3 };
 
@@ -55,6 +57,7 @@ struct Settling {
   const PVBtrack* beside;
   char incoming;  // what a P at the beginning stands for; P while that isn't known
   char previous;  // the last state of the cycle that counts; 0 before it
+  TIME previousTime = TIME_ZERO;
 };
 
 void findIncoming(Settling& at) {
@@ -67,10 +70,13 @@ void findIncoming(Settling& at) {
   at.incoming = letter == 'N' ? 'P' : letter;
 }
 
-// Whether states that are expected in between can decide what a P at this time stands for.
+// Whether a state that is expected stands between the last one driven and `time`. Whether
+// it then decides what a P stands for is seen in different ways.
 bool isBehindExpected(const Settling& at, TIME time) {
-  return tpEveryStateCounts() && at.beside != nullptr && !at.beside->eventTimes.empty() &&
-         at.beside->eventTimes.front() < time;
+  if (tpRun.pmode < FORCE_OR_Z || tpRun.pmode > IMS || at.beside == nullptr) return false;
+  const std::vector<TIME>& times = at.beside->eventTimes;
+  const auto next = std::ranges::lower_bound(times, time);
+  return next != times.begin() && (at.previous == kNothing || *(next - 1) >= at.previousTime);
 }
 
 // The states of a track, repeats left out.
@@ -84,26 +90,32 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
     if (state == 'P' && !isBehindExpected(at, track.eventTimes[i])) {
       state = at.previous == kNothing ? at.incoming : tpPState(at.value, 'N', at.previous);
     }
-    if (countsWithin(state)) at.previous = state;
+    if (countsWithin(state)) {
+      at.previous = state;
+      at.previousTime = track.eventTimes[i];
+    }
     if (!wave.states.empty() && wave.states.back() == state) continue;
     wave.states += state;
     wave.times.push_back(track.eventTimes[i]);
   }
 }
 
-void settleCycle(const PVBtrack* track, const PVBtrack* beside, const TpSignal& signal,
+// Whether an expected state comes last.
+bool settleCycle(const PVBtrack* track, const PVBtrack* beside, const TpSignal& signal,
                  const TpRow& row, RowCodes codes, Wave& wave) {
   wave.states.clear();
   wave.times.clear();
-  if (track == nullptr) return;
+  if (track == nullptr) return false;
   Settling at = {signal, row, codes, tpDataLetter(codes.in), beside, 'P', kNothing};
   if (track->stateChars.find('P') != std::string::npos) findIncoming(at);
   settle(*track, at, wave);
   // A row that follows itself begins with what it ends with, too.
-  if (at.incoming == 'P' || at.previous == kNothing || !tpRowRepeats(row.row)) return;
-  if (tpPState(at.value, 'N', at.previous) == at.incoming) return;
-  at.incoming = 'P';
-  settle(*track, at, wave);
+  const bool follows = at.incoming != 'P' && at.previous != kNothing && tpRowRepeats(row.row);
+  if (follows && tpPState(at.value, 'N', at.previous) != at.incoming) {
+    at.incoming = 'P';
+    settle(*track, at, wave);
+  }
+  return isBehindExpected(at, kNever);
 }
 
 // The output track that is in force beside an input track.
@@ -230,8 +242,8 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
                                                      : kNoTrack;
   cycle.unsaid = PVBsignalTracks(plate, signal.id) == nullptr;
   const PVBtrack* beside = tpTrack(plate, expected);
-  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), beside, signal, row, codes,
-              cycle.driven);
+  cycle.expectsLast = settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), beside,
+                                  signal, row, codes, cycle.driven);
   settleCycle(beside, nullptr, signal, row, codes, cycle.expected);
 }
 
@@ -239,6 +251,8 @@ bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {
   // A timeplate that has no track of the signal takes that of another as it is.
   const bool anyDriven = before.unsaid && !strictly;
   const bool anyExpected = anyDriven && !tpSettings.tpoOptimizeOnly;
+  // In mode 4 only what is driven counts behind a row.
+  if (tpRun.pmode != ADVANTEST && before.expectsLast != after.expectsLast) return false;
   return (anyDriven || sameDriven(before.driven, after.driven, strictly)) &&
          (anyExpected || sameExpected(before.expected, after.expected));
 }

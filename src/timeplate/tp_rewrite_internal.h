@@ -31,6 +31,8 @@ struct Cycle {
   bool unsaid = false;  // the timeplate has no track of the signal
   Wave driven;          // with the expected states of a bidirectional wave
   Wave expected;
+  // What is expected beside comes last, and in some P modes decides what later rows keep.
+  bool expectsLast = false;
 };
 // What the row says of the signal through the timeplate.
 void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& row, Cycle& cycle);

@@ -262,6 +262,9 @@ TEST_F(TpRewrite, WhatAPStandsForMustStay) {
   // What is expected at the same time counts in some modes.
   EXPECT_FALSE(forbids(LAST_FORCE, compared, "b", "S0P10"));
   EXPECT_TRUE(forbids(ADVANTEST, compared, "b", "S0P10"));
+  EXPECT_FALSE(forbids(ADVANTEST, compared, "b", "S0S5P10"));
+  EXPECT_FALSE(forbids(ADVANTEST, compared, "b", "S0S30"));
+  EXPECT_TRUE(forbids(IMS, compared, "b", "S0S30"));
 }
 
 TEST_F(TpRewrite, ScanRowsForbidEveryChange) {
