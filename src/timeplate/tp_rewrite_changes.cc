@@ -143,6 +143,17 @@ const TpSignal* RowChanges::forbiddenIn(const TpRow& row) {
   return nullptr;
 }
 
+void RowChanges::gatherForbidden(const TpRow& row, std::vector<const TpSignal*>& signals) {
+  if (row.timeplate != owner_.id) return;
+  const bool scans = tpRowScans(row.row);
+  row_ = row;
+  for (Change& change : changes_) {
+    if (change.forbidden || (!scans && answerFor(change, row_))) continue;
+    change.forbidden = true;
+    signals.push_back(change.signal);
+  }
+}
+
 bool RowChanges::rewrite(TpRow& row, ShownBy way) {
   bool changed = false;
   for (Change& change : changes_) {

@@ -63,6 +63,8 @@ class RowChanges {
   bool concern(ShownBy way) const;
   // The first signal for which the row would do something else whatever its data.
   const TpSignal* forbiddenIn(const TpRow& row);
+  // All of them that no row before has given yet.
+  void gatherForbidden(const TpRow& row, std::vector<const TpSignal*>& signals);
   // Gives the row its data for what was shown in this way. Whether it changed. What no
   // data can say stays as it is.
   bool rewrite(TpRow& row, ShownBy way);
@@ -75,6 +77,7 @@ class RowChanges {
     bool byRows;
     bool usesPrevious;
     bool sharesData;  // with other signals, so that they can't be changed
+    bool forbidden = false;
     // By what a row's answer depends on; the first ones that were asked for.
     std::vector<std::pair<std::uint32_t, std::int16_t>> answers;
   };

@@ -406,8 +406,10 @@ TEST_F(TpRewrite, RowsOfBidirectionalSignalsAreSetUpUnlessThatChangesTheirTrack)
 TEST_F(TpRewrite, SimpleWavesAreMappedAsTheShapeFileSays) {
   const PVBid first = plate({{"a", INPUT, "D0"}, {"quiet", INPUT, "D0"}, {"b", INPUT, "D0U10D30"}});
   const PVBid kept = plate({{"a", INPUT, "D0"}});
+  const PVBid scanned = plate({{"a", INPUT, "D0"}, {"b", INPUT, "D0"}});
   row(first, "2010");
   row(kept, "2000");
+  row(scanned, "2010", ROW_SCAN);
   begin();
   tpProtect(std::vector<PVBid>{kept});
   tpForcedMappings(ids());
@@ -417,7 +419,8 @@ TEST_F(TpRewrite, SimpleWavesAreMappedAsTheShapeFileSays) {
   EXPECT_EQ(tpTrack(at(first), 2)->stateChars, "DSD");
   EXPECT_EQ(tpTrack(at(first), 2)->eventTimes, waveOf("D0S10D30").times);
   EXPECT_EQ(tpTrack(at(kept), 0)->stateChars, "D");
-  EXPECT_EQ(stored(), "0:1020 1:2000");
+  for (const int track : {0, 1}) EXPECT_EQ(tpTrack(at(scanned), track)->stateChars, "D");
+  EXPECT_EQ(stored(), "0:1020 1:2000 2:2010");
 }
 
 }  // namespace
