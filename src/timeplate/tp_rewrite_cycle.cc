@@ -252,7 +252,8 @@ bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {
   const bool anyDriven = before.unsaid && !strictly;
   const bool anyExpected = anyDriven && !tpSettings.tpoOptimizeOnly;
   // In mode 4 only what is driven counts behind a row.
-  if (tpRun.pmode != ADVANTEST && before.expectsLast != after.expectsLast) return false;
+  const bool keepsLast = tpRun.pmode == ADVANTEST || before.expectsLast == after.expectsLast;
+  if (!anyDriven && !keepsLast) return false;
   return (anyDriven || sameDriven(before.driven, after.driven, strictly)) &&
          (anyExpected || sameExpected(before.expected, after.expected));
 }
