@@ -87,6 +87,7 @@ class RowChanges {
     ShownBy way;
   };
 
+  bool isForbidden(Change& change);
   std::optional<Answer> answerFor(Change& change, TpRow& row);
   std::int16_t workOut(const Change& change, TpRow& row);
   void addChange(const TpSignal& signal, bool usesPrevious);
