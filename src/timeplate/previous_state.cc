@@ -66,6 +66,11 @@ char letterAfter(int pmode, char state) {
   }
 }
 
+// With data for both or none a row uses the output track beside the input track.
+bool usesBoth(const TpSignal& signal, const TpRow& row) {
+  return (tpRowCode(row, signal.inColumn) != 0) == (tpRowCode(row, signal.outColumn) != 0);
+}
+
 char shown(char state, char value) {
   if (state == 'S') return value;
   return state == 'C' ? tpComplement(value) : state;
@@ -148,9 +153,9 @@ char PreviousStates::effectOf(PlateEffects& effects, const TpSignal& signal,
   int direction = kUndefinedDirection;
   const std::int32_t track = tpRowTrack(signal, plate, row, direction);
   if (track == kNoTrack) return kSameLetter;
+  const bool unclear = !dataDecide(tpRun.pmode);
+  const bool mixes = effects.mixes[static_cast<std::size_t>(signal.index)];
+  if (unclear && mixes && direction == INPUT && usesBoth(signal, row)) return kUnknownLetter;
   const char effect = trackEffect(effects, plate, track, tpRowLetter(signal, row));
-  const bool mixed = effects.mixes[static_cast<std::size_t>(signal.index)];
-  const bool expects = direction == OUTPUT || (mixed && direction == INPUT);
-  if (expects && effect != kSameLetter && !dataDecide(tpRun.pmode)) return kUnknownLetter;
-  return effect;
+  return unclear && direction == OUTPUT && effect != kSameLetter ? kUnknownLetter : effect;
 }

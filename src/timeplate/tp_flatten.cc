@@ -26,6 +26,8 @@ bool counts(char state) {
 bool tpEveryStateCounts() { return tpRun.pmode != LAST_FORCE && tpRun.pmode != LAST_DRIVE; }
 
 RowStart tpRowStart(const TpSignal& signal, std::int32_t row) {
+  // Before its part of the cycle the pin did what another child says.
+  if (signal.muxed) return {};
   return {tpPStateLetter(row, signal.index), loadPrevious(row, signal)};
 }
 

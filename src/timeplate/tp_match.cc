@@ -25,6 +25,15 @@ bool tpRefuse(std::string_view reason) {
   return false;
 }
 
+bool tpRefuseStates(char target, char flat) {
+  tpReason = "no match shape ";
+  tpReason += target;
+  tpReason += " and ";
+  tpReason += flat;
+  if (tpTraces(2)) tpTrace(2, fmt::sprintf("\t%s\n", tpReason));
+  return false;
+}
+
 // --- States --------------------------------------------------------------------------
 
 namespace {
@@ -50,7 +59,6 @@ int resultOf(char bound) {
 }
 
 void bindData(char letter) {
-  tpMatch.boundLate = tpMatch.tpMatchResult != 0 && letter != 'N';
   tpMatch.tpBoundData = letter;
   tpMatch.tpMatchResult = resultOf(letter);
 }
@@ -162,7 +170,7 @@ bool tpShowsSame(const Wave& flat, std::string_view shown, std::span<const TIME>
 bool tpDataWritable(std::string_view target) {
   if (!tpShapeHasData(target)) return true;
   constexpr std::string_view kLetters = "DUZNS";  // S: that of the wave itself
-  return !tpMatch.boundLate && kLetters.find(tpMatch.tpBoundData) != std::string_view::npos;
+  return kLetters.find(tpMatch.tpBoundData) != std::string_view::npos;
 }
 
 void tpPutData(std::string_view target, char data, std::string& shown) {
@@ -178,15 +186,6 @@ namespace {
 
 constexpr std::string_view kTimesNotConformal = "times not conformal, cannot match";
 
-bool refuseStates(char target, char flat) {
-  tpReason = "no match shape ";
-  tpReason += target;
-  tpReason += " and ";
-  tpReason += flat;
-  if (tpTraces(2)) tpTrace(2, fmt::sprintf("\t%s\n", tpReason));
-  return false;
-}
-
 // Edge by edge, both to their ends; fills the target's times.
 bool walkStates(const Wave& flat, Wave& target) {
   const std::size_t flatCount = flat.states.size();
@@ -201,7 +200,7 @@ bool walkStates(const Wave& flat, Wave& target) {
                tpMatchState(target.states[k], flat.states[i - 1])) {
       shown = i - 1;
     } else {
-      return refuseStates(target.states[k], flat.states[i]);
+      return tpRefuseStates(target.states[k], flat.states[i]);
     }
     if (!tpFillTime(flat, shown, target, k)) return tpRefuse(kTimesNotConformal);
     ++k;

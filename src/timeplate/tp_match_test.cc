@@ -45,7 +45,7 @@ TEST_F(MatchTest, StatesBindTheData) {
       {"high impedance is its own complement", "ZZ", "SC", true, 3},
       {"nothing said matches", "DN", "DU", true, 0},
       {"nothing said is data that say nothing", "DN", "DS", true, 4},
-      {"data must be told by the first state", "NU", "SS", false, 2},
+      {"or are told by a later state", "NU", "SS", true, 2},
       {"expected isn't data", "X", "S", false, 0},
       {"the state before isn't data", ".", "S", false, 4},
       {"a target that drives nothing known", "D", "N", false, 0},

@@ -2,6 +2,7 @@
 
 #include <fmt/printf.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -245,8 +246,9 @@ bool Propagation::walkPrevious(char value, RowStart start, std::size_t& k) {
     if (!isDirect) {
       const bool mayRepeat = p == flatCount || (!isPrevious && tpMayRepeat(flat, p, target_, k));
       if (!mayRepeat || !matches(p - 1)) {
-        return isPrevious ? tpRefuse("pmatch - fail", "\n\tpmatch - fail\n")
-                          : tpRefuse("no match shape");
+        return isPrevious
+                   ? tpRefuse("pmatch - fail", "\n\tpmatch - fail\n")
+                   : tpRefuseStates(target_.states[k], flat.states[std::min(p, flatCount - 1)]);
       }
     }
     const std::size_t shown = isDirect ? p++ : p - 1;

@@ -67,10 +67,12 @@ void takeTarget(const Wave& shape) {
 // precision; there has to be more room than its error.
 bool leavesRoom(const Wave& target) {
   constexpr std::int64_t kPrecision = std::int64_t{1} << 22;
+  const TIME cycleEnd =
+      tracks.signal->muxed && tracks.end != TIME_ZERO ? tracks.end : tracks.first->period;
   for (std::size_t k = 1; k < target.times.size();) {
     std::size_t next = k;
     while (next < target.times.size() && target.times[next] == TIME_ZERO) ++next;
-    const TIME after = next < target.times.size() ? target.times[next] : tracks.first->period;
+    const TIME after = next < target.times.size() ? target.times[next] : cycleEnd;
     const std::int64_t end = PBtimeToLong(after);
     const std::int64_t span = end - PBtimeToLong(target.times[k - 1]);
     const auto edges = static_cast<std::int64_t>(next - k);
@@ -193,10 +195,12 @@ const Wave* secondTakesConstant() {
 
 // --- Step 11: the shapes of the tester -----------------------------------------------
 
+// Edges of the shape beyond those of the waves say the last state again, and get their times
+// when the shape is put into a track; strobes can't be put back without them.
 Reduction tryConstants(int id) {
   stretch(tracks.A);
   stretch(tracks.B);
-  const int n = tracks.A.edges();
+  const int n = tracks.cutsStrobes ? tracks.A.edges() : tracks.savedA.edges();
   const PairMatch match = tpMatchPair(tracks.A, tracks.B, tracks.target, n, n);
   if (!match.matched) {
     restoreWaves();

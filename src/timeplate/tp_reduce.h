@@ -15,9 +15,6 @@
 struct MatchState {
   char tpBoundData = 'N';
   int tpMatchResult = 0;
-  // The first state with data showed nothing, a later one did: the row's data can't be
-  // told from the first alone.
-  bool boundLate = false;
 };
 extern MatchState tpMatch;
 void tpMatchReset();

@@ -23,6 +23,7 @@ inline constexpr std::string_view kNoShape = "no shape";  // none was tested
 // Sets the reason and traces `text`, of which it is a part. False.
 bool tpRefuse(std::string_view reason, std::string_view text);
 bool tpRefuse(std::string_view reason);  // as a line of its own
+bool tpRefuseStates(char target, char flat);
 
 // --- Time by time --------------------------------------------------------------------
 
@@ -37,8 +38,7 @@ bool tpTimesAscend(const Wave& wave);
 // tells nothing. An edge without a time may lie anywhere between its neighbours, and has
 // to be right wherever it does.
 bool tpShowsSame(const Wave& flat, std::string_view shown, std::span<const TIME> times);
-// Whether the data that tpMatch has found can be written, and be found again in the first
-// state with data.
+// Whether the data that tpMatch has found can be written.
 bool tpDataWritable(std::string_view target);
 // The states of a target with `data` for S, P as it is.
 void tpPutData(std::string_view target, char data, std::string& shown);

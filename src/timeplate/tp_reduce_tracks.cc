@@ -16,13 +16,18 @@ ReducedTracks& tracks = tpReduced;
 
 constexpr char kUndefinedSpan = '?';
 constexpr char kStrobe = 'Q';
+
 // --- What is reduced at all ----------------------------------------------------------
 
 std::ptrdiff_t expressionCount(const PVBtrack& track) {
   return std::ranges::count_if(track.eventExprs, [](const auto& text) { return text.has_value(); });
 }
 
-bool isUndefined(const Wave& wave) { return wave.edges() == 1 && wave.states[0] == kUndefinedSpan; }
+// Where one wave has a single edge, no span may come before either.
+bool isUndefined(const Wave& a, const Wave& b) {
+  return (a.edges() == 1 || b.edges() == 1) &&
+         (a.states.starts_with(kUndefinedSpan) || b.states.starts_with(kUndefinedSpan));
+}
 
 bool takeTracks(const PVBtrack& a, const PVBtrack& b) {
   if (!tpIsPlainTrack(a) || !tpIsPlainTrack(b) || !tpSameOutsideWaves(a, b)) {
@@ -34,7 +39,7 @@ bool takeTracks(const PVBtrack& a, const PVBtrack& b) {
     tpTrace(2, fmt::sprintf("tkFirst:\n%s\ntkSecond:\n%s\n", tracks.wholeA.states,
                             tracks.wholeB.states));
   }
-  if (isUndefined(tracks.wholeA) || isUndefined(tracks.wholeB)) {
+  if (isUndefined(tracks.wholeA, tracks.wholeB)) {
     return tpRefuse("One contains ?, cannot reduce", "One contains ?, cannot reduce\n");
   }
   if (tpSettings.tpoCheckEquations &&
@@ -52,8 +57,8 @@ bool takeTracks(const PVBtrack& a, const PVBtrack& b) {
 // --- Multiplexed signals and strobes -------------------------------------------------
 
 bool edgesLineUp(const Wave& a, const Wave& b, int muxClass) {
-  const auto sameSecond = [&] { return tpSameTime(a.times[1], b.times[1]); };
-  const auto sameLast = [&] { return tpSameTime(a.times.back(), b.times.back()); };
+  const auto sameSecond = [&] { return a.times[1] == b.times[1]; };
+  const auto sameLast = [&] { return a.times.back() == b.times.back(); };
   switch (muxClass) {
     case 0:
       return sameLast();

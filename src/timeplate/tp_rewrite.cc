@@ -1,6 +1,7 @@
 #include "timeplate/tp_rewrite.h"
 
-#include <algorithm>
+#include <span>
+#include <vector>
 
 #include "timeplate/row_lists.h"
 #include "timeplate/row_store.h"
@@ -39,24 +40,36 @@ void rewriteSide(PVBid owner, RowChanges* changes, ShownBy way, PVBid newOwner) 
   }
 }
 
-// Begins the pair again without the candidates of a signal; without any when it has none.
-void dropCandidates(const TpSignal& dropped) {
+// All signals for which a row would do something else, whatever its data.
+std::vector<const TpSignal*> allForbidden(const PVBtimePlate& plate) {
+  std::vector<const TpSignal*> signals;
+  const std::unique_ptr<PVBtimePlate> after = tpWithCandidates(plate);
+  RowChanges changes(plate, *after, 0, false);
+  if (changes.empty()) return signals;
+  for (const std::int32_t number : tpRowList(plate.id)) {
+    const TpRow* row = tpRowGet(number);
+    if (row != nullptr) changes.gatherForbidden(*row, signals);
+  }
+  return signals;
+}
+
+// Begins the pair again without the candidates of these signals; without any when they
+// have none.
+void dropCandidates(std::span<const TpSignal* const> signals) {
   struct Kept {
     const TpSignal* signal;
     int direction;
     Candidate candidate;
   };
+  std::vector<bool> dropped(tpRun.signals.size());
+  for (const TpSignal* signal : signals) dropped[static_cast<std::size_t>(signal->index)] = true;
   std::vector<Kept> kept;
-  bool found = false;
-  for (const TpSignal& signal : tpRun.signals) {
-    for (int direction = INPUT; direction <= BIDIR; ++direction) {
-      const Candidate& candidate = tpPairCandidate(signal, direction);
-      if (!candidate.set) continue;
-      found = found || &signal == &dropped;
-      if (&signal != &dropped) kept.push_back({&signal, direction, candidate});
-    }
+  for (const auto& [index, direction] : tpPair.used) {
+    const auto place = static_cast<std::size_t>(index);
+    const TpSignal& signal = tpRun.signals[place];
+    if (!dropped[place]) kept.push_back({&signal, direction, tpPairCandidate(signal, direction)});
   }
-  if (!found) kept.clear();
+  if (kept.size() == tpPair.used.size()) kept.clear();
   const TpPair before = std::move(tpPair);
   tpPair = {};
   tpPairBegin(before.first, before.second);
@@ -115,8 +128,8 @@ void tpRewriteAlone(PVBtimePlate& plate, bool overwrite) {
 
 void tpKeepCandidatesThatHold(const PVBtimePlate& plate) {
   while (tpPairHasCandidate()) {
-    const TpSignal* signal = tpRowsForbid(plate, nullptr, true);
-    if (signal == nullptr) return;
-    dropCandidates(*signal);
+    const std::vector<const TpSignal*> signals = allForbidden(plate);
+    if (signals.empty()) return;
+    dropCandidates(signals);
   }
 }

@@ -14,8 +14,8 @@
 // known, the rows forbid the change; who merges asks first:
 
 // The first signal for which a row of either timeplate would do something else, whatever its
-// data, once the pair's candidates are in place; null when there is none. Nothing may change
-// for a timeplate that a scan row uses.
+// data, once the pair's candidates are in place; null when there is none. What a scan row
+// shifts may not change at all.
 const TpSignal* tpRowsForbid(const PVBtimePlate& first, const PVBtimePlate* second,
                              bool keepOwners);
 

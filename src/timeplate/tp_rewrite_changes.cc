@@ -134,15 +134,29 @@ bool RowChanges::concern(ShownBy way) const {
   });
 }
 
+// Of row_. The states that a scan row shifts stand in its scan runs, where they aren't
+// rewritten.
+bool RowChanges::isForbidden(Change& change) {
+  return (change.signal->scans && tpRowScans(row_.row)) || !answerFor(change, row_);
+}
+
 const TpSignal* RowChanges::forbiddenIn(const TpRow& row) {
   if (row.timeplate != owner_.id || changes_.empty()) return nullptr;
-  // The states of a scan row stand in its scan runs too, where they aren't rewritten.
-  if (tpRowScans(row.row)) return changes_.front().signal;
   row_ = row;
   for (Change& change : changes_) {
-    if (!answerFor(change, row_)) return change.signal;
+    if (isForbidden(change)) return change.signal;
   }
   return nullptr;
+}
+
+void RowChanges::gatherForbidden(const TpRow& row, std::vector<const TpSignal*>& signals) {
+  if (row.timeplate != owner_.id) return;
+  row_ = row;
+  for (Change& change : changes_) {
+    if (change.forbidden || !isForbidden(change)) continue;
+    change.forbidden = true;
+    signals.push_back(change.signal);
+  }
 }
 
 bool RowChanges::rewrite(TpRow& row, ShownBy way) {

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "pvb/row.h"
 #include "timeplate/pstate_store.h"
 #include "timeplate/row_store.h"
+#include "timeplate/tp_reduce_internal.h"
 #include "timeplate/tp_rewrite_internal.h"
 #include "timeplate/tp_rows.h"
 #include "timeplate/tp_settings.h"
@@ -11,6 +13,7 @@
 namespace {
 
 constexpr char kNothing = '\0';  // no state
+constexpr TIME kNever = {std::numeric_limits<std::int32_t>::max(), 0};
 
 enum Code : int { kCodeLow = 1, kCodeHighZ = 3 };
 
@@ -49,9 +52,12 @@ struct Settling {
   const TpSignal& signal;
   const TpRow& row;
   RowCodes codes;
-  char value;     // the letter of the data
+  char value;  // the letter of the data
+  // The output track in force beside the one that drives; null for none.
+  const PVBtrack* beside;
   char incoming;  // what a P at the beginning stands for; P while that isn't known
   char previous;  // the last state of the cycle that counts; 0 before it
+  TIME previousTime = TIME_ZERO;
 };
 
 void findIncoming(Settling& at) {
@@ -59,9 +65,18 @@ void findIncoming(Settling& at) {
     at.incoming = 'N';
     return;
   }
-  const char letter = tpPState(at.value, tpPStateLetter(at.row.row, at.signal.index),
-                               loadPrevious(at.row.row, at.signal));
+  const RowStart start = tpRowStart(at.signal, at.row.row);
+  const char letter = tpPState(at.value, start.pstate, start.previous);
   at.incoming = letter == 'N' ? 'P' : letter;
+}
+
+// Whether a state that is expected stands between the last one driven and `time`. Whether
+// it then decides what a P stands for is seen in different ways.
+bool isBehindExpected(const Settling& at, TIME time) {
+  if (tpRun.pmode < FORCE_OR_Z || tpRun.pmode > IMS || at.beside == nullptr) return false;
+  const std::vector<TIME>& times = at.beside->eventTimes;
+  const auto next = std::ranges::lower_bound(times, time);
+  return next != times.begin() && (at.previous == kNothing || *(next - 1) >= at.previousTime);
 }
 
 // The states of a track, repeats left out.
@@ -72,29 +87,35 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
   const std::size_t edges = std::min(track.stateChars.size(), track.eventTimes.size());
   for (std::size_t i = 0; i < edges; ++i) {
     char state = withData(track.stateChars[i], at.codes);
-    if (state == 'P') {
+    if (state == 'P' && !isBehindExpected(at, track.eventTimes[i])) {
       state = at.previous == kNothing ? at.incoming : tpPState(at.value, 'N', at.previous);
     }
-    if (countsWithin(state)) at.previous = state;
+    if (countsWithin(state)) {
+      at.previous = state;
+      at.previousTime = track.eventTimes[i];
+    }
     if (!wave.states.empty() && wave.states.back() == state) continue;
     wave.states += state;
     wave.times.push_back(track.eventTimes[i]);
   }
 }
 
-void settleCycle(const PVBtrack* track, const TpSignal& signal, const TpRow& row, RowCodes codes,
-                 Wave& wave) {
+// Whether an expected state comes last.
+bool settleCycle(const PVBtrack* track, const PVBtrack* beside, const TpSignal& signal,
+                 const TpRow& row, RowCodes codes, Wave& wave) {
   wave.states.clear();
   wave.times.clear();
-  if (track == nullptr) return;
-  Settling at = {signal, row, codes, tpDataLetter(codes.in), 'P', kNothing};
+  if (track == nullptr) return false;
+  Settling at = {signal, row, codes, tpDataLetter(codes.in), beside, 'P', kNothing};
   if (track->stateChars.find('P') != std::string::npos) findIncoming(at);
   settle(*track, at, wave);
   // A row that follows itself begins with what it ends with, too.
-  if (at.incoming == 'P' || at.previous == kNothing || !tpRowRepeats(row.row)) return;
-  if (tpPState(at.value, 'N', at.previous) == at.incoming) return;
-  at.incoming = 'P';
-  settle(*track, at, wave);
+  const bool follows = at.incoming != 'P' && at.previous != kNothing && tpRowRepeats(row.row);
+  if (follows && tpPState(at.value, 'N', at.previous) != at.incoming) {
+    at.incoming = 'P';
+    settle(*track, at, wave);
+  }
+  return isBehindExpected(at, kNever);
 }
 
 // The output track that is in force beside an input track.
@@ -156,14 +177,23 @@ bool agreeThroughout(const Wave& before, const Wave& after, char none, Agree agr
   return true;
 }
 
-// Where nothing was driven, what holds the last state may be; an unknown level is driven,
-// and in some P modes the state before for later rows.
+// An unknown level is driven, too, and in some P modes the state before for later rows.
 bool drivesNothing(const Wave& wave) {
-  return wave.states.find_first_not_of("P?") == std::string::npos;
+  return wave.states.find_first_not_of('?') == std::string::npos;
+}
+
+// The level that later rows keep with a P in mode 2, which an unknown one leaves as it was.
+bool sameLastDrive(const Wave& before, const Wave& after) {
+  const auto lastDrive = [](const Wave& wave) {
+    const std::size_t at = wave.states.find_last_of("DU");
+    return at == std::string::npos ? kNothing : wave.states[at];
+  };
+  return lastDrive(before) == lastDrive(after);
 }
 
 bool sameDriven(const Wave& before, const Wave& after, bool strictly) {
   if (before.states.empty()) return drivesNothing(after);
+  if (tpRun.pmode == LAST_DRIVE && !sameLastDrive(before, after)) return false;
   return agreeThroughout(before, after, kNothing, [&](char a, char b) {
     return a == b || (a == 'N' && !strictly && b != kNothing);
   });
@@ -211,15 +241,19 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
                                 : direction == INPUT ? expectedBeside(plate, signal, own)
                                                      : kNoTrack;
   cycle.unsaid = PVBsignalTracks(plate, signal.id) == nullptr;
-  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), signal, row, codes,
-              cycle.driven);
-  settleCycle(tpTrack(plate, expected), signal, row, codes, cycle.expected);
+  const PVBtrack* beside = tpTrack(plate, expected);
+  cycle.expectsLast = settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), beside,
+                                  signal, row, codes, cycle.driven);
+  settleCycle(beside, nullptr, signal, row, codes, cycle.expected);
 }
 
 bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {
   // A timeplate that has no track of the signal takes that of another as it is.
   const bool anyDriven = before.unsaid && !strictly;
   const bool anyExpected = anyDriven && !tpSettings.tpoOptimizeOnly;
+  // In mode 4 only what is driven counts behind a row.
+  const bool keepsLast = tpRun.pmode == ADVANTEST || before.expectsLast == after.expectsLast;
+  if (!anyDriven && !keepsLast) return false;
   return (anyDriven || sameDriven(before.driven, after.driven, strictly)) &&
          (anyExpected || sameExpected(before.expected, after.expected));
 }

@@ -33,6 +33,8 @@ struct Cycle {
   bool unsaid = false;  // the timeplate has no track of the signal
   Wave driven;          // with the expected states of a bidirectional wave
   Wave expected;
+  // What is expected beside comes last, and in some P modes decides what later rows keep.
+  bool expectsLast = false;
 };
 // What the row says of the signal through the timeplate.
 void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& row, Cycle& cycle);
@@ -63,6 +65,8 @@ class RowChanges {
   bool concern(ShownBy way) const;
   // The first signal for which the row would do something else whatever its data.
   const TpSignal* forbiddenIn(const TpRow& row);
+  // All of them that no row before has given yet.
+  void gatherForbidden(const TpRow& row, std::vector<const TpSignal*>& signals);
   // Gives the row its data for what was shown in this way. Whether it changed. What no
   // data can say stays as it is.
   bool rewrite(TpRow& row, ShownBy way);
@@ -75,6 +79,7 @@ class RowChanges {
     bool byRows;
     bool usesPrevious;
     bool sharesData;  // with other signals, so that they can't be changed
+    bool forbidden = false;
     // By the row's codes, where these are all that an answer depends on.
     std::array<std::int16_t, kRowCodePairs> answersOfCodes;
     // By what else it depends on; the first ones that were asked for.
@@ -86,6 +91,7 @@ class RowChanges {
     ShownBy way;
   };
 
+  bool isForbidden(Change& change);
   std::optional<Answer> answerFor(Change& change, TpRow& row);
   std::int16_t knownOrWorkedOut(Change& change, std::uint32_t key, TpRow& row);
   std::int16_t workOut(const Change& change, TpRow& row);

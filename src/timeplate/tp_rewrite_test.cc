@@ -66,6 +66,12 @@ struct RewriteWorld {
     signal->direction = direction;
     EXPECT_GT(PVBsignalAdd(handle(), std::move(signal)), 0);
   }
+  void scanThrough(const char* signal) {
+    auto chain = PVBsignalNew();
+    chain->type = kScanChainType;
+    chain->lists3 = {PVBsignalInqByName(handle(), signal)->id, UNDEF};
+    EXPECT_NE(PVBscanObjectInsert(handle(), std::move(chain)), UNDEF);
+  }
   int handle() const { return database_.handle(); }
 
   struct Track {
@@ -238,16 +244,44 @@ TEST_F(TpRewrite, WhatTheRowsBeforeLeftMustBeKnown) {
     return forbidden(held);
   };
   EXPECT_EQ(hold(1), "");
+  // Before a part of a cycle other parts have driven the pin.
+  tpRun.signals[static_cast<std::size_t>(named("a").index)].muxed = true;
+  EXPECT_EQ(forbidden(held), "a");
   EXPECT_EQ(hold(2), "a");  // the second time, it begins where it has ended
 }
 
-TEST_F(TpRewrite, ScanRowsForbidEveryChange) {
-  const PVBid pulse = plate({{"a", INPUT, "D0U10D20"}});
+TEST_F(TpRewrite, WhatAPStandsForMustStay) {
+  const PVBid unknown = plate({{"a", INPUT, "D0S10"}});
+  const PVBid compared = plate({{"b", INPUT, "S0"}, {"b", OUTPUT, "X0Q20"}});
+  row(unknown, "0");
+  row(compared, "0021");
+  const auto forbids = [&](int mode, PVBid id, const char* signal, const char* wave) {
+    PVBsetPmode(handle(), mode);
+    begin();
+    beginPair(id, UNDEF);
+    propose(signal, INPUT, wave, byRows);
+    return !forbidden(id).empty();
+  };
+  // Later rows would begin with what was driven in place of an unknown level.
+  EXPECT_FALSE(forbids(LAST_FORCE, unknown, "a", "S0C10"));
+  EXPECT_TRUE(forbids(LAST_DRIVE, unknown, "a", "S0C10"));
+  // What is expected at the same time counts in some modes.
+  EXPECT_FALSE(forbids(LAST_FORCE, compared, "b", "S0P10"));
+  EXPECT_TRUE(forbids(ADVANTEST, compared, "b", "S0P10"));
+  EXPECT_FALSE(forbids(ADVANTEST, compared, "b", "S0S5P10"));
+  EXPECT_FALSE(forbids(ADVANTEST, compared, "b", "S0S30"));
+  EXPECT_TRUE(forbids(IMS, compared, "b", "S0S30"));
+}
+
+TEST_F(TpRewrite, ScanRowsForbidChangesOfWhatTheyShift) {
+  scanThrough("a");
+  const PVBid pulse = plate({{"a", INPUT, "D0U10D20"}, {"quiet", INPUT, "D0U10D20"}});
   row(pulse, "2");
   row(pulse, "2", ROW_SCAN);
   begin();
   beginPair(pulse, UNDEF);
   propose("a", INPUT, "D0U10D20", byWaves);
+  propose("quiet", INPUT, "D0S10D20", byWaves, {2, 0});
   EXPECT_EQ(forbidden(pulse), "");
   propose("a", INPUT, "D0S10D20", byWaves, {2, 0});
   EXPECT_EQ(forbidden(pulse), "a");
@@ -380,8 +414,11 @@ TEST_F(TpRewrite, RowsOfBidirectionalSignalsAreSetUpUnlessThatChangesTheirTrack)
 TEST_F(TpRewrite, SimpleWavesAreMappedAsTheShapeFileSays) {
   const PVBid first = plate({{"a", INPUT, "D0"}, {"quiet", INPUT, "D0"}, {"b", INPUT, "D0U10D30"}});
   const PVBid kept = plate({{"a", INPUT, "D0"}});
+  const PVBid scanned = plate({{"a", INPUT, "D0"}, {"b", INPUT, "D0"}});
   row(first, "2010");
   row(kept, "2000");
+  row(scanned, "2010", ROW_SCAN);
+  scanThrough("a");
   begin();
   tpProtect(std::vector<PVBid>{kept});
   tpForcedMappings(ids());
@@ -391,7 +428,9 @@ TEST_F(TpRewrite, SimpleWavesAreMappedAsTheShapeFileSays) {
   EXPECT_EQ(tpTrack(at(first), 2)->stateChars, "DSD");
   EXPECT_EQ(tpTrack(at(first), 2)->eventTimes, waveOf("D0S10D30").times);
   EXPECT_EQ(tpTrack(at(kept), 0)->stateChars, "D");
-  EXPECT_EQ(stored(), "0:1020 1:2000");
+  EXPECT_EQ(tpTrack(at(scanned), 0)->stateChars, "D");
+  EXPECT_EQ(tpTrack(at(scanned), 1)->stateChars, "S");
+  EXPECT_EQ(stored(), "0:1020 1:2000 2:2010");
 }
 
 }  // namespace

@@ -133,6 +133,24 @@ TEST(TpRowsTest, TakingRowsInTwoPassesGivesTheSameAsOne) {
   }
 }
 
+TEST(TpRowsTest, WhatIsExpectedBesideMayBeTheStateBefore) {
+  PlateDatabase world({BIDIR});
+  const PVBid drives = world.plate({{0, INPUT, "S"}});
+  const PVBid keeps = world.plate({{0, INPUT, "P"}, {0, OUTPUT, "X"}});
+  for (const int expected : {0, 1}) {
+    world.row(drives, {1, 0});
+    world.row(keeps, {1, expected});
+  }
+  world.row(drives, {1, 0});
+  for (const auto& [mode, known] : {std::pair(LAST_FORCE, "DDDD"), std::pair(IMS, "DDDN")}) {
+    world.begin(mode);
+    ASSERT_EQ(tpPrepareRows(allPlates(world), false), 0);
+    EXPECT_EQ(letters(0).substr(1), known);
+    tpPStateClose();
+    tpRowStoreDrop();
+  }
+}
+
 TEST(TpRowsTest, EmptyTracksGoUnlessRowsChooseThem) {
   PlateDatabase world({INPUT, BIDIR});
   const PVBid id =

@@ -17,11 +17,30 @@ namespace {
 
 // --- Signals -------------------------------------------------------------------------
 
+// The columns whose states stand in the runs of scan rows.
+std::unordered_set<std::int32_t> scannedColumns(int database) {
+  std::unordered_set<std::int32_t> columns;
+  for (const PVBid id : PVBobjectInqAll(database)) {
+    const PVBsignal* chain = PVBobjectInqByID(database, id);
+    if (chain == nullptr || chain->type != kScanChainType) continue;
+    for (const PVBid end : chain->lists3) {
+      const PVBsignal* signal = PVBsignalInqByID(database, end);
+      if (signal == nullptr) continue;
+      const DataColumns at = PVBsignalDataColumns(*signal);
+      columns.insert({at.in, at.out});
+    }
+  }
+  columns.erase(-1);
+  return columns;
+}
+
 // Enters signals in order, each once.
 class SignalList {
  public:
   explicit SignalList(int database)
-      : database_(database), columns_(2 * std::max(PVBrowDataSize(database), 0)) {}
+      : database_(database),
+        columns_(2 * std::max(PVBrowDataSize(database), 0)),
+        scanned_(scannedColumns(database)) {}
 
   void add(PVBid id) {
     const PVBsignal* signal = PVBsignalInqByID(database_, id);
@@ -49,10 +68,12 @@ class SignalList {
     if (columns.in < 0 && columns.out < 0) columns = PVBsignalDataColumns(whole);
     entry.inColumn = columns.in < columns_ ? columns.in : -1;
     entry.outColumn = columns.out < columns_ ? columns.out : -1;
+    entry.scans = scanned_.contains(entry.inColumn) || scanned_.contains(entry.outColumn);
   }
 
   int database_;
   std::int32_t columns_;
+  std::unordered_set<std::int32_t> scanned_;
   std::vector<TpSignal> signals_;
   std::unordered_set<PVBid> entered_;
 };

@@ -26,6 +26,7 @@ struct TpSignal {
   std::int32_t inColumn = -1;   // first data column
   std::int32_t outColumn = -1;  // second
   bool selects = false;         // rows hold a selector for it
+  bool scans = false;           // at an end of a scan chain
   std::int64_t failCount = 0;   // pairs that it has kept apart
 };
 
