@@ -17,7 +17,7 @@ class WaveLines {
   void read(const std::string& line) {
     if (line.starts_with("  slot ")) directions_.push_back(line.substr(7));
     if (line == "    track") wave_.clear(), ++track_;
-    if (line.starts_with("    event ")) wave_ += (wave_.empty() ? "" : " ") + line.substr(10);
+    if (line.starts_with("    event ")) wave_ += (wave_.empty() ? "" : " ") + edge(line.substr(10));
     if (!(line + " ").starts_with("    on ") || !line.ends_with(end_) || wave_.empty()) return;
     const std::string& direction = directions_.at(track_ - 1);
     waves_ += (waves_.empty() ? "" : " + ") + (direction == "input" ? "" : direction + " ") + wave_;
@@ -25,6 +25,13 @@ class WaveLines {
   const std::string& waves() const { return waves_; }
 
  private:
+  static std::string edge(const std::string& event) {
+    static const std::regex form("(?:0pS|([0-9.]+)nS) (.)(?: expr=\"(.*)\")?");
+    std::smatch parts;
+    if (!std::regex_match(event, parts, form)) return event;
+    return parts[1].str() + parts[2].str() + (parts[3].matched ? "=" + parts[3].str() : "");
+  }
+
   std::string end_;  // of the lines that name the signals of a track; each has one
   std::vector<std::string> directions_;
   std::size_t track_ = 0;
@@ -66,8 +73,7 @@ Outcome OptimizeWorld::merge(std::vector<std::string> parameters, const std::str
   return outcome;
 }
 
-Outcome OptimizeWorld::optimizeAlone(const std::string& text,
-                                     std::vector<std::string> parameters) {
+Outcome OptimizeWorld::optimizeAlone(const std::string& text, std::vector<std::string> parameters) {
   build("A", text);
   build("dest", text);
   Outcome outcome = optimizeAgain(std::move(parameters));
@@ -114,6 +120,19 @@ std::string OptimizeWorld::data(std::size_t column, const std::string& name) con
     if (line.starts_with("  row ")) all += at < line.size() ? line[at] : '-';
   }
   return all;
+}
+
+TrackText track(const std::string& signals, const std::string& edges,
+                const std::string& direction) {
+  static const std::regex first("^([^0-9])");
+  static const std::regex later("([0-9.]+)([^0-9. ])");
+  const std::string timed = std::regex_replace(edges, later, "$1nS $2");
+  return {signals, std::regex_replace(timed, first, "0pS $1"), direction};
+}
+
+std::string withExpressions(const DatabaseText& text) {
+  static const std::regex expression("(    event .*)=(.*)");
+  return std::regex_replace(text.text(), expression, "$1 expr=\"$2\"");
 }
 
 std::string mergedCounts(const std::string& report) {

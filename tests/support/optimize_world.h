@@ -27,12 +27,18 @@ class OptimizeWorld : public OperationWorld {
   Outcome optimizeAgain(std::vector<std::string> parameters = {});
 
   std::ptrdiff_t timeplates(const std::string& name = "dest") const;
-  // The waves of a signal: a text for each timeplate with " | " between, in each the tracks
-  // with " + " between, those of other directions than input with their direction.
+  // The waves of a signal in short: a text for each timeplate with " | " between, in each the
+  // tracks with " + " between, those of other directions than input with their direction.
   std::string waves(const std::string& signal, const std::string& name = "dest") const;
   // What the rows say in a column, a letter for each row; '-' where they end before it.
   std::string data(std::size_t column = 0, const std::string& name = "dest") const;
 };
+
+// A track by its wave in short, "D 5S 15D" for edges at 0, 5 and 15 nanoseconds; "5S=t" has
+// the expression "t", which withExpressions() puts in its place in the text of a database.
+TrackText track(const std::string& signals, const std::string& edges,
+                const std::string& direction = "");
+std::string withExpressions(const DatabaseText& text);
 
 // The lines of the report that tell how many timeplates were merged into how many: "3>1".
 std::string mergedCounts(const std::string& report);

@@ -1,0 +1,118 @@
+// Laws of the timeplate optimizer over random databases: what is driven stays the same, there
+// are never more timeplates, and it comes to an end.
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <utility>
+
+#include "support/optimize_world.h"
+
+namespace {
+
+// A database of inputs with random waves of few kinds, so that some of them fold. Every row
+// has data for what drives, because what isn't known may become anything; without
+// DoBidiMerge rows may just expect.
+rc::Gen<std::string> database(int mode, bool bidi) {
+  return rc::gen::exec([mode, bidi]() {
+    const std::vector<std::string> waves = {"0pS D",
+                                            "0pS U",
+                                            "0pS S",
+                                            "0pS C",
+                                            "0pS D 5nS U",
+                                            "0pS P 5nS S",
+                                            "0pS P",
+                                            "0pS D 5nS S",
+                                            "0pS S 5nS C",
+                                            "0pS P 5nS U",
+                                            "0pS D 5nS S 15nS D",
+                                            "0pS D 5nS U 15nS D",
+                                            "0pS Z",
+                                            "0pS D 6nS S",
+                                            "0pS Z 5nS U 15nS Z"};
+    const TrackText drives = {"m", "0pS S", "input"};
+    const TrackText pulls = {"m", "0pS U", "input"};
+    const TrackText expects = {"m", "0pS X 15nS Q", "output"};
+    const TrackText does = {"m", "0pS S 10nS X 15nS Q", "bidir"};
+    const std::vector<std::vector<TrackText>> ways = {{drives, expects}, {pulls, expects}, {drives},
+                                                      {expects},         {does},           {pulls}};
+    std::vector<std::string> data = {"1-", "0-", "11", "01"};
+    if (!bidi) data.insert(data.end(), {"-1", "-0"});
+    DatabaseText text;
+    text.mode(mode).signal("a", "input").signal("c", "input").signal("m", "bidir");
+    const int plates = *rc::gen::inRange(2, 7);
+    for (int i = 0; i < plates; ++i) {
+      std::vector<TrackText> tracks = *rc::gen::elementOf(ways);
+      tracks.push_back({"a", *rc::gen::elementOf(waves), ""});
+      tracks.push_back({"c", *rc::gen::elementOf(waves), ""});
+      text.plate("t" + std::to_string(i), "20nS", tracks);
+    }
+    for (int row = 0; row < 24; ++row) {
+      std::string states(1, *rc::gen::elementOf(std::string("01Z")));
+      states += *rc::gen::elementOf(std::string("01Z"));
+      states += *rc::gen::elementOf(data);
+      text.rows(steps("t" + std::to_string(*rc::gen::inRange(0, plates)), {states}));
+    }
+    return text.text();
+  });
+}
+
+class OptimizeLaws : public testing::Test, protected OptimizeWorld {
+ protected:
+  OptimizeLaws() : OptimizeWorld({PVBCONDITIONER_BINARY, PVB_BINARY}) {
+    useShapes("S PS DSD SD SU C CS SC PSC D U P DU UD");
+  }
+
+  // What the program did without the optimizer is in `plain`.
+  void requireSame(const std::string& plain, const std::string& report,
+                   std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {"diff", plain, "dest", "--ignore-cycles"});
+    const ProgramResult same = runCompanion(options);
+    if (same.exitCode != 0) RC_FAIL(same.out + same.err + report + dump(plain) + dump("dest"));
+  }
+  // Runs over "dest" as it is until one folds nothing, which then has changed nothing at all.
+  // A run begins with an empty memo and with the waves that the one before has made, so
+  // that it may fold what that one couldn't.
+  void requireEnd(const std::string& plain, const std::vector<std::string>& parameters) {
+    bool isFirst = true;
+    for (std::ptrdiff_t left = timeplates(), before = left + 1; left < before; isFirst = false) {
+      const std::string text = dump("dest");
+      const Outcome outcome = optimizeAgain(parameters);
+      requireSame(plain, outcome.report);
+      before = std::exchange(left, timeplates());
+      RC_ASSERT(left <= before);
+      if (left == before) RC_ASSERT(dump("dest") == text);
+      if (isFirst) RC_TAG(left == before ? "a second run changed nothing" : "it folded more");
+    }
+  }
+};
+
+std::vector<std::string> randomParameters(bool bidi) {
+  std::vector<std::string> parameters;
+  if (bidi) parameters.emplace_back("DoBidiMerge=yes");
+  if (*rc::gen::arbitrary<bool>()) parameters.emplace_back("DoTrackOptimize=yes");
+  return parameters;
+}
+
+RC_GTEST_FIXTURE_PROP(OptimizeLaws, MergesDriveTheSameAndSettle, (bool bidi, bool limited)) {
+  build("A", *database(*rc::gen::inRange(1, 6), bidi));
+  const std::vector<std::string> parameters = randomParameters(bidi);
+  std::vector<std::string> withLimit = parameters;
+  if (limited) withLimit.push_back("TPGenLimit=" + std::to_string(*rc::gen::inRange(2, 6)));
+  expectDone(runOperations("merge A B destPlain"));
+  const Outcome outcome = tryMerge(withLimit);
+  if (outcome.err.find("exceeds limit") != std::string::npos) return;
+  RC_ASSERT(outcome.exitCode == 0);
+  RC_ASSERT(timeplates() <= timeplates("destPlain"));
+  requireSame("destPlain", outcome.report, {"--signals", "a,b,c,m"});
+  requireEnd("destPlain", parameters);
+}
+
+RC_GTEST_FIXTURE_PROP(OptimizeLaws, DatabasesAsTheyAreDoTheSameAndSettle, (bool bidi)) {
+  const std::vector<std::string> parameters = randomParameters(bidi);
+  optimizeAlone(*database(*rc::gen::inRange(1, 6), bidi), parameters);
+  RC_ASSERT(timeplates() <= timeplates("A"));
+  requireEnd("A", parameters);
+}
+
+}  // namespace
