@@ -33,6 +33,18 @@ class OptimizeTracks : public testing::Test, protected OptimizeWorld {
   }
 };
 
+TEST_F(OptimizeTracks, EqualWavesNeedNoShape) {
+  for (const auto& [other, left] :
+       {std::pair("D 5S 15Z", "D 5S 15Z"), {"D 5S 16Z", "D 5S 15Z | D 5S 16Z"}}) {
+    build("A",
+          pairOf({{"a", "input"}, {"y", "output"}}, {track("a", "D 5S 15Z"), track("y", "X 15Q")},
+                 {track("a", other), track("y", "X 12Q")}, {"1-", "0-"}, {"1-", "0-"}));
+    EXPECT_THAT(merge({"Trace=1"}).report,
+                HasSubstr("There are 2 invalid shapes in the timeplates\n"));
+    EXPECT_EQ(waves("a"), left);
+  }
+}
+
 // --- Tracks that one has -------------------------------------------------------------
 
 TEST_F(OptimizeTracks, ATrackThatOneHasIsTakenOver) {
