@@ -95,6 +95,13 @@ TEST_F(OptimizePairs, ShapesAreTriedInTheirOrder) {
        "0111",
        {"EdgeToEdgeDelta=9nS", "EndOfCycleDelta=19nS"}},
       {"no room between them", "SS S", {"C", "10"}, high, "S", "0111", {"EdgeToEdgeDelta=10nS"}},
+      {"no room, but for a wave without rows to ask",
+       "SS S",
+       low,
+       high,
+       "S 10S",
+       "0101",
+       {"EdgeToEdgeDelta=10nS"}},
       {"no room at the end", "SS S", {"C", "10"}, high, "S", "0111", {"EndOfCycleDelta=20nS"}},
   };
   expectAll(table);
@@ -113,7 +120,10 @@ TEST_F(OptimizePairs, WhatIsOpenOrMaskedHasItsPlace) {
       {"one open end", "S S?", {"D 10?", "10"}, {"U", "00"}, "D 10? | U", "1000"},
       {"an open begin", "S ?S", {"? 5S", "10"}, {"? 5U", "00"}, "? 5S", "1101"},
       {"nothing but open", "S", {"S", "10"}, {"?", "00"}, "S | ?", "1000"},
+      {"nothing but open, nothing known", "S ?", {"?", "10"}, {"N", "00"}, "? | N", "1000"},
       {"masks", "S XS", {"X 5S", "10"}, {"X 5U", "00"}, "X 5S", "1101"},
+      {"a mask in one", "S XS", {"X 5S", "10"}, {"N 5U", "00"}, "X 5S | N 5U", "1000"},
+      {"a mask in the shape", "S XS", {"N 5D", "10"}, {"N 5U", "00"}, "N 5D | N 5U", "1000"},
       {"masks at other places", "S XS SX", {"X 5S", "10"}, {"S 5X", "00"}, "X 5S | S 5X", "1000"},
   };
   expectAll(table);
@@ -166,7 +176,8 @@ TEST_F(OptimizePairs, FamiliesLimitAndOrderShapes) {
   PairCase off = free;
   off.parameters = {"UseShapeFamilies=no"};
   const PairCase kept = {"the wave with data stays", "S DSD", {pulse, "10"}, clock, pulse, "1101"};
-  expectAll(std::array{limited, off, kept}, "a", own);
+  const PairCase keptSecond = {"or the other", "S DSD", clock, {pulse, "10"}, pulse, "1110"};
+  expectAll(std::array{limited, off, kept, keptSecond}, "a", own);
   expectAll(std::array{free}, "a", others);
   const PairCase first = {"families come first", "S SS", low, high, "S 10S", "0101"};
   PairCase plain = {"plain table", "S SS", low, high, "S", "0101", {"UseShapeFamilies=no"}};

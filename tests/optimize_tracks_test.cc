@@ -221,6 +221,7 @@ TEST_F(OptimizeTracks, ExpressionsOfEdges) {
       {"different", "D 5S=t", "D 5S=u", "D 5S=t", "D 5S=t | D 5S=u"},
       {"of the first only", "D 5S=t", "D 5S", "D 5S=t", "D 5S=t"},
       {"of the second only", "D 5S", "D 5S=u", "D 5S", "D 5S=u"},
+      {"different, of no shape", "S=t 5Z", "S=u 5Z", "S=t 5Z", "S=t 5Z | S=u 5Z"},
       {"reduced, equal", "D 5S=t", "D 5U=t", "D 5S=t", "D 5S=t"},
       {"reduced, different", "D 5S=t", "D 5U=u", "D 5S=t", "D 5S=t | D 5U=u"},
       {"reduced, of the second only", "D 5S", "D 5U=u", "D 5S", "D 5S=u"},
@@ -270,7 +271,8 @@ TEST_F(OptimizeTracks, PartsOfMultiplexedSignalsHaveShapesOfTheirOwn) {
     build("whole", text);
     expectDone(runParameters(
         {"Operation=muxify", "SourcePVB1=whole", "DestinationPVB=dest", "MuxDegree=2"}));
-    optimizeAlone(dump("dest"));
+    // Of two spans the first is enough.
+    optimizeAlone(std::regex_replace(dump("dest"), std::regex("event 30nS U"), "event 20nS U"));
     EXPECT_EQ(waves("a_1"), each.left);
     EXPECT_EQ(data(0) + "/" + data(1), each.data);
   }
