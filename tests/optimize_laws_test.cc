@@ -15,9 +15,9 @@ namespace {
 // DoBidiMerge rows may just expect.
 rc::Gen<std::string> database(int mode, bool bidi) {
   return rc::gen::exec([mode, bidi]() {
-    const std::vector<std::string> waves = {"D",    "U",    "S",        "C",        "Z",
-                                            "P",    "D 5U", "P 5S",     "D 5S",     "S 5C",
-                                            "P 5U", "D 6S", "D 5S 15D", "D 5U 15D", "Z 5U 15Z"};
+    const std::vector<std::string> waves = {
+        "D",    "U",    "S",     "C",        "Z",    "P",        "D 5U",     "P 5S",    "D 5S",
+        "S 5C", "P 5U", "U 10P", "D 5X 10S", "D 6S", "D 5S 15D", "D 5U 15D", "Z 5U 15Z"};
     const TrackText drives = track("m", "S", "input");
     const TrackText pulls = track("m", "U", "input");
     const TrackText expects = track("m", "X 15Q", "output");
@@ -61,7 +61,7 @@ std::vector<std::string> withRandomLimit(std::vector<std::string> parameters) {
 class OptimizeLaws : public testing::Test, protected OptimizeWorld {
  protected:
   OptimizeLaws() : OptimizeWorld({PVBCONDITIONER_BINARY, PVB_BINARY}) {
-    useShapes("S PS DSD SD SU C CS SC PSC D U P DU UD");
+    useShapes("S UP DXS PS DSD SD SU C CS SC PSC D U P DU UD");
   }
 
   // What the program did without the optimizer is in `plain`.

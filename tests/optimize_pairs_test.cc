@@ -120,7 +120,6 @@ TEST_F(OptimizePairs, WhatIsOpenOrMaskedHasItsPlace) {
       {"one open end", "S S?", {"D 10?", "10"}, {"U", "00"}, "D 10? | U", "1000"},
       {"an open begin", "S ?S", {"? 5S", "10"}, {"? 5U", "00"}, "? 5S", "1101"},
       {"nothing but open", "S", {"S", "10"}, {"?", "00"}, "S | ?", "1000"},
-      {"nothing but open, nothing known", "S ?", {"?", "10"}, {"N", "00"}, "? | N", "1000"},
       {"masks", "S XS", {"X 5S", "10"}, {"X 5U", "00"}, "X 5S", "1101"},
       {"a mask in one", "S XS", {"X 5S", "10"}, {"N 5U", "00"}, "X 5S | N 5U", "1000"},
       {"a mask in the shape", "S XS", {"N 5D", "10"}, {"N 5U", "00"}, "N 5D | N 5U", "1000"},
