@@ -24,13 +24,15 @@ rc::Gen<std::string> database(int mode, bool bidi) {
     const TrackText does = track("m", "S 10X 15Q", "bidir");
     const std::vector<std::vector<TrackText>> ways = {{drives, expects}, {pulls, expects}, {drives},
                                                       {expects},         {does},           {pulls}};
-    std::vector<std::string> data = {"1-", "0-", "11", "01"};
-    if (!bidi) data.insert(data.end(), {"-1", "-0"});
+    const std::vector<std::string> driven = {"1-", "0-", "11", "01"};
+    const std::vector<std::string> any = {"1-", "0-", "11", "01", "-1", "-0"};
+    std::vector<bool> mayExpect;  // of each timeplate: whether its rows may just expect
     DatabaseText text;
     text.mode(mode).signal("a", "input").signal("c", "input").signal("m", "bidir");
     const int plates = *rc::gen::inRange(2, 7);
     for (int i = 0; i < plates; ++i) {
       std::vector<TrackText> tracks = *rc::gen::elementOf(ways);
+      mayExpect.push_back(!bidi && tracks.back().direction == "output");
       tracks.push_back(track("a", *rc::gen::elementOf(waves)));
       tracks.push_back(track("c", *rc::gen::elementOf(waves)));
       text.plate("t" + std::to_string(i), "20nS", tracks);
@@ -38,8 +40,9 @@ rc::Gen<std::string> database(int mode, bool bidi) {
     for (int row = 0; row < 24; ++row) {
       std::string states(1, *rc::gen::elementOf(std::string("01Z")));
       states += *rc::gen::elementOf(std::string("01Z"));
-      states += *rc::gen::elementOf(data);
-      text.rows(steps("t" + std::to_string(*rc::gen::inRange(0, plates)), {states}));
+      const int plate = *rc::gen::inRange(0, plates);
+      states += *rc::gen::elementOf(mayExpect[static_cast<std::size_t>(plate)] ? any : driven);
+      text.rows(steps("t" + std::to_string(plate), {states}));
     }
     return text.text();
   });
