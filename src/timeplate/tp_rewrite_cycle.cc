@@ -44,9 +44,6 @@ bool countsWithin(char state) {
   return state != '?' && state != 'P';
 }
 
-// In other modes what is expected leaves the level before as it was.
-bool everyStateCounts() { return tpRun.pmode != LAST_FORCE && tpRun.pmode != LAST_DRIVE; }
-
 // A row's cycle of a signal: what of it the states depend on.
 struct Settling {
   const TpSignal& signal;
@@ -55,7 +52,6 @@ struct Settling {
   char value;     // the letter of the data
   char incoming;  // what a P at the beginning stands for; P while that isn't known
   char previous;  // the last state of the cycle that counts; 0 before it
-  bool expects;   // states of an output track count in between
 };
 
 void findIncoming(Settling& at) {
@@ -77,11 +73,7 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
   for (std::size_t i = 0; i < edges; ++i) {
     char state = withData(track.stateChars[i], at.codes);
     if (state == 'P') {
-      if (at.previous == kNothing) {
-        state = at.incoming;
-      } else if (!at.expects) {
-        state = tpPState(at.value, 'N', at.previous);
-      }
+      state = at.previous == kNothing ? at.incoming : tpPState(at.value, 'N', at.previous);
     }
     if (countsWithin(state)) at.previous = state;
     if (!wave.states.empty() && wave.states.back() == state) continue;
@@ -91,11 +83,11 @@ void settle(const PVBtrack& track, Settling& at, Wave& wave) {
 }
 
 void settleCycle(const PVBtrack* track, const TpSignal& signal, const TpRow& row, RowCodes codes,
-                 bool expects, Wave& wave) {
+                 Wave& wave) {
   wave.states.clear();
   wave.times.clear();
   if (track == nullptr) return;
-  Settling at = {signal, row, codes, tpDataLetter(codes.in), 'P', kNothing, expects};
+  Settling at = {signal, row, codes, tpDataLetter(codes.in), 'P', kNothing};
   if (track->stateChars.find('P') != std::string::npos) findIncoming(at);
   settle(*track, at, wave);
   // A row that follows itself begins with what it ends with, too.
@@ -222,10 +214,9 @@ void tpCycleOf(const PVBtimePlate& plate, const TpSignal& signal, const TpRow& r
                                 : direction == INPUT ? expectedBeside(plate, signal, own)
                                                      : kNoTrack;
   cycle.unsaid = PVBsignalTracks(plate, signal.id) == nullptr;
-  const bool mixes = expected != kNoTrack && everyStateCounts();
-  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), signal, row, codes, mixes,
+  settleCycle(direction == OUTPUT ? nullptr : tpTrack(plate, track), signal, row, codes,
               cycle.driven);
-  settleCycle(tpTrack(plate, expected), signal, row, codes, false, cycle.expected);
+  settleCycle(tpTrack(plate, expected), signal, row, codes, cycle.expected);
 }
 
 bool tpSameCycle(const Cycle& before, const Cycle& after, bool strictly) {
