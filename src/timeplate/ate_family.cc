@@ -52,7 +52,8 @@ std::unordered_set<int> complexShapesOf(const PVBtimePlate& plate) {
   std::unordered_set<int> shapes;
   if (plate.levels.empty()) return shapes;
   for (const PVBtrack& track : plate.levels.front().tracks) {
-    const int id = ateTables.complexShapes.idOf(withoutOpenEnds(track.stateChars));
+    int id = ateTables.complexShapes.idOf(track.stateChars);
+    if (id < 0) id = ateTables.complexShapes.idOf(withoutOpenEnds(track.stateChars));
     if (id >= 0) shapes.insert(id);
   }
   return shapes;

@@ -208,15 +208,17 @@ std::optional<RowCodes> RowChanges::search(const Change& change, TpRow& row) {
   const TpSignal& signal = *change.signal;
   tpCycleOf(owner_, signal, row, before_);
   const RowCodes own = tpRowCodes(signal, row);
-  std::array<RowCodes, 2 + 2 * (kLastCode + 1)> tries = {own, own};
+  std::array<RowCodes, 2 + 3 * (kLastCode + 1)> tries = {own, own};
   std::size_t count = 2;
   if (!change.sharesData) tries[0] = wanted(signal, row);
   const bool writable = !change.sharesData && signal.inColumn >= 0;
   // Without data a row leaves its track to those for what it expects.
   for (int code = 0; code <= kLastCode && writable; ++code) {
     tries[count++] = {code, own.out};
-    // Expecting nothing is what a row without data does.
+    // Expecting nothing is what a row without data does. Without any for the output track it
+    // isn't in force at all.
     if (tpSettings.tpoOptimizeOnly || own.out == 0) tries[count++] = {code, kMaskCode};
+    if (tpSettings.tpoOptimizeOnly) tries[count++] = {code, 0};
   }
   for (const bool strictly : {true, false}) {
     for (std::size_t i = 0; i < count; ++i) {
