@@ -240,7 +240,7 @@ TEST_F(OptimizeTracks, ExpressionsOfEdges) {
       {"different, of no shape", "S=t 5Z", "S=u 5Z", "S=t 5Z", "S=t 5Z | S=u 5Z"},
       {"reduced, equal", "D 5S=t", "D 5U=t", "D 5S=t", "D 5S=t"},
       {"reduced, different", "D 5S=t", "D 5U=u", "D 5S=t", "D 5S=t | D 5U=u"},
-      {"reduced, of the second only", "D 5S", "D 5U=u", "D 5S", "D 5S=u"},
+      {"reduced, of the second only", "D 5S", "D 5U=u", "D 5S", "D 5S | D 5U=u"},
   };
   for (const Case& each : table) {
     SCOPED_TRACE(each.what);
