@@ -166,8 +166,7 @@ int insertRows(const Operands& on, const SigCategories& categories) {
 }
 
 int takeAll(const Operands& on) {
-  expandTimePlates(on.src1.pvbHandle);
-  expandTimePlates(on.src2.pvbHandle);
+  if (!expandTimePlates(on.src1.pvbHandle) || !expandTimePlates(on.src2.pvbHandle)) return -2;
   if (mergePmode(on.dest, on.src1, on.src2) != 0) return -2;
   SigCategories categories;
   if (takeSignals(on, categories) != 0 || takeEquations(on) != 0) return -2;

@@ -171,7 +171,7 @@ void makeOwnLabels(int dest, int src) {
 int copyContent(PVBregion& dest, PVBregion& src, bool quiet) {
   if (copyDatabaseProperties(dest.pvbHandle, src.pvbHandle) != 0) return -2;
   PVBget(dest.pvbHandle)->patterns->addressBase = PVBget(src.pvbHandle)->patterns->addressBase;
-  expandTimePlates(src.pvbHandle);
+  if (!expandTimePlates(src.pvbHandle)) return -2;
   const SignalTable table = copyAllSignals(dest, src);
   SigCategories categories;
   if (categorizeSignals(src, dest, categories) != 0) assertFail(__FILE__, __LINE__);

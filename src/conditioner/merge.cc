@@ -109,8 +109,7 @@ void mergeSignals(PVBregion& dest, PVBregion& src1, PVBregion& src2,
 
 int mergeData(PVBregion& dest, PVBregion& src1, PVBregion& src2) {
   if (mergePmode(dest, src1, src2) != 0) return -2;
-  expandTimePlates(src1.pvbHandle);
-  expandTimePlates(src2.pvbHandle);
+  if (!expandTimePlates(src1.pvbHandle) || !expandTimePlates(src2.pvbHandle)) return -2;
   SigCategories categories;
   if (categorizeSignals(src1, src2, categories) != 0) fatalExit();
   const int state = eqInspect(src1.pvbHandle, src2.pvbHandle);

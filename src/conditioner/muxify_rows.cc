@@ -131,7 +131,7 @@ bool muxifyPattern(Muxify& mux) {
   if (PVBpatternInqSize(mux.src, kMainPattern, sums) != 0) {
     return muxifyFails(kPattern, "PVBpatternInqSize() failed.");
   }
-  expandTimePlates(mux.src);
+  if (!expandTimePlates(mux.src)) return muxifyFails(kPattern, "expandTimePlates() failed.");
   mux.stateBytes = static_cast<std::size_t>(PVBrowDataSize(mux.src));
   CycleGroup group;
   group.states.resize(static_cast<std::size_t>(mux.degree) * mux.stateBytes);

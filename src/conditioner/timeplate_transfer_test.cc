@@ -109,7 +109,7 @@ TEST_F(TimePlateTransfer, ExpandsBusesAndGroupsInMemoryOnly) {
   const PVBidList bits = PVBsignalInqByID(source_.handle(), id)->members;
   PVBtimePlateInsert(source_.handle(), plateOf({{INPUT, {1}, "S"}, {INPUT, {id}, "P"}}));
   source_.slot().timePlates->changed = false;
-  expandTimePlates(source_.handle());
+  ASSERT_TRUE(expandTimePlates(source_.handle()));
   const PVBtimePlate& plate = *PVBtimePlateInqByID(source_.handle(), 0);
   EXPECT_THAT(slotsOf(plate), ElementsAre(Slot{INPUT, {1}, "S"}, Slot{INPUT, bits, "P"}));
   EXPECT_NE(PVBsignalTracks(plate, bits[0]), nullptr);

@@ -1,8 +1,10 @@
 #include "pvb/timeplate_expand.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
+#include "base/errors.h"
 #include "pvb/signal.h"
 #include "pvb/timeplate.h"
 
@@ -64,6 +66,11 @@ class Expansion {
 bool expandTimePlates(int database) {
   Expansion expansion(database);
   const PVBidList& ids = PVBtimePlateInqAll(database);
-  return std::ranges::all_of(
-      ids, [&](PVBid id) { return expansion.expand(*PVBtimePlateInqByID(database, id)); });
+  if (std::ranges::all_of(
+          ids, [&](PVBid id) { return expansion.expand(*PVBtimePlateInqByID(database, id)); })) {
+    return true;
+  }
+  errno = 0;
+  PBpostError("expandTimePlates", 0, "too many signals on tracks");
+  return false;
 }

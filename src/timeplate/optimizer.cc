@@ -78,10 +78,7 @@ bool mergeAll(int database) {
   if (ateBindSignals(database) != 0) return false;
   const PVBidList ids = PVBtimePlateInqAll(database);
   for (const PVBid id : ids) PVBtimePlateRebuildMaps(*PVBtimePlateInqByID(database, id));
-  if (!expandTimePlates(database)) {
-    tpNotice(kNoticeText, "too many signals on tracks");
-    return false;
-  }
+  if (!expandTimePlates(database)) return false;
   if (tpRunBegin(database) != 0 || !tpCheckShapes()) return false;
   bool failed = false;
   tpMergeAll(ids, true, failed);
